@@ -1,0 +1,144 @@
+#include "arm/input_manager.h"
+
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "common/OrvelClient.h"
+#include "common/cursor_timer.h"
+#include "common/log.h"
+#include "common/multi_config.h"
+#include "msg_handle.h"
+#include "vr_memmanager.h"
+
+std::atomic<unsigned int> nWatdogReset{0};
+
+const char* tactordVersion()
+{
+    return TACTORD_VERSION;
+}
+
+void print_my_version()
+{
+    TLOG(LEVEL_ERROR, "\n");
+    TLOG(LEVEL_ERROR, "@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@\n");
+    TLOG(LEVEL_ERROR, "@                                                           @\n");
+    TLOG(LEVEL_ERROR, "@                  Tactord - %s                  @\n", tactordVersion());
+    TLOG(LEVEL_ERROR, "@                                                           @\n");
+    TLOG(LEVEL_ERROR, "@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@\n");
+    TLOG(LEVEL_ERROR, "\n");
+    TLOG(LEVEL_ERROR, "Build time %s %s\n", __DATE__, __TIME__);
+}
+
+void signal_handler(int sig)
+{
+    // Only logged: the interrupted call then fails (a broken socket write
+    // returns EPIPE) instead of the process being killed.
+    TLOG(LEVEL_ERROR, "catch a signal: %d", sig);
+}
+
+void signal_initcapture()
+{
+    for (int sig : {SIGPIPE, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH})
+        signal(sig, signal_handler);
+}
+
+tactord_options parse_options(int argc, char** argv)
+{
+    tactord_options opts;
+    for (int i = 1; i < argc; ++i) {
+        const char* arg = argv[i];
+        const bool known = std::strcmp(arg, "-d") == 0 || std::strcmp(arg, "-p") == 0 ||
+                           std::strcmp(arg, "-t") == 0 || std::strcmp(arg, "-i") == 0;
+        if (!known)
+            continue;  // unknown arguments are skipped silently
+        // An option given last has no value; it is ignored instead of reading
+        // past the argument list.
+        if (i + 1 >= argc)
+            break;
+        const int value = static_cast<int>(std::strtol(argv[++i], nullptr, 10));
+        switch (arg[1]) {
+        case 'd': set_log_level(value); break;
+        case 'p': set_log_to_stdout(value); break;
+        case 't': gs_ipcType = value; break;
+        case 'i': opts.init_ipc = value; break;
+        default: break;
+        }
+    }
+    return opts;
+}
+
+void main_loop_pass(int* max_fd)
+{
+    static fd_set read_set;
+    nWatdogReset.fetch_add(1, std::memory_order_relaxed);
+
+    LockIpcSocket();
+    fill_monitor_set(&read_set, max_fd);
+    UnlockIpcSocket();
+
+    timeval tv{1, 0};
+    const int ready = select(*max_fd + 1, &read_set, nullptr, nullptr, &tv);
+    if (ready == -1) {
+        if (errno != EINTR) {
+            TLOG(LEVEL_ERROR, "select error,errno is %d\n", errno);
+            usleep(100000);
+        }
+        return;
+    }
+    if (ready == 0)
+        return;
+
+    LockIpcSocket();
+    dispatch_monitor_handles(&read_set);
+    UnlockIpcSocket();
+}
+
+void input_manager_main(int argc, char** argv)
+{
+    // A supervisor reading our standard output gets every line as it is
+    // written, also through a pipe or into a file.
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+
+    const tactord_options opts = parse_options(argc, argv);
+    print_my_version();
+    signal_initcapture();
+    config_init("port.conf");
+    (void)opts;
+
+    TLOG(LEVEL_DEBUG, "nice is %d\n", nice(-20));
+    nWatdogReset.store(0, std::memory_order_relaxed);
+    Init_Watch(1, &nWatdogReset, 30);
+
+    int max_fd = 0;
+    for (;;)
+        main_loop_pass(&max_fd);
+}
+
+// Memory-manager hooks asked for by the OS layer.
+void GetUserDefinedMemManagerConfig(UserDefinedMemManagerConfig* cfg)
+{
+    if (cfg == nullptr)
+        return;
+    cfg->m_initMallocFuncPtr = nullptr;
+    cfg->m_memManageAlgorithm = MemManageAlgorithm_Buddy;
+    cfg->m_initializememory = 0;
+    cfg->m_uninitializememory = 0;
+    cfg->m_record_alloc_memory_info = 1;
+    cfg->m_reportMemErrorFuncPtr = nullptr;
+    cfg->m_heapSize = 0x2000000;
+    // m_maxHoles and m_fragmentMinSize stay as the caller set them.
+}
+
+uint32_t GetHeapSize()
+{
+    // Deliberately not m_heapSize: the layer asks two different questions.
+    return 52428800;
+}
+
+void DumpCorruptedMem(char*) {}

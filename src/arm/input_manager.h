@@ -1,0 +1,28 @@
+// The daemon's entry: options, banner, signal catching, start-up order and
+// the select loop over the monitor list.
+#pragma once
+
+#include <atomic>
+
+inline constexpr const char* TACTORD_VERSION = "17.0221.1137";
+
+const char* tactordVersion();
+void print_my_version();
+void signal_initcapture();
+void signal_handler(int sig);
+
+struct tactord_options {
+    int init_ipc = 1;  // -i: 0 keeps the two remote-screen clients off
+};
+// Applies -d, -p and -t as they are scanned; returns what main keeps itself.
+tactord_options parse_options(int argc, char** argv);
+
+// Incremented once per loop pass; watched by the liveness watchdog.
+extern std::atomic<unsigned int> nWatdogReset;
+
+// One pass of the main loop (increment, build the set, select with a
+// one-second cap, dispatch). max_fd only ever grows.
+void main_loop_pass(int* max_fd);
+
+// Start-up in its fixed order, then the loop; never returns.
+[[noreturn]] void input_manager_main(int argc, char** argv);

@@ -1,0 +1,35 @@
+// The seat configuration file "port.conf": USB port prefixes to seats, seats
+// to screens.
+#pragma once
+
+#include <array>
+
+enum SectionType_e : int {
+    SECTION_NONE = 0,
+    TERMINAL_S = 1,
+    MODE_S = 2,
+    INPUT_S = 3,
+    OUTPUT_S = 4,
+};
+
+inline constexpr int DEVICE_SEAT_MAX = 15;
+inline constexpr int OUTPUT_SEAT_MAX = 3;
+inline constexpr int TERMINAL_MAX = 3;
+inline constexpr int TERMINAL_INPUT_MAX = 15;
+
+struct _device_seat {
+    char* syspath;  // heap copy of the port-path prefix, owned by the table
+    int seat;
+};
+
+struct _DeviceMatchRec {
+    int screenNum;
+    int inputCount;
+    std::array<int, TERMINAL_INPUT_MAX> input;
+};
+
+int config_init(const char* path);
+int get_device_seat(const char* syspath);
+const char* get_seat_syspath(int seat);
+int get_input_conf_display(int seat);
+void print_termial_seat();
