@@ -13,9 +13,14 @@
 
 int main(int argc, char** argv)
 {
-    if (!umockdev_in_mock_environment()) {
+    // umockdev_in_mock_environment() only reports a testbed (UMOCKDEV_DIR),
+    // which exists once a test makes one; the preload itself is what this
+    // re-exec is about, so look for it in LD_PRELOAD to run exactly once.
+    const char* old = std::getenv("LD_PRELOAD");
+    const bool preloaded = old != nullptr && std::string(old).find("libumockdev-preload") != std::string::npos;
+    if (!umockdev_in_mock_environment() && !preloaded) {
         std::string preload = "libumockdev-preload.so.0";
-        if (const char* old = std::getenv("LD_PRELOAD"); old != nullptr && old[0] != '\0')
+        if (old != nullptr && old[0] != '\0')
             preload = preload + ":" + old;
         setenv("LD_PRELOAD", preload.c_str(), 1);
         execv("/proc/self/exe", argv);

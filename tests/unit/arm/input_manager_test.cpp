@@ -1,0 +1,130 @@
+#include "arm/input_manager.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "common/OrvelClient.h"
+#include "common/log.h"
+#include "common/log_internal.h"
+#include "msg_handle.h"
+#include "support/log_capture.h"
+#include "vr_memmanager.h"
+
+namespace {
+
+tactord_options parse(std::initializer_list<const char*> args)
+{
+    std::vector<std::string> owned{"tactord"};
+    owned.insert(owned.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (auto& s : owned)
+        argv.push_back(s.data());
+    argv.push_back(nullptr);
+    return parse_options(static_cast<int>(owned.size()), argv.data());
+}
+
+TEST(Options, DefaultsWhenNothingIsGiven)
+{
+    EXPECT_EQ(parse({}).init_ipc, 1);
+    EXPECT_EQ(gs_log_level, LEVEL_ERROR);
+    EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
+}
+
+TEST(Options, EachOptionTakesTheNextArgumentAsADecimalNumber)
+{
+    const tactord_options opts = parse({"-d", "1", "-p", "0", "-t", "3", "-i", "0"});
+    EXPECT_EQ(gs_log_level, LEVEL_DEBUG);
+    EXPECT_EQ(gs_log_place, LOG_PLACE_STDOUT);
+    EXPECT_EQ(gs_ipcType, 3);
+    EXPECT_EQ(opts.init_ipc, 0);
+    EXPECT_EQ(parse({"-i", "7"}).init_ipc, 7);
+}
+
+TEST(Options, OutOfRangeValuesFollowTheLoggerRules)
+{
+    parse({"-d", "2", "-d", "7", "-p", "1", "-p", "-1"});
+    EXPECT_EQ(gs_log_level, LEVEL_WARN);
+    EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
+}
+
+TEST(Options, UnknownArgumentsAreSkippedAndNonNumbersCountAsZero)
+{
+    const tactord_options opts = parse({"--verbose", "x", "-i", "abc", "-d", "-p", "2"});
+    EXPECT_EQ(opts.init_ipc, 0);
+    // "-d" consumed "-p" as its value (0); the lone "2" is skipped.
+    EXPECT_EQ(gs_log_level, LEVEL_INFO);
+    EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
+}
+
+TEST(Options, OptionGivenLastWithoutValueChangesNothing)
+{
+    EXPECT_EQ(parse({"-d", "0", "-i"}).init_ipc, 1);
+    EXPECT_EQ(gs_log_level, LEVEL_INFO);
+    parse({"-p"});
+    EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
+}
+
+TEST(Signals, CaughtSignalsAreLoggedAndOthersKeepTheirDefault)
+{
+    testsupport::LogCapture log;
+    signal_initcapture();
+    for (int sig : {SIGPIPE, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH})
+        raise(sig);  // would stop or end the process if not caught
+    for (int sig : {SIGPIPE, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH})
+        EXPECT_EQ(log.count("catch a signal: " + std::to_string(sig)), 1) << sig;
+    EXPECT_EQ(signal(SIGINT, SIG_DFL), SIG_DFL);
+    EXPECT_EQ(signal(SIGABRT, SIG_DFL), SIG_DFL);
+}
+
+TEST(MemoryHooks, ConfigurationAndHeapSizeAnswerSeparately)
+{
+    UserDefinedMemManagerConfig cfg;
+    std::memset(&cfg, 0xA5, sizeof cfg);
+    GetUserDefinedMemManagerConfig(&cfg);
+    EXPECT_EQ(cfg.m_initMallocFuncPtr, nullptr);
+    EXPECT_EQ(cfg.m_memManageAlgorithm, MemManageAlgorithm_Buddy);
+    EXPECT_EQ(cfg.m_initializememory, 0);
+    EXPECT_EQ(cfg.m_uninitializememory, 0);
+    EXPECT_EQ(cfg.m_record_alloc_memory_info, 1);
+    EXPECT_EQ(cfg.m_reportMemErrorFuncPtr, nullptr);
+    EXPECT_EQ(cfg.m_heapSize, 0x2000000u);
+    EXPECT_EQ(cfg.m_maxHoles, 0xA5A5A5A5u);
+    EXPECT_EQ(cfg.m_fragmentMinSize, 0xA5A5A5A5u);
+    GetUserDefinedMemManagerConfig(nullptr);
+    EXPECT_EQ(GetHeapSize(), 52428800u);
+}
+
+std::vector<int> handled;
+int note_handled(void* para)
+{
+    handled.push_back(*static_cast<int*>(para));
+    return 0;
+}
+
+TEST(MainLoop, OnePassFeedsTheWatchdogAndServesReadyDescriptors)
+{
+    int quiet[2], ready[2];
+    ASSERT_EQ(pipe(quiet), 0);
+    ASSERT_EQ(pipe(ready), 0);
+    ASSERT_EQ(write(ready[1], "x", 1), 1);
+    int one = 1, two = 2;
+    add_monitor_handle(quiet[0], note_handled, &one);
+    add_monitor_handle(ready[0], note_handled, &two);
+
+    const unsigned before = nWatdogReset.load();
+    int max_fd = 0;
+    main_loop_pass(&max_fd);
+    EXPECT_EQ(nWatdogReset.load(), before + 1);
+    EXPECT_EQ(handled, std::vector<int>{2});
+    EXPECT_EQ(max_fd, std::max(quiet[0], ready[0]));
+    for (int fd : {quiet[0], quiet[1], ready[0], ready[1]})
+        close(fd);
+}
+
+}  // namespace
