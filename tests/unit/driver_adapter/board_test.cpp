@@ -1,0 +1,190 @@
+#include "board/common/board.h"
+
+#include <gtest/gtest.h>
+#include <semaphore.h>
+
+#include <array>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "board/tovik/board_tovik.h"
+#include "board/tovik/board_tovik_internal.h"
+#include "common/send_log_internal.h"
+#include "common/signal_capture.h"
+#include "func/device/drv_device_internal.h"
+
+namespace {
+
+// The board's devices in set-up order: name, path ("" for none), variant,
+// second selector.
+struct expected_device {
+    const char* name;
+    const char* path;
+    int variant;
+    int variant2;
+};
+constexpr std::array<expected_device, 17> BOARD_DEVICES = {{
+    {"wavaudio sound", "", 2, 0},
+    {"lightsensor", "/sys/devices/platform/omap/omap_i2c.2/i2c-2/2-0044/ALS_count", 2, 0},
+    {"IMC_powerboard", "", 0, 0},
+    {"IMC_pw_manager", "", 1, 0},
+    {"spi bridge uart", "/dev/spidev2.0", 1, 0},
+    {"serial uart", "", 0, 0},
+    {"tovik_backlight_screen", "/sys/devices/platform/omap/omap_i2c.3/i2c-3/3-0026/Bvalue", 4, 0},
+    {"tovik_rtc", "/dev/i2c-3", 1, 0},
+    {"tovik_sys", "", 1, 0},
+    {"wifi", "", 1, 0},
+    {"utility", "", 0, 0},
+    {"Alarm_lamp", "/sys/devices/platform/omap/omap_i2c.2/i2c-2/2-0040/", 1, 0},
+    {"tovik_eeprom", "", 0, 0},
+    {"USB_state", "", 0, 0},
+    {"Spi_Bridge", "", 0, 0},
+    {"emmc_health", "", 2, 0},
+    {"tovik_24xx256", "/dev/spidev1.0", 84, 4},
+}};
+
+std::mutex g_logged_lock;  // guards g_logged
+std::vector<std::pair<int, std::string>> g_logged;
+
+void capture_log(int level, const char* text)
+{
+    std::lock_guard<std::mutex> guard(g_logged_lock);
+    g_logged.emplace_back(level, text);
+}
+
+std::vector<std::pair<int, std::string>> take_log()
+{
+    std::lock_guard<std::mutex> guard(g_logged_lock);
+    return std::exchange(g_logged, {});
+}
+
+bool every_path_exists(const char*)
+{
+    return true;
+}
+
+// Whether a message of that level containing `part` was logged.
+bool logged(const std::vector<std::pair<int, std::string>>& log, int level, const std::string& part)
+{
+    for (const auto& [lvl, text] : log) {
+        if (lvl == level && text.find(part) != std::string::npos)
+            return true;
+    }
+    return false;
+}
+
+class BoardSetup : public testing::Test {
+protected:
+    void SetUp() override { send_log_set_sink(capture_log); }
+    void TearDown() override
+    {
+        send_log_set_sink(nullptr);
+        board_tovik_fail_step(0);
+        drv_set_path_probe(nullptr);
+        sem_unlink("/ec_initial_name_sem");
+    }
+};
+
+TEST_F(BoardSetup, RegistersEveryDriverClassInOrderBeforeTheDevices)
+{
+    drv_set_path_probe(every_path_exists);
+    ASSERT_EQ(InitDriverAdapter(5), 1);
+
+    const std::vector<drv_class> expected = {
+        DRV_CLASS_GPIO,        DRV_CLASS_SOUND,  DRV_CLASS_RTC,          DRV_CLASS_SCREEN,
+        DRV_CLASS_KEYBOARD,    DRV_CLASS_SYSTEM, DRV_CLASS_POWER_MANAGE, DRV_CLASS_FLASH,
+        DRV_CLASS_MACH_CONF,   DRV_CLASS_UART,   DRV_CLASS_LED,          DRV_CLASS_EEPROM,
+        DRV_CLASS_SENSOR,      DRV_CLASS_POWER_BOARD, DRV_CLASS_SCREEN,  DRV_CLASS_USB,
+        DRV_CLASS_LED_ALARM,   DRV_CLASS_DOCK_EEPROM};
+    std::array<drv_class, DRV_REGISTRATION_LOG_MAX> seen{};
+    const int n = drv_registration_log(seen.data(), DRV_REGISTRATION_LOG_MAX);
+    EXPECT_EQ(std::vector<drv_class>(seen.begin(), seen.begin() + n), expected);
+    EXPECT_NE(ec_init_sem(), nullptr);
+}
+
+TEST_F(BoardSetup, CreatesTheSeventeenDevicesInOrderWhenAllResourcesArePresent)
+{
+    drv_set_path_probe(every_path_exists);
+    ASSERT_EQ(InitDriverAdapter(5), 1);
+
+    ASSERT_EQ(drv_device_count(), 17);
+    for (int i = 0; i < 17; ++i) {
+        const drv_device_t* dev = drv_device_at(i);
+        const expected_device& want = BOARD_DEVICES[i];
+        SCOPED_TRACE(want.name);
+        EXPECT_STREQ(dev->name.data(), want.name);
+        EXPECT_STREQ(dev->path.data(), want.path);
+        EXPECT_EQ(dev->variant, want.variant);
+        EXPECT_EQ(dev->variant2, want.variant2);
+    }
+    const drv_device_t* bridge = drv_device_find("Spi_Bridge");
+    ASSERT_NE(bridge, nullptr);
+    const bridge_ports_speed want_ports{1, 2, 3, 19, 129, 12000000};
+    EXPECT_EQ(std::memcmp(&bridge->ports, &want_ports, sizeof(want_ports)), 0);
+    EXPECT_EQ(std::memcmp(&bridge_board_ports_speed, &want_ports, sizeof(want_ports)), 0);
+    EXPECT_STREQ(pSignalAddress, "/var/log/backtrace.txt");
+
+    const auto log = take_log();
+    EXPECT_TRUE(logged(log, 6, "InitDriverAdapter(): DriverAdpter Initiated!\n"));
+    EXPECT_TRUE(logged(log, 6, std::string("DrvBoardSetup(): tovik driver adapter builddate:")));
+    EXPECT_FALSE(logged(log, 3, ""));
+}
+
+TEST_F(BoardSetup, StopsAtTheMissingLightSensorOnAMachineWithoutTheBoard)
+{
+    EXPECT_EQ(InitDriverAdapter(5), 0);
+    EXPECT_NE(drv_device_find("wavaudio sound"), nullptr);
+    EXPECT_EQ(drv_device_find("lightsensor"), nullptr);
+    EXPECT_EQ(drv_device_count(), 1);
+    const auto log = take_log();
+    ASSERT_FALSE(log.empty());
+    EXPECT_EQ(log.back().first, 3);
+    EXPECT_EQ(log.back().second.rfind("board_tovik.cpp:", 0), 0u) << log.back().second;
+    EXPECT_TRUE(logged(log, 3, "DrvBoardSetup(): Setup lightsensor failed.\n"));
+}
+
+TEST_F(BoardSetup, FailureAtWifiLeavesLaterDevicesUncreatedAndTheNextCallRepeatsTheSetUp)
+{
+    drv_set_path_probe(every_path_exists);
+    board_tovik_fail_step(10);
+    EXPECT_EQ(InitDriverAdapter(5), 0);
+    EXPECT_TRUE(logged(take_log(), 3, "DrvBoardSetup(): Setup WifiSetup failed.\n"));
+    for (int i = 0; i < 17; ++i)
+        EXPECT_EQ(drv_device_find(BOARD_DEVICES[i].name) != nullptr, i < 9) << BOARD_DEVICES[i].name;
+
+    board_tovik_fail_step(0);
+    EXPECT_EQ(InitDriverAdapter(5), 1);
+    const auto log = take_log();
+    EXPECT_TRUE(logged(log, 6, "DriverAdpter Initiated!\n"));
+    EXPECT_EQ(drv_device_count(), 17);  // the first nine were set up again, not duplicated
+
+    std::array<drv_class, DRV_REGISTRATION_LOG_MAX> seen{};
+    EXPECT_EQ(drv_registration_log(seen.data(), DRV_REGISTRATION_LOG_MAX), 36);
+}
+
+TEST_F(BoardSetup, FailureAtTheSpiBridgePrintsItsLineOnStandardOutput)
+{
+    drv_set_path_probe(every_path_exists);
+    board_tovik_fail_step(15);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(InitDriverAdapter(5), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Setup Spi_Bridge failed.");
+    EXPECT_FALSE(logged(take_log(), 3, ""));
+    EXPECT_NE(drv_device_find("USB_state"), nullptr);
+    EXPECT_EQ(drv_device_find("emmc_health"), nullptr);
+}
+
+TEST_F(BoardSetup, SecondCallAfterSuccessReturnsOneWithoutLogging)
+{
+    drv_set_path_probe(every_path_exists);
+    ASSERT_EQ(InitDriverAdapter(5), 1);
+    take_log();
+    board_tovik_fail_step(1);  // would fail if the set-up ran again
+    EXPECT_EQ(InitDriverAdapter(5), 1);
+    EXPECT_TRUE(take_log().empty());
+}
+
+}  // namespace
