@@ -4,6 +4,7 @@
 
 #include <mutex>
 
+#include "arm/hot_plug.h"
 #include "common/log.h"
 #include "msg_handle_internal.h"
 
@@ -115,4 +116,14 @@ void dispatch_monitor_handles(const fd_set* ready)
         if (rec.fd > 0 && rec.fd < FD_SETSIZE && FD_ISSET(rec.fd, ready) && rec.handle != nullptr)
             rec.handle(rec.para);
     }
+}
+
+void restart_all_service()
+{
+    // Cleared without event_lock, as this operation always has.
+    for (MonitorSlot& slot : event_list)
+        slot.store({});
+    event_num.store(0, std::memory_order_release);
+    // restart_system_service() of the control socket is called here once that module exists.
+    restart_hotplug_service();
 }

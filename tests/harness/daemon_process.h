@@ -1,0 +1,56 @@
+// Runs the real tactord binary in a working directory (which holds its
+// "port.conf") with the test's environment ($TACTORD_ROOT, the umockdev
+// preload and testbed), collects its standard output, and kills and reaps it
+// on destruction.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace testharness {
+
+// The daemon's log on standard output, every level, no remote-screen clients.
+inline const std::vector<std::string> kStdoutLogArgs = {"-p", "0", "-d", "0", "-i", "0"};
+
+class DaemonProcess {
+public:
+    explicit DaemonProcess(const std::string& workdir, const std::vector<std::string>& args = kStdoutLogArgs);
+    ~DaemonProcess();
+    DaemonProcess(const DaemonProcess&) = delete;
+    DaemonProcess& operator=(const DaemonProcess&) = delete;
+
+    bool started() const { return pid_ > 0; }
+    pid_t pid() const { return pid_; }
+    // Everything written so far.
+    std::string output() const;
+    // Current length of the output: pass it to wait_for to look only at what
+    // comes after.
+    std::size_t mark() const;
+    // Waits until text appears in the output at or after offset since.
+    bool wait_for(const std::string& text, std::size_t since = 0,
+                  std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
+    // Occurrences of text in the output so far.
+    int count(const std::string& text) const;
+    // True while the process has not ended.
+    bool alive();
+
+private:
+    void collect();
+
+    pid_t pid_ = -1;
+    int out_fd_ = -1;
+    std::thread reader_;
+    // Guards output_ and eof_.
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::string output_;
+    bool eof_ = false;
+};
+
+}  // namespace testharness

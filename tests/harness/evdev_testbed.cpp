@@ -1,0 +1,218 @@
+#include "harness/evdev_testbed.h"
+
+#include <linux/input.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+namespace testharness {
+namespace {
+
+std::string devnode_of(int node)
+{
+    return "/dev/event" + std::to_string(node);
+}
+
+std::string escape_attr(const std::string& s)
+{
+    std::string out;
+    for (char c : s)
+        out += c == '\n' ? std::string("\\n") : c == '\\' ? std::string("\\\\") : std::string(1, c);
+    return out;
+}
+
+}  // namespace
+
+EvdevTestbed::EvdevTestbed() : testbed_(umockdev_testbed_new()), handler_(umockdev_ioctl_base_new())
+{
+    g_signal_connect(handler_, "handle-ioctl", G_CALLBACK(&EvdevTestbed::on_ioctl), this);
+}
+
+EvdevTestbed::~EvdevTestbed()
+{
+    std::vector<std::string> names;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        names.assign(used_.begin(), used_.end());
+    }
+    for (const std::string& name : names)
+        umockdev_testbed_detach_ioctl(testbed_, name.c_str(), nullptr);
+    g_object_unref(handler_);
+    g_object_unref(testbed_);
+}
+
+bool EvdevTestbed::add(int node, const testsupport::TestDevice& dev, NodeOptions opts)
+{
+    const std::string devnode = devnode_of(node);
+    const std::string input = "/devices/platform/test/input/input" + std::to_string(next_input_++);
+    const std::string event = input + "/event" + std::to_string(node);
+
+    std::string text = "P: " + input + "\nE: SUBSYSTEM=input\n";
+    if (opts.with_name)
+        text += "A: name=" + escape_attr(dev.name + "\n") + "\n";
+    if (opts.with_phys)
+        text += "A: phys=" + escape_attr(dev.phys + "\n") + "\n";
+    text += "\nP: " + event + "\nN: event" + std::to_string(node) + "\nE: SUBSYSTEM=input\nE: DEVNAME=" + devnode +
+            "\nA: dev=13:" + std::to_string(64 + node) + "\n";
+    // The ioctl handler is in place before the node appears, so a reader
+    // that opens the node at once is already served by it.
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        if (nodes_.count(devnode) != 0 || used_.count(devnode) != 0)
+            return false;
+        nodes_[devnode] = Node{dev, opts, "/sys" + input, "/sys" + event};
+        used_.insert(devnode);
+    }
+    umockdev_testbed_attach_ioctl(testbed_, devnode.c_str(), handler_, nullptr);
+    GError* error = nullptr;
+    if (!umockdev_testbed_add_from_string(testbed_, text.c_str(), &error)) {
+        g_error_free(error);
+        return false;
+    }
+    // The kernel links each event node to its input device.
+    gchar* root = umockdev_testbed_get_root_dir(testbed_);
+    std::error_code ec;
+    std::filesystem::create_directory_symlink("..", std::string(root) + "/sys" + event + "/device", ec);
+    g_free(root);
+    return true;
+}
+
+void EvdevTestbed::remove(int node)
+{
+    const std::string devnode = devnode_of(node);
+    Node gone;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        auto it = nodes_.find(devnode);
+        if (it == nodes_.end())
+            return;
+        gone = it->second;
+        nodes_.erase(it);
+    }
+    // The handler stays attached: a reader still holding the node talks to
+    // it until it closes the node, and it answers ENODEV from now on.
+    umockdev_testbed_remove_device(testbed_, gone.event_syspath.c_str());
+    umockdev_testbed_remove_device(testbed_, gone.input_syspath.c_str());
+}
+
+int EvdevTestbed::master_fd(int node)
+{
+    return umockdev_testbed_get_dev_fd(testbed_, devnode_of(node).c_str());
+}
+
+bool EvdevTestbed::write_raw(int node, const void* data, std::size_t len)
+{
+    const int fd = master_fd(node);
+    return fd >= 0 && write(fd, data, len) == static_cast<ssize_t>(len);
+}
+
+bool EvdevTestbed::play(int node, const std::vector<tactord::input_event>& events)
+{
+    std::vector<::input_event> raw(events.size());
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        raw[i] = {};
+        raw[i].input_event_sec = events[i].tv_sec;
+        raw[i].input_event_usec = events[i].tv_usec;
+        raw[i].type = events[i].type;
+        raw[i].code = events[i].code;
+        raw[i].value = events[i].value;
+    }
+    return write_raw(node, raw.data(), raw.size() * sizeof(::input_event));
+}
+
+std::vector<tactord::input_event> EvdevTestbed::written(int node, std::chrono::milliseconds timeout)
+{
+    std::vector<tactord::input_event> out;
+    const int fd = master_fd(node);
+    if (fd < 0)
+        return out;
+    // The other end reports a hang-up while no reader holds the node open,
+    // so wait for data, not just for an event on it.
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    ::input_event raw[16];
+    ssize_t n = -1;
+    while (n <= 0 && std::chrono::steady_clock::now() < deadline) {
+        pollfd p{fd, POLLIN, 0};
+        if (poll(&p, 1, 20) > 0 && (p.revents & POLLIN) != 0)
+            n = read(fd, raw, sizeof raw);
+        else if (p.revents != 0)
+            usleep(20000);
+    }
+    for (ssize_t i = 0; n > 0 && i < n / static_cast<ssize_t>(sizeof(::input_event)); ++i)
+        out.push_back({static_cast<int32_t>(raw[i].input_event_sec), static_cast<int32_t>(raw[i].input_event_usec),
+                       raw[i].type, raw[i].code, raw[i].value});
+    return out;
+}
+
+gboolean EvdevTestbed::on_ioctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self)
+{
+    return static_cast<EvdevTestbed*>(self)->handle_ioctl(client);
+}
+
+gboolean EvdevTestbed::handle_ioctl(UMockdevIoctlClient* client)
+{
+    const unsigned long request = umockdev_ioctl_client_get_request(client);
+    const std::string devnode = umockdev_ioctl_client_get_devnode(client);
+    Node node;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        auto it = nodes_.find(devnode);
+        if (it == nodes_.end()) {
+            umockdev_ioctl_client_complete(client, -1, ENODEV);
+            return TRUE;
+        }
+        node = it->second;
+    }
+    if (node.opts.fail_ioctls || _IOC_TYPE(request) != 'E' || _IOC_DIR(request) != _IOC_READ) {
+        umockdev_ioctl_client_complete(client, -1, node.opts.fail_ioctls ? EIO : ENOTTY);
+        return TRUE;
+    }
+    const unsigned nr = _IOC_NR(request);
+    const std::size_t size = _IOC_SIZE(request);
+    UMockdevIoctlData* data = umockdev_ioctl_data_resolve(umockdev_ioctl_client_get_arg(client), 0, size, nullptr);
+    if (data == nullptr) {
+        umockdev_ioctl_client_complete(client, -1, EFAULT);
+        return TRUE;
+    }
+    auto* out = reinterpret_cast<uint8_t*>(data->data);
+    long result = -1;
+    int err = EINVAL;
+    if (nr >= 0x20 && nr < 0x20 + EV_CNT) {
+        // EVIOCGBIT: the kernel copies no more than the bitmap's real size.
+        const unsigned type = nr - 0x20;
+        const std::vector<unsigned>* bits = type == 0        ? &node.dev.ev
+                                            : type == EV_KEY ? &node.dev.key
+                                            : type == EV_ABS ? &node.dev.abs
+                                            : type == EV_REL ? &node.dev.rel
+                                                             : nullptr;
+        const std::size_t real = type == 0        ? (EV_MAX + 8) / 8
+                                 : type == EV_KEY ? (KEY_MAX + 8) / 8
+                                 : type == EV_ABS ? (ABS_MAX + 8) / 8
+                                 : type == EV_REL ? (REL_MAX + 8) / 8
+                                                  : 0;
+        const std::size_t len = std::min(size, real);
+        testsupport::fill_bits(bits != nullptr ? *bits : std::vector<unsigned>{}, out, len);
+        result = static_cast<long>(len);
+        err = 0;
+    } else if (nr >= 0x40 && nr < 0x40 + ABS_CNT && size == sizeof(input_absinfo)) {
+        // EVIOCGABS
+        input_absinfo info{};
+        for (const testsupport::AbsAxis& axis : node.dev.axes) {
+            if (axis.code == nr - 0x40) {
+                info.minimum = axis.minimum;
+                info.maximum = axis.maximum;
+            }
+        }
+        std::memcpy(out, &info, sizeof info);
+        result = 0;
+        err = 0;
+    }
+    umockdev_ioctl_client_complete(client, result, err);
+    g_object_unref(data);
+    return TRUE;
+}
+
+}  // namespace testharness

@@ -1,0 +1,77 @@
+// A umockdev testbed of evdev nodes "/dev/eventN": sysfs name and phys in
+// the kernel's layout, the capability ioctls answered from a TestDevice, and
+// the node's other end for playing events in and reading what a reader
+// writes back. Create it before starting a daemon: the daemon inherits the
+// testbed through the environment.
+#pragma once
+
+#include <umockdev.h>
+
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "common/tactord_types.h"
+#include "support/devices.h"
+
+namespace testharness {
+
+struct NodeOptions {
+    bool fail_ioctls = false;  // every ioctl fails with EIO
+    bool with_phys = true;     // no "phys" attribute when false
+    bool with_name = true;     // no "name" attribute when false
+};
+
+class EvdevTestbed {
+public:
+    EvdevTestbed();
+    ~EvdevTestbed();
+    EvdevTestbed(const EvdevTestbed&) = delete;
+    EvdevTestbed& operator=(const EvdevTestbed&) = delete;
+
+    // Plugs dev in as /dev/event<node>. A node number is used once per
+    // testbed (the emulation keeps the other end of an unplugged node): false
+    // for a number already used.
+    bool add(int node, const testsupport::TestDevice& dev, NodeOptions opts = {});
+    // Unplugs /dev/event<node>.
+    void remove(int node);
+
+    // Writes the events into the node in the kernel's record layout, as one
+    // write, so a reader sees them in one read.
+    bool play(int node, const std::vector<tactord::input_event>& events);
+    // Writes raw bytes into the node.
+    bool write_raw(int node, const void* data, std::size_t len);
+    // Events the reader wrote to the node, waiting up to timeout for at
+    // least one.
+    std::vector<tactord::input_event> written(int node, std::chrono::milliseconds timeout);
+
+private:
+    struct Node {
+        testsupport::TestDevice dev;
+        NodeOptions opts;
+        std::string input_syspath;  // the input device (name, phys)
+        std::string event_syspath;  // its event node
+    };
+
+    static gboolean on_ioctl(UMockdevIoctlBase* base, UMockdevIoctlClient* client, gpointer self);
+    gboolean handle_ioctl(UMockdevIoctlClient* client);
+    int master_fd(int node);
+
+    UMockdevTestbed* testbed_;
+    UMockdevIoctlBase* handler_;
+    // Guards nodes_: the ioctl handler runs on the testbed's worker thread.
+    std::mutex mutex_;
+    std::map<std::string, Node> nodes_;  // by "/dev/eventN"
+    std::set<std::string> used_;
+    int next_input_ = 20;
+};
+
+inline tactord::input_event ev(uint16_t type, uint16_t code, int32_t value)
+{
+    return {0, 0, type, code, value};
+}
+
+}  // namespace testharness

@@ -1,0 +1,206 @@
+#include "arm/hot_plug.h"
+
+#include <gtest/gtest.h>
+#include <linux/input.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "arm/hot_plug_internal.h"
+#include "common/inputdevice_manager.h"
+#include "common/log.h"
+#include "common/multi_config.h"
+#include "common/usb_gun/usblog.h"
+#include "support/devices.h"
+#include "support/log_capture.h"
+#include "support/scratch_root.h"
+
+namespace {
+
+using testsupport::TestDevice;
+namespace dev = testsupport::devices;
+
+int classify(const TestDevice& d, int* need_cali)
+{
+    evdev_bitmaps bits{};
+    testsupport::fill_bits(d.ev, bits.ev.data(), bits.ev.size());
+    testsupport::fill_bits(d.abs, bits.abs.data(), bits.abs.size());
+    testsupport::fill_bits(d.key, bits.key.data(), bits.key.size());
+    testsupport::fill_bits(d.rel, bits.rel.data(), bits.rel.size());
+    return classify_event_device(bits, need_cali);
+}
+
+TEST(Classification, EveryKindOfDevice)
+{
+    struct Case {
+        const TestDevice& device;
+        int kind;
+        const char* line;
+    };
+    const Case cases[] = {
+        {dev::single_touch_screen(), USB_INPUT_TOUCHSCREEN, "Info:TOUCHSCREEN device type...\n"},
+        {dev::multi_touch_screen(), USB_INPUT_TOUCHSCREEN, "Info:TOUCHSCREEN device type...\n"},
+        {dev::full_keyboard(), USB_INPUT_KEYBOARD, "KEYBOARD device type...\n"},
+        {dev::partial_keyboard(), USB_INPUT_OTHER, "KEY device type...\n"},
+        {dev::abs_mouse(), USB_INPUT_MOUSE, "MOUSE device type...\n"},
+        {dev::tablet(), USB_INPUT_OTHER, "TABLET device type...\n"},
+        {dev::touchpad(), USB_INPUT_OTHER, "TOUCHPAD device type...\n"},
+        {dev::joystick(), USB_INPUT_OTHER, "JOYSTICK device type...\n"},
+        {dev::accelerometer(), USB_INPUT_OTHER, "ACCELEROMETER  device type...\n"},
+        {dev::front_panel(), USB_INPUT_OTHER, "Found key 160 in high block\n"},
+        {dev::wedge_scanner(), USB_INPUT_OTHER, "KEY device type...\n"},
+    };
+    for (const Case& c : cases) {
+        testsupport::LogCapture log(LEVEL_INFO);
+        int need_cali = -7;
+        EXPECT_EQ(classify(c.device, &need_cali), c.kind) << c.device.name;
+        EXPECT_TRUE(log.has(c.line)) << c.device.name;
+        if (c.kind != USB_INPUT_TOUCHSCREEN) {
+            EXPECT_EQ(need_cali, -7) << c.device.name << ": written only for touchscreens";
+        }
+    }
+}
+
+TEST(Classification, MultiTouchPanelNeedsNoCalibration)
+{
+    int need_cali = -1;
+    ASSERT_EQ(classify(dev::multi_touch_screen(), &need_cali), USB_INPUT_TOUCHSCREEN);
+    EXPECT_EQ(need_cali, 0);
+    ASSERT_EQ(classify(dev::single_touch_screen(), &need_cali), USB_INPUT_TOUCHSCREEN);
+    EXPECT_EQ(need_cali, 1);
+}
+
+TEST(Classification, PrecedenceRules)
+{
+    int need_cali = 0;
+    // A relative mouse that also reports ABS_X/ABS_Y and BTN_TOUCH.
+    EXPECT_EQ(classify(dev::mouse_with_abs(), &need_cali), USB_INPUT_MOUSE);
+    // Relative axes win over a tablet result too.
+    TestDevice pen_mouse = dev::tablet();
+    pen_mouse.ev.push_back(EV_REL);
+    pen_mouse.rel = {REL_X, REL_Y};
+    pen_mouse.key.push_back(BTN_LEFT);
+    EXPECT_EQ(classify(pen_mouse, &need_cali), USB_INPUT_MOUSE);
+    // Keys 1..31 make a keyboard; KEY_RESERVED is not needed, key 31 is.
+    TestDevice keys = dev::full_keyboard();
+    EXPECT_EQ(classify(keys, &need_cali), USB_INPUT_KEYBOARD);
+    std::erase(keys.key, 31u);
+    EXPECT_EQ(classify(keys, &need_cali), USB_INPUT_OTHER);
+    // Keys only above 255 and outside 352..703, no pointer: nothing.
+    EXPECT_EQ(classify(dev::misc_buttons(), &need_cali), -1);
+    // A touchscreen with some keys is still reported by its key analysis.
+    TestDevice ts_keys = dev::single_touch_screen();
+    ts_keys.key.push_back(KEY_POWER);
+    EXPECT_EQ(classify(ts_keys, &need_cali), USB_INPUT_OTHER);
+}
+
+TEST(Classification, MissingNodeIsUnknown)
+{
+    testsupport::LogCapture log;
+    int need_cali = 0;
+    EXPECT_EQ(Get_EventDeviceType("/nonexistent/event9", &need_cali), USB_INPUT_UNKNOW);
+    EXPECT_TRUE(log.has("path not exist...\n"));
+}
+
+// Scan passes over slots whose node and sysfs files are plain files of a
+// scratch directory.
+class ScanPass : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        testsupport::write_file(root_.at("/port.conf"),
+                                "StartSection \"Input\"\n    usb-musb-hdrc.1-1.2 2\nEndSection\n");
+        ASSERT_EQ(config_init(root_.at("/port.conf").c_str()), 0);
+        ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
+        hotplug_fill_paths();
+        EvtCtrl_t& s = TactordCtrl.evtctrl[3];
+        std::snprintf(s.devnode, sizeof s.devnode, "%s", root_.at("/event3").c_str());
+        std::snprintf(s.get_port, sizeof s.get_port, "%s", root_.at("/phys3").c_str());
+        std::snprintf(s.get_name, sizeof s.get_name, "%s", root_.at("/name3").c_str());
+        testsupport::write_file(root_.at("/phys3"), "usb-musb-hdrc.1-1.2/input0\n");
+        testsupport::write_file(root_.at("/name3"), "Scanner\n");
+    }
+    void plug() { testsupport::write_file(root_.at("/event3"), ""); }
+    void unplug() { unlink(root_.at("/event3").c_str()); }
+    std::string scan_log() const { return testsupport::read_file(root_.at("/tmp/scan-server.txt")); }
+    static int count(const std::string& text, const std::string& what)
+    {
+        int n = 0;
+        for (auto p = text.find(what); p != std::string::npos; p = text.find(what, p + 1))
+            ++n;
+        return n;
+    }
+
+    testsupport::ScratchRoot root_;
+    const EvtCtrl_t& slot_ = TactordCtrl.evtctrl[3];
+};
+
+TEST_F(ScanPass, AppearanceAndDisappearanceReachTheRegistry)
+{
+    plug();
+    hotplug_scan_pass();
+    EXPECT_EQ(slot_.dev_flag, 1);
+    EXPECT_EQ(slot_.evt_index, 3);
+    EXPECT_STREQ(slot_.syspath, "usb-musb-hdrc.1-1.2/input0\n");
+    ASSERT_NE(get_input_info(2), nullptr);
+    EXPECT_STREQ(get_input_info(2)->device, slot_.devnode);
+
+    hotplug_scan_pass();  // no change, no second record
+    EXPECT_EQ(get_input_info(2)->next.load(), nullptr);
+
+    unplug();
+    hotplug_scan_pass();
+    EXPECT_EQ(slot_.dev_flag, 0);
+    EXPECT_EQ(slot_.bExit, 0);
+    EXPECT_EQ(get_input_info(2), nullptr);
+}
+
+TEST_F(ScanPass, LentNodeLeavesTheRegistryAndComesBack)
+{
+    plug();
+    hotplug_scan_pass();
+    ASSERT_NE(get_input_info(2), nullptr);
+
+    RMEventFromTactord(3);
+    hotplug_scan_pass();
+    EXPECT_EQ(get_input_info(2), nullptr);
+    EXPECT_EQ(slot_.bScanCtrl, 1);
+    hotplug_scan_pass();
+    EXPECT_EQ(count(scan_log(), "Insert Scan event3...\r\n"), 1);
+    EXPECT_EQ(get_input_info(2), nullptr);
+
+    ADEventToTactord(3);
+    hotplug_scan_pass();
+    EXPECT_NE(get_input_info(2), nullptr);
+    EXPECT_EQ(slot_.bScanCtrl, 0);
+}
+
+TEST_F(ScanPass, UnpluggingALentNodeEndsTheLending)
+{
+    plug();
+    hotplug_scan_pass();
+    RMEventFromTactord(3);
+    hotplug_scan_pass();
+    unplug();
+    hotplug_scan_pass();
+    EXPECT_EQ(slot_.bScanCtrl, 0);
+    EXPECT_EQ(count(scan_log(), "Remove Scan event3...\r\n"), 1);
+
+    plug();
+    hotplug_scan_pass();
+    EXPECT_NE(get_input_info(2), nullptr);
+}
+
+TEST_F(ScanPass, ReturningANodeThatIsNotLentChangesNothing)
+{
+    plug();
+    hotplug_scan_pass();
+    ADEventToTactord(3);
+    hotplug_scan_pass();
+    EXPECT_EQ(slot_.dev_flag, 1);
+    EXPECT_EQ(slot_.bScanCtrl, 0);
+    EXPECT_EQ(get_input_info(2)->next.load(), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,161 @@
+#include "common/evdev_msg.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/input.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "common/evdev_msg_internal.h"
+#include "common/inputdevice_manager.h"
+#include "common/inputevent_handle_internal.h"
+#include "common/ts_cali.h"
+#include "support/log_capture.h"
+
+namespace {
+
+struct Seen {
+    _InputDev* dev;
+    tactord::input_event ev;
+    evdev_event_path path;
+};
+std::vector<Seen> seen;
+
+void observe(_InputDev* dev, const tactord::input_event* ev, evdev_event_path path)
+{
+    seen.push_back({dev, *ev, path});
+}
+
+::input_event native(int sec, int usec, uint16_t type, uint16_t code, int32_t value)
+{
+    ::input_event e{};
+    e.input_event_sec = sec;
+    e.input_event_usec = usec;
+    e.type = type;
+    e.code = code;
+    e.value = value;
+    return e;
+}
+
+// A node stand-in: a non-blocking pipe whose write end plays the kernel.
+class Reading : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(pipe2(fds_, O_NONBLOCK), 0);
+        dev_.fd = fds_[0];
+        seen.clear();
+        process_evdev_observer = observe;
+    }
+    void TearDown() override
+    {
+        process_evdev_observer = nullptr;
+        evdev_read = ::read;
+        close(fds_[0]);
+        close(fds_[1]);
+    }
+    void put(const std::vector<::input_event>& evs)
+    {
+        ASSERT_EQ(write(fds_[1], evs.data(), evs.size() * sizeof(::input_event)),
+                  static_cast<ssize_t>(evs.size() * sizeof(::input_event)));
+    }
+
+    int fds_[2];
+    _InputDev dev_;
+};
+
+TEST_F(Reading, WholeRecordsArriveInOrderConverted)
+{
+    std::vector<::input_event> evs;
+    for (int i = 0; i < 40; ++i)
+        evs.push_back(native(1000 + i, 500, EV_ABS, ABS_X, i - 3));
+    put(evs);
+    EXPECT_EQ(EvdevReadInput(&dev_), 0);
+    // More than one batch of 16 was drained in one call.
+    ASSERT_EQ(seen.size(), 40u);
+    for (int i = 0; i < 40; ++i) {
+        EXPECT_EQ(seen[i].dev, &dev_);
+        EXPECT_EQ(seen[i].ev.tv_sec, 1000 + i);
+        EXPECT_EQ(seen[i].ev.tv_usec, 500);
+        EXPECT_EQ(seen[i].ev.type, EV_ABS);
+        EXPECT_EQ(seen[i].ev.value, i - 3);
+        EXPECT_EQ(seen[i].path, evdev_event_path::router);
+    }
+}
+
+TEST_F(Reading, TornReadIsDroppedWhole)
+{
+    testsupport::LogCapture log;
+    const ::input_event e = native(1, 2, EV_KEY, KEY_A, 1);
+    ASSERT_EQ(write(fds_[1], &e, sizeof e - 4), static_cast<ssize_t>(sizeof e - 4));
+    EXPECT_EQ(EvdevReadInput(&dev_), 0);
+    EXPECT_TRUE(seen.empty());
+    EXPECT_EQ(log.lines().size(), 1u);
+    EXPECT_NE(log.lines()[0].text.find("Read error: "), std::string::npos);
+}
+
+TEST_F(Reading, UnpluggedAndEmptyNodesReturnQuietly)
+{
+    testsupport::LogCapture log;
+    EXPECT_EQ(EvdevReadInput(&dev_), 0);  // EAGAIN
+    evdev_read = [](int, void*, size_t) -> ssize_t {
+        errno = ENODEV;
+        return -1;
+    };
+    EXPECT_EQ(EvdevReadInput(&dev_), 0);
+    EXPECT_TRUE(log.lines().empty());
+    evdev_read = [](int, void*, size_t) -> ssize_t {
+        errno = EIO;
+        return -1;
+    };
+    EXPECT_EQ(EvdevReadInput(&dev_), 0);
+    EXPECT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(EvdevReadInput(nullptr), -1);
+    EXPECT_TRUE(seen.empty());
+}
+
+TEST_F(Reading, PathFollowsTheSeatsCalibrationState)
+{
+    dev_.seat = 3;
+    dev_.need_cali = 1;
+    put({native(0, 0, EV_ABS, ABS_X, 1)});
+    EvdevReadInput(&dev_);
+    auto* ts = new ts_priv_data_s{};
+    ts->mode = 1;
+    ASSERT_EQ(ts_set_private_data(3, ts), 0);
+    put({native(0, 0, EV_ABS, ABS_X, 2)});
+    EvdevReadInput(&dev_);
+    dev_.need_cali = 0;
+    ts->mode = 0;
+    put({native(0, 0, EV_ABS, ABS_X, 3)});
+    EvdevReadInput(&dev_);
+    ts_free_private_data(3);
+    ASSERT_EQ(seen.size(), 3u);
+    EXPECT_EQ(seen[0].path, evdev_event_path::raw_touch);
+    EXPECT_EQ(seen[1].path, evdev_event_path::cali_capture);
+    EXPECT_EQ(seen[2].path, evdev_event_path::router);
+}
+
+TEST(Writing, LedEventGoesOutInTheKernelLayout)
+{
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    _InputDev dev;
+    dev.fd = fds[1];
+    tactord::input_event led{5, 6, EV_LED, LED_NUML, 1};
+    EXPECT_EQ(EvdevWrite(&dev, &led), static_cast<int>(sizeof(::input_event)));
+    EXPECT_EQ(EvdevWrite(nullptr, &led), -1);
+    EXPECT_EQ(EvdevWrite(&dev, nullptr), -1);
+    ::input_event out{};
+    ASSERT_EQ(read(fds[0], &out, sizeof out), static_cast<ssize_t>(sizeof out));
+    EXPECT_EQ(out.input_event_sec, 5);
+    EXPECT_EQ(out.type, EV_LED);
+    EXPECT_EQ(out.code, LED_NUML);
+    EXPECT_EQ(out.value, 1);
+    close(fds[0]);
+    close(fds[1]);
+}
+
+}  // namespace
