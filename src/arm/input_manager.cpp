@@ -9,12 +9,16 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "arm/hot_plug.h"
+#include "board/common/board.h"
 #include "common/OrvelClient.h"
 #include "common/cursor_timer.h"
 #include "common/log.h"
 #include "common/multi_config.h"
+#include "func/touchscreen/touchscreen_lock_ctl.h"
 #include "msg_handle.h"
 #include "vr_memmanager.h"
+#include "vr_os.h"
 
 std::atomic<unsigned int> nWatdogReset{0};
 
@@ -109,8 +113,12 @@ void input_manager_main(int argc, char** argv)
     print_my_version();
     signal_initcapture();
     config_init("port.conf");
+    touchscreeninit();
+    VR_SysInit();
+    InitDriverAdapter(5);
     (void)opts;
 
+    start_hotplug_service();
     TLOG(LEVEL_DEBUG, "nice is %d\n", nice(-20));
     nWatdogReset.store(0, std::memory_order_relaxed);
     Init_Watch(1, &nWatdogReset, 30);
