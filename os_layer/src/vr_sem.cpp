@@ -25,7 +25,7 @@ VR_NAMED_SEM VR_NamedSemOpen(const char* name, uint32_t initial_count)
 
     std::array<char, VR_SEM_NAME_MAX + 1> full{};
     const int n = std::snprintf(full.data(), full.size(), "/%s", name);
-    if (n < 0 || static_cast<std::size_t>(n) >= full.size() - 1)
+    if (n < 0 || static_cast<std::size_t>(n) >= full.size())
         return nullptr;
 
     sem_t* sem = sem_open(full.data(), O_CREAT, 0666, initial_count);

@@ -20,7 +20,6 @@ struct vr_task_rec {
     std::array<char, VR_TASK_NAME_MAX> name;
     VR_TASK_ENTRY entry;
     void* arg;
-    int priority;
 };
 
 std::mutex g_task_lock;  // guards g_tasks (slot allocation and release)
@@ -66,19 +65,20 @@ private:
 
 std::size_t stack_bytes(uint32_t requested)
 {
-    const long page = sysconf(_SC_PAGESIZE) > 0 ? sysconf(_SC_PAGESIZE) : 4096;
-    std::size_t size = std::max<std::size_t>(requested, PTHREAD_STACK_MIN);
-    const auto p = static_cast<std::size_t>(page);
+    const long page = sysconf(_SC_PAGESIZE);
+    const std::size_t p = page > 0 ? static_cast<std::size_t>(page) : 4096;
+    const std::size_t size = std::max<std::size_t>(requested, PTHREAD_STACK_MIN);
     return (size + p - 1) / p * p;
 }
 
 }  // namespace
 
-// The priority is kept with the task but not applied: the layer's tasks run in
-// the platform's normal scheduling class, whose threads share one priority.
+// The priority is not applied: the layer's tasks run in the platform's normal
+// scheduling class, whose threads share one priority.
 int VR_CreateTask(VR_TASK_ID* id, const char* name, VR_TASK_ENTRY entry, void* arg,
                   uint32_t stack_size, int priority)
 {
+    (void)priority;
     if (entry == nullptr)
         return -1;
 
@@ -100,7 +100,6 @@ int VR_CreateTask(VR_TASK_ID* id, const char* name, VR_TASK_ENTRY entry, void* a
             std::strncpy(rec.name.data(), name, rec.name.size() - 1);
         rec.entry = entry;
         rec.arg = arg;
-        rec.priority = priority;
     }
 
     thread_attr attr;

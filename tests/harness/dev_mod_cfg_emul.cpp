@@ -63,12 +63,6 @@ void DevModCfgEmulator::fail(unsigned long code)
     failing_.insert(code);
 }
 
-void DevModCfgEmulator::clear_failures()
-{
-    std::lock_guard<std::mutex> guard(mutex_);
-    failing_.clear();
-}
-
 std::vector<DevModCfgEmulator::Request> DevModCfgEmulator::requests() const
 {
     std::lock_guard<std::mutex> guard(mutex_);

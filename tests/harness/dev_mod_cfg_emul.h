@@ -35,9 +35,8 @@ public:
     void set_touch(int screen, int keydown, int x, int y);
     void set_volume(int volume);  // kept in screen 0's record
 
-    // Requests with this code fail with EIO (until cleared).
+    // Requests with this code fail with EIO from now on.
     void fail(unsigned long code);
-    void clear_failures();
 
     std::vector<Request> requests() const;
     void clear_requests();

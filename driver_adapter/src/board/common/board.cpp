@@ -23,13 +23,17 @@ int InitDriverAdapter(board_id_t id)
 
     send_log(DRV_LOG_INFO, "%s:%d:%s(): DriverAdpter Initiated!\n", DRV_POS);
 
-    VR_NAMED_SEM sem = VR_NamedSemOpen(SEM_NAME_EC_INIT, 1);
-    if (sem == nullptr) {
-        send_log(DRV_LOG_ERR, "%s:%d:%s(): Create named semaphore SEM_NAME_EC_INIT FAILED!\r\n",
-                 DRV_POS);
-        return -1;
+    // A call repeating a failed board set-up keeps the handle it already has
+    // instead of opening the semaphore once more.
+    if (g_ec_init_sem.load(std::memory_order_acquire) == nullptr) {
+        VR_NAMED_SEM sem = VR_NamedSemOpen(SEM_NAME_EC_INIT, 1);
+        if (sem == nullptr) {
+            send_log(DRV_LOG_ERR,
+                     "%s:%d:%s(): Create named semaphore SEM_NAME_EC_INIT FAILED!\r\n", DRV_POS);
+            return -1;
+        }
+        g_ec_init_sem.store(sem, std::memory_order_release);
     }
-    g_ec_init_sem.store(sem, std::memory_order_release);
 
     InitGpioAdapters();
     InitSoundAdapters();

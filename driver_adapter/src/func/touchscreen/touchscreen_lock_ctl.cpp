@@ -62,30 +62,18 @@ private:
     int fd_;
 };
 
-enum class dev_result { ok, open_failed, ioctl_failed };
-
-dev_result dev_request(unsigned long request, dev_mod_cfg_t* record)
-{
-    const dev_fd fd(open(DEV_MOD_CFG_PATH, O_RDWR | O_CLOEXEC));
-    if (fd.get() < 0)
-        return dev_result::open_failed;
-    if (ioctl(fd.get(), request, record) < 0)
-        return dev_result::ioctl_failed;
-    return dev_result::ok;
-}
-
-// Logs a failed request at the caller's position, as if it logged itself.
+// One request with the screen's record. A failure is logged at the caller's
+// position (func, line), as if the caller had logged it itself.
 int checked_request(unsigned long request, dev_mod_cfg_t* record, const char* func, int line)
 {
-    switch (dev_request(request, record)) {
-    case dev_result::open_failed:
+    const dev_fd fd(open(DEV_MOD_CFG_PATH, O_RDWR | O_CLOEXEC));
+    if (fd.get() < 0) {
         send_log(DRV_LOG_ERR, "%s:%d:%s(): open failed!\n", __FILE_NAME__, line, func);
         return -1;
-    case dev_result::ioctl_failed:
+    }
+    if (ioctl(fd.get(), request, record) < 0) {
         send_log(DRV_LOG_ERR, "%s:%d:%s(): ioctl failed!\n", __FILE_NAME__, line, func);
         return -1;
-    case dev_result::ok:
-        break;
     }
     return 0;
 }
@@ -176,26 +164,25 @@ int set_explicit_lock(int screen, bool lock)
     return 0;
 }
 
-// Applies a touch event to the record; true when it was one this module
-// mirrors (and so was written with request 164).
-bool mirror_event(ts_lock_info_t& info, const tactord::input_event& ev)
+bool is_touch_key(const tactord::input_event& ev)
 {
-    if (ev.type == EV_KEY && (ev.code == BTN_LEFT || ev.code == BTN_TOUCH)) {
+    return ev.type == EV_KEY && (ev.code == BTN_LEFT || ev.code == BTN_TOUCH);
+}
+
+// Applies a touch event to the record and writes it with request 164; other
+// events are ignored.
+void mirror_event(ts_lock_info_t& info, const tactord::input_event& ev)
+{
+    if (is_touch_key(ev)) {
         store_field(info.lock_info.keydown, ev.value);
     } else if (ev.type == EV_ABS && ev.code == ABS_X) {
         store_field(info.lock_info.xcord, ev.value);
     } else if (ev.type == EV_ABS && ev.code == ABS_Y) {
         store_field(info.lock_info.ycord, ev.value);
     } else {
-        return false;
+        return;
     }
     setmodconfig(DEV_MOD_CFG_SET_COORD, &info.lock_info, sizeof(dev_mod_cfg_t));
-    return true;
-}
-
-bool is_press(const tactord::input_event& ev)
-{
-    return ev.type == EV_KEY && (ev.code == BTN_LEFT || ev.code == BTN_TOUCH) && ev.value != 0;
 }
 
 }  // namespace
@@ -282,7 +269,7 @@ void touchscreen_set_coordinate(int screen, const tactord::input_event* ev)
         return;
     // The volume lives in screen 0's record whatever the screen.
     const int volume = touchscreen_get_key_volume(screen);
-    if (is_press(*ev)) {
+    if (is_touch_key(*ev) && ev->value != 0) {
         if (volume >= 1)
             Sound_Play(TS_KEY_CLICK_SOUND, volume, 0, 0, screen, 0);
         else if (volume < 0)
