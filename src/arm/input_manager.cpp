@@ -109,15 +109,15 @@ void input_manager_main(int argc, char** argv)
     // written, also through a pipe or into a file.
     std::setvbuf(stdout, nullptr, _IONBF, 0);
 
-    const tactord_options opts = parse_options(argc, argv);
+    // opts.init_ipc gates the remote-screen clients, which start right after
+    // the adapter once they are part of the daemon.
+    [[maybe_unused]] const tactord_options opts = parse_options(argc, argv);
     print_my_version();
     signal_initcapture();
     config_init("port.conf");
     touchscreeninit();
     VR_SysInit();
     InitDriverAdapter(5);
-    (void)opts;
-
     start_hotplug_service();
     TLOG(LEVEL_DEBUG, "nice is %d\n", nice(-20));
     nWatdogReset.store(0, std::memory_order_relaxed);
