@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <tuple>
 
 namespace testharness {
 namespace {
@@ -14,14 +15,6 @@ namespace {
 std::string devnode_of(int node)
 {
     return "/dev/event" + std::to_string(node);
-}
-
-std::string escape_attr(const std::string& s)
-{
-    std::string out;
-    for (char c : s)
-        out += c == '\n' ? std::string("\\n") : c == '\\' ? std::string("\\\\") : std::string(1, c);
-    return out;
 }
 
 }  // namespace
@@ -33,13 +26,8 @@ EvdevTestbed::EvdevTestbed() : testbed_(umockdev_testbed_new()), handler_(umockd
 
 EvdevTestbed::~EvdevTestbed()
 {
-    std::vector<std::string> names;
-    {
-        std::lock_guard<std::mutex> guard(mutex_);
-        names.assign(used_.begin(), used_.end());
-    }
-    for (const std::string& name : names)
-        umockdev_testbed_detach_ioctl(testbed_, name.c_str(), nullptr);
+    for (const auto& [devnode, node] : nodes_)
+        umockdev_testbed_detach_ioctl(testbed_, devnode.c_str(), nullptr);
     g_object_unref(handler_);
     g_object_unref(testbed_);
 }
@@ -52,19 +40,17 @@ bool EvdevTestbed::add(int node, const testsupport::TestDevice& dev, NodeOptions
 
     std::string text = "P: " + input + "\nE: SUBSYSTEM=input\n";
     if (opts.with_name)
-        text += "A: name=" + escape_attr(dev.name + "\n") + "\n";
+        text += "A: name=" + dev.name + "\\n\n";
     if (opts.with_phys)
-        text += "A: phys=" + escape_attr(dev.phys + "\n") + "\n";
+        text += "A: phys=" + dev.phys + "\\n\n";
     text += "\nP: " + event + "\nN: event" + std::to_string(node) + "\nE: SUBSYSTEM=input\nE: DEVNAME=" + devnode +
             "\nA: dev=13:" + std::to_string(64 + node) + "\n";
     // The ioctl handler is in place before the node appears, so a reader
     // that opens the node at once is already served by it.
     {
         std::lock_guard<std::mutex> guard(mutex_);
-        if (nodes_.count(devnode) != 0 || used_.count(devnode) != 0)
+        if (!nodes_.try_emplace(devnode, Node{dev, opts, "/sys" + input, "/sys" + event}).second)
             return false;
-        nodes_[devnode] = Node{dev, opts, "/sys" + input, "/sys" + event};
-        used_.insert(devnode);
     }
     umockdev_testbed_attach_ioctl(testbed_, devnode.c_str(), handler_, nullptr);
     GError* error = nullptr;
@@ -87,10 +73,10 @@ void EvdevTestbed::remove(int node)
     {
         std::lock_guard<std::mutex> guard(mutex_);
         auto it = nodes_.find(devnode);
-        if (it == nodes_.end())
+        if (it == nodes_.end() || !it->second.present)
             return;
+        it->second.present = false;
         gone = it->second;
-        nodes_.erase(it);
     }
     // The handler stays attached: a reader still holding the node talks to
     // it until it closes the node, and it answers ENODEV from now on.
@@ -113,12 +99,9 @@ bool EvdevTestbed::play(int node, const std::vector<tactord::input_event>& event
 {
     std::vector<::input_event> raw(events.size());
     for (std::size_t i = 0; i < events.size(); ++i) {
-        raw[i] = {};
         raw[i].input_event_sec = events[i].tv_sec;
         raw[i].input_event_usec = events[i].tv_usec;
-        raw[i].type = events[i].type;
-        raw[i].code = events[i].code;
-        raw[i].value = events[i].value;
+        std::tie(raw[i].type, raw[i].code, raw[i].value) = std::tie(events[i].type, events[i].code, events[i].value);
     }
     return write_raw(node, raw.data(), raw.size() * sizeof(::input_event));
 }
@@ -160,7 +143,7 @@ gboolean EvdevTestbed::handle_ioctl(UMockdevIoctlClient* client)
     {
         std::lock_guard<std::mutex> guard(mutex_);
         auto it = nodes_.find(devnode);
-        if (it == nodes_.end()) {
+        if (it == nodes_.end() || !it->second.present) {
             umockdev_ioctl_client_complete(client, -1, ENODEV);
             return TRUE;
         }
@@ -182,30 +165,22 @@ gboolean EvdevTestbed::handle_ioctl(UMockdevIoctlClient* client)
     int err = EINVAL;
     if (nr >= 0x20 && nr < 0x20 + EV_CNT) {
         // EVIOCGBIT: the kernel copies no more than the bitmap's real size.
-        const unsigned type = nr - 0x20;
-        const std::vector<unsigned>* bits = type == 0        ? &node.dev.ev
-                                            : type == EV_KEY ? &node.dev.key
-                                            : type == EV_ABS ? &node.dev.abs
-                                            : type == EV_REL ? &node.dev.rel
-                                                             : nullptr;
-        const std::size_t real = type == 0        ? (EV_MAX + 8) / 8
-                                 : type == EV_KEY ? (KEY_MAX + 8) / 8
-                                 : type == EV_ABS ? (ABS_MAX + 8) / 8
-                                 : type == EV_REL ? (REL_MAX + 8) / 8
-                                                  : 0;
-        const std::size_t len = std::min(size, real);
-        testsupport::fill_bits(bits != nullptr ? *bits : std::vector<unsigned>{}, out, len);
+        const std::map<unsigned, std::pair<const std::vector<unsigned>*, unsigned>> maps = {
+            {0, {&node.dev.ev, EV_MAX}},
+            {EV_KEY, {&node.dev.key, KEY_MAX}},
+            {EV_ABS, {&node.dev.abs, ABS_MAX}},
+            {EV_REL, {&node.dev.rel, REL_MAX}}};
+        const auto it = maps.find(nr - 0x20);
+        const std::size_t len = it == maps.end() ? 0 : std::min<std::size_t>(size, (it->second.second + 8) / 8);
+        testsupport::fill_bits(it == maps.end() ? std::vector<unsigned>{} : *it->second.first, out, len);
         result = static_cast<long>(len);
         err = 0;
     } else if (nr >= 0x40 && nr < 0x40 + ABS_CNT && size == sizeof(input_absinfo)) {
         // EVIOCGABS
         input_absinfo info{};
-        for (const testsupport::AbsAxis& axis : node.dev.axes) {
-            if (axis.code == nr - 0x40) {
-                info.minimum = axis.minimum;
-                info.maximum = axis.maximum;
-            }
-        }
+        for (const testsupport::AbsAxis& axis : node.dev.axes)
+            if (axis.code == nr - 0x40)
+                std::tie(info.minimum, info.maximum) = std::tie(axis.minimum, axis.maximum);
         std::memcpy(out, &info, sizeof info);
         result = 0;
         err = 0;

@@ -10,7 +10,6 @@
 #include <chrono>
 #include <map>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -54,6 +53,7 @@ private:
         NodeOptions opts;
         std::string input_syspath;  // the input device (name, phys)
         std::string event_syspath;  // its event node
+        bool present = true;        // false once unplugged; the number stays used
     };
 
     static gboolean on_ioctl(UMockdevIoctlBase* base, UMockdevIoctlClient* client, gpointer self);
@@ -62,10 +62,9 @@ private:
 
     UMockdevTestbed* testbed_;
     UMockdevIoctlBase* handler_;
-    // Guards nodes_: the ioctl handler runs on the testbed's worker thread.
+    // Guards the nodes' presence: the ioctl handler runs on the testbed's worker thread.
     std::mutex mutex_;
     std::map<std::string, Node> nodes_;  // by "/dev/eventN"
-    std::set<std::string> used_;
     int next_input_ = 20;
 };
 

@@ -41,14 +41,8 @@ int LogCapture::count(const std::string& message) const
 {
     int n = 0;
     for (const auto& line : captured)
-        n += line.text.size() >= message.size() &&
-             line.text.compare(line.text.size() - message.size(), message.size(), message) == 0;
+        n += line.text.ends_with(message);
     return n;
-}
-
-void LogCapture::clear()
-{
-    captured.clear();
 }
 
 }  // namespace testsupport

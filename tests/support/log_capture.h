@@ -24,7 +24,6 @@ public:
     // Number of lines that end with message.
     int count(const std::string& message) const;
     bool has(const std::string& message) const { return count(message) > 0; }
-    void clear();
 
 private:
     int saved_level_;

@@ -1,5 +1,5 @@
 // A scratch directory set as $TACTORD_ROOT for the life of the object, with the
-// directories the daemon writes into (var/log, var, tmp, proc) already made.
+// directories the daemon writes into (var/log, tmp, proc) already made.
 #pragma once
 
 #include <string>
@@ -24,5 +24,11 @@ private:
 // Whole contents of a file, empty when it cannot be read.
 std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& text);
+
+// The reference seat file: screen 0 has the main touchscreen port (seat 5)
+// and seat 1, screen 1 has seat 2.
+extern const char* const kExamplePortConf;
+// Writes text as dir/port.conf, making dir; returns the file's path.
+std::string write_port_conf(const std::string& dir, const std::string& text = kExamplePortConf);
 
 }  // namespace testsupport

@@ -4,22 +4,13 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <filesystem>
 #include <regex>
 #include <string>
-#include <vector>
 
 #include "harness/daemon_process.h"
 #include "support/scratch_root.h"
 
 namespace {
-
-using testharness::DaemonProcess;
-
-const char* const kPortConf =
-    "StartSection \"Terminal\"\n  Screen 0\n  InputDevice 5\n  InputDevice 1\nEndSection\n"
-    "StartSection \"Terminal\"\n  Screen 1\n  InputDevice 2\nEndSection\n"
-    "StartSection \"Input\"\n  usb-musb-hdrc.1-1.1 1\n  usb-musb-hdrc.1-1.2 2\n  usb-musb-hdrc.0-1 5\nEndSection\n";
 
 // Voluntary context switches of the daemon's main thread: every select that
 // waits adds one, so the count keeps moving while the loop passes.
@@ -31,36 +22,26 @@ long main_thread_waits(pid_t pid)
     return at == std::string::npos ? -1 : std::stol(status.substr(at + 24));
 }
 
-class DaemonStart : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        std::filesystem::create_directories(workdir);
-        testsupport::write_file(workdir + "/port.conf", kPortConf);
-    }
-
-    // The output starts with the banner, line for line.
-    static void expect_banner(const DaemonProcess& daemon)
-    {
-        ASSERT_TRUE(daemon.wait_for("Build time "));
-        const std::string full(61, '@');
-        const std::string blank = "@" + std::string(59, ' ') + "@";
-        const std::string title = "@                  Tactord - 17.0221.1137                  @";
-        const std::string expected = "\n" + full + "\n" + blank + "\n" + title + "\n" + blank + "\n" + full + "\n\n";
-        const std::string out = daemon.output();
-        ASSERT_EQ(out.substr(0, expected.size()), expected);
-        const std::string build = out.substr(expected.size(), out.find('\n', expected.size()) - expected.size());
-        EXPECT_TRUE(std::regex_match(build, std::regex(R"(Build time [A-Z][a-z]{2} [ 0-9][0-9] [0-9]{4} [0-9]{2}:[0-9]{2}:[0-9]{2})")))
-            << build;
-    }
-
-    testsupport::ScratchRoot root;
-    const std::string workdir = root.at("/run");
-};
-
-TEST_F(DaemonStart, PrintsTheBannerOnStandardOutputAndKeepsLooping)
+// The output starts with the banner, line for line.
+void expect_banner(const testharness::DaemonProcess& daemon)
 {
-    DaemonProcess daemon(workdir, {"-p", "0"});
+    ASSERT_TRUE(daemon.wait_for("Build time "));
+    const std::string full(61, '@'), blank = "@" + std::string(59, ' ') + "@";
+    const std::string title = "@                  Tactord - 17.0221.1137                  @";
+    const std::string expected = "\n" + full + "\n" + blank + "\n" + title + "\n" + blank + "\n" + full + "\n\n";
+    const std::string out = daemon.output();
+    ASSERT_EQ(out.substr(0, expected.size()), expected);
+    const std::string build = out.substr(expected.size(), out.find('\n', expected.size()) - expected.size());
+    EXPECT_TRUE(std::regex_match(
+        build, std::regex(R"(Build time [A-Z][a-z]{2} [ 0-9][0-9] [0-9]{4} [0-9]{2}:[0-9]{2}:[0-9]{2})")))
+        << build;
+}
+
+TEST(DaemonStart, PrintsTheBannerOnStandardOutputAndKeepsLooping)
+{
+    testsupport::ScratchRoot root;
+    testsupport::write_port_conf(root.at("/run"));
+    testharness::DaemonProcess daemon(root.at("/run"), {"-p", "0"});
     ASSERT_TRUE(daemon.started());
     expect_banner(daemon);
 
@@ -74,14 +55,15 @@ TEST_F(DaemonStart, PrintsTheBannerOnStandardOutputAndKeepsLooping)
     EXPECT_TRUE(daemon.alive());
 }
 
-TEST_F(DaemonStart, ReadsPortConfFromItsWorkingDirectory)
+TEST(DaemonStart, ReadsPortConfFromItsWorkingDirectory)
 {
-    DaemonProcess daemon(workdir);
+    testsupport::ScratchRoot root;
+    testsupport::write_port_conf(root.at("/run"));
+    testharness::DaemonProcess daemon(root.at("/run"));
     ASSERT_TRUE(daemon.started());
     expect_banner(daemon);
-    EXPECT_TRUE(daemon.wait_for("path:usb-musb-hdrc.0-1----seat:5\n"));
-    EXPECT_TRUE(daemon.wait_for("screen:1 ______ 2\n"));
-    EXPECT_TRUE(daemon.wait_for("nice is "));
+    for (const char* line : {"path:usb-musb-hdrc.0-1----seat:5\n", "screen:1 ______ 2\n", "nice is "})
+        EXPECT_TRUE(daemon.wait_for(line)) << line;
     EXPECT_TRUE(daemon.alive());
 }
 

@@ -11,6 +11,23 @@
 
 namespace {
 
+std::vector<int> calls;
+int record_call(void* para)
+{
+    calls.push_back(para != nullptr ? *static_cast<int*>(para) : 0);
+    return 0;
+}
+int other_handler(void*)
+{
+    return 1;
+}
+int self_fd;
+int remove_self(void* para)
+{
+    record_call(para);
+    return remove_monitor_handle(self_fd);
+}
+
 // Pipes whose read ends serve as watched descriptors; a written byte makes
 // the read end ready.
 class MonitorList : public testing::Test {
@@ -25,9 +42,7 @@ protected:
         int p[2];
         EXPECT_EQ(pipe(p), 0);
         fds_.insert(fds_.end(), {p[0], p[1]});
-        if (readable) {
-            EXPECT_EQ(write(p[1], "x", 1), 1);
-        }
+        EXPECT_TRUE(!readable || write(p[1], "x", 1) == 1);
         return p[0];
     }
     std::vector<int> listed() const
@@ -37,44 +52,32 @@ protected:
             out.push_back(monitor_entry(i).fd);
         return out;
     }
-    void dispatch_ready()
+    std::vector<int> dispatch_ready()
     {
         fd_set set;
         int max_fd = 0;
         fill_monitor_set(&set, &max_fd);
         timeval tv{0, 0};
-        ASSERT_GE(select(max_fd + 1, &set, nullptr, nullptr, &tv), 0);
+        EXPECT_GE(select(max_fd + 1, &set, nullptr, nullptr, &tv), 0);
+        calls.clear();
         dispatch_monitor_handles(&set);
+        return calls;
     }
     testsupport::LogCapture log;
     std::vector<int> fds_;
+    int one = 1, two = 2, three = 3;
 };
 
-std::vector<int> calls;
-int record_call(void* para)
+TEST_F(MonitorList, BadArgumentsAreRefusedAndAddedDescriptorsBecomeNonBlocking)
 {
-    calls.push_back(*static_cast<int*>(para));
-    return 0;
-}
-int other_handler(void*)
-{
-    return 1;
-}
-
-TEST_F(MonitorList, BadArgumentsAreRefusedAndLogged)
-{
-    int arg = 0;
-    EXPECT_EQ(add_monitor_handle(0, record_call, &arg), -1);
-    EXPECT_EQ(add_monitor_handle(-4, record_call, &arg), -1);
-    EXPECT_EQ(add_monitor_handle(make_fd(), nullptr, &arg), -1);
+    const int fd = make_fd();
+    EXPECT_EQ(add_monitor_handle(0, record_call, &one), -1);
+    EXPECT_EQ(add_monitor_handle(-4, record_call, &one), -1);
+    EXPECT_EQ(add_monitor_handle(fd, nullptr, &one), -1);
     EXPECT_EQ(remove_monitor_handle(0), -1);
     EXPECT_EQ(log.count("add_fd_list para error\n"), 4);
     EXPECT_EQ(event_num, 0);
-}
 
-TEST_F(MonitorList, AddedDescriptorsBecomeNonBlocking)
-{
-    const int fd = make_fd();
     ASSERT_EQ(add_monitor_handle(fd, record_call, nullptr), 0);
     EXPECT_TRUE(fcntl(fd, F_GETFL) & O_NONBLOCK);
     EXPECT_EQ(set_non_block(fd), 0);  // already set
@@ -96,22 +99,25 @@ TEST_F(MonitorList, FullListRefusesNewAndExistingDescriptors)
 
 TEST_F(MonitorList, ReAddReplacesHandlerAndArgumentInPlace)
 {
-    int first = 1, second = 2;
     const int a = make_fd(), b = make_fd();
-    add_monitor_handle(a, record_call, &first);
-    add_monitor_handle(b, record_call, &first);
-    ASSERT_EQ(add_monitor_handle(a, other_handler, &second), 0);
+    add_monitor_handle(a, record_call, &one);
+    add_monitor_handle(b, record_call, &one);
+    ASSERT_EQ(add_monitor_handle(a, other_handler, &two), 0);
     EXPECT_EQ(listed(), (std::vector<int>{a, b}));
     EXPECT_EQ(monitor_entry(0).handle, &other_handler);
-    EXPECT_EQ(monitor_entry(0).para, &second);
+    EXPECT_EQ(monitor_entry(0).para, &two);
 }
 
-TEST_F(MonitorList, RemovingKeepsOrderAndClearsTheFreedSlot)
+TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescriptor)
 {
     const int a = make_fd(), b = make_fd(), c = make_fd();
     for (int fd : {a, b, c})
         add_monitor_handle(fd, record_call, nullptr);
-
+    fd_set set;
+    int max_fd = 0;
+    fill_monitor_set(&set, &max_fd);
+    EXPECT_EQ(max_fd, c);
+    EXPECT_TRUE(FD_ISSET(c, &set));
     EXPECT_EQ(remove_monitor_handle(make_fd()), 0);  // not listed: nothing changes
     EXPECT_EQ(listed(), (std::vector<int>{a, b, c}));
 
@@ -123,56 +129,29 @@ TEST_F(MonitorList, RemovingKeepsOrderAndClearsTheFreedSlot)
 
     EXPECT_EQ(remove_monitor_handle(a), 0);
     EXPECT_EQ(remove_monitor_handle(c), 0);
-    EXPECT_EQ(event_num, 0);
     EXPECT_EQ(remove_monitor_handle(c), 0);
+    EXPECT_EQ(event_num, 0);
+    fill_monitor_set(&set, &max_fd);
+    EXPECT_EQ(max_fd, c);  // never shrinks
+    EXPECT_FALSE(FD_ISSET(c, &set));
 }
 
 TEST_F(MonitorList, DispatchCallsOnlyReadyDescriptorsInListOrder)
 {
-    int one = 1, two = 2, three = 3;
     add_monitor_handle(make_fd(), record_call, &one);
     add_monitor_handle(make_fd(false), record_call, &two);
     add_monitor_handle(make_fd(), record_call, &three);
-    calls.clear();
-    dispatch_ready();
-    EXPECT_EQ(calls, (std::vector<int>{1, 3}));
-}
-
-int self_fd;
-int remove_self(void* para)
-{
-    calls.push_back(*static_cast<int*>(para));
-    return remove_monitor_handle(self_fd);
+    EXPECT_EQ(dispatch_ready(), (std::vector<int>{1, 3}));
 }
 
 TEST_F(MonitorList, EntryMovedIntoARemovedHandlersPlaceWaitsForTheNextPass)
 {
-    int one = 1, two = 2, three = 3;
     self_fd = make_fd();
     add_monitor_handle(self_fd, remove_self, &one);
     add_monitor_handle(make_fd(), record_call, &two);
     add_monitor_handle(make_fd(), record_call, &three);
-    calls.clear();
-    dispatch_ready();
-    EXPECT_EQ(calls, (std::vector<int>{1, 3}));
-    calls.clear();
-    dispatch_ready();
-    EXPECT_EQ(calls, (std::vector<int>{2, 3}));
-}
-
-TEST_F(MonitorList, HighestDescriptorNeverShrinks)
-{
-    const int fd = make_fd();
-    add_monitor_handle(fd, record_call, nullptr);
-    fd_set set;
-    int max_fd = 0;
-    fill_monitor_set(&set, &max_fd);
-    EXPECT_EQ(max_fd, fd);
-    EXPECT_TRUE(FD_ISSET(fd, &set));
-    remove_monitor_handle(fd);
-    fill_monitor_set(&set, &max_fd);
-    EXPECT_EQ(max_fd, fd);
-    EXPECT_FALSE(FD_ISSET(fd, &set));
+    EXPECT_EQ(dispatch_ready(), (std::vector<int>{1, 3}));
+    EXPECT_EQ(dispatch_ready(), (std::vector<int>{2, 3}));
 }
 
 }  // namespace

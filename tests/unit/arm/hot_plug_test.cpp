@@ -37,41 +37,31 @@ TEST(Classification, EveryKindOfDevice)
         const TestDevice& device;
         int kind;
         const char* line;
+        int need_cali;  // written only for touchscreens
     };
     const Case cases[] = {
-        {dev::single_touch_screen(), USB_INPUT_TOUCHSCREEN, "Info:TOUCHSCREEN device type...\n"},
-        {dev::multi_touch_screen(), USB_INPUT_TOUCHSCREEN, "Info:TOUCHSCREEN device type...\n"},
-        {dev::full_keyboard(), USB_INPUT_KEYBOARD, "KEYBOARD device type...\n"},
-        {dev::partial_keyboard(), USB_INPUT_OTHER, "KEY device type...\n"},
-        {dev::abs_mouse(), USB_INPUT_MOUSE, "MOUSE device type...\n"},
-        {dev::tablet(), USB_INPUT_OTHER, "TABLET device type...\n"},
-        {dev::touchpad(), USB_INPUT_OTHER, "TOUCHPAD device type...\n"},
-        {dev::joystick(), USB_INPUT_OTHER, "JOYSTICK device type...\n"},
-        {dev::accelerometer(), USB_INPUT_OTHER, "ACCELEROMETER  device type...\n"},
-        {dev::front_panel(), USB_INPUT_OTHER, "Found key 160 in high block\n"},
-        {dev::wedge_scanner(), USB_INPUT_OTHER, "KEY device type...\n"},
+        {dev::single_touch_screen(), USB_INPUT_TOUCHSCREEN, "Info:TOUCHSCREEN device type...\n", 1},
+        {dev::multi_touch_screen(), USB_INPUT_TOUCHSCREEN, "Info:TOUCHSCREEN device type...\n", 0},
+        {dev::full_keyboard(), USB_INPUT_KEYBOARD, "KEYBOARD device type...\n", -7},
+        {dev::partial_keyboard(), USB_INPUT_OTHER, "KEY device type...\n", -7},
+        {dev::abs_mouse(), USB_INPUT_MOUSE, "MOUSE device type...\n", -7},
+        {dev::tablet(), USB_INPUT_OTHER, "TABLET device type...\n", -7},
+        {dev::touchpad(), USB_INPUT_OTHER, "TOUCHPAD device type...\n", -7},
+        {dev::joystick(), USB_INPUT_OTHER, "JOYSTICK device type...\n", -7},
+        {dev::accelerometer(), USB_INPUT_OTHER, "ACCELEROMETER  device type...\n", -7},
+        {dev::front_panel(), USB_INPUT_OTHER, "Found key 160 in high block\n", -7},
+        {dev::wedge_scanner(), USB_INPUT_OTHER, "KEY device type...\n", -7},
     };
     for (const Case& c : cases) {
         testsupport::LogCapture log(LEVEL_INFO);
         int need_cali = -7;
         EXPECT_EQ(classify(c.device, &need_cali), c.kind) << c.device.name;
         EXPECT_TRUE(log.has(c.line)) << c.device.name;
-        if (c.kind != USB_INPUT_TOUCHSCREEN) {
-            EXPECT_EQ(need_cali, -7) << c.device.name << ": written only for touchscreens";
-        }
+        EXPECT_EQ(need_cali, c.need_cali) << c.device.name;
     }
 }
 
-TEST(Classification, MultiTouchPanelNeedsNoCalibration)
-{
-    int need_cali = -1;
-    ASSERT_EQ(classify(dev::multi_touch_screen(), &need_cali), USB_INPUT_TOUCHSCREEN);
-    EXPECT_EQ(need_cali, 0);
-    ASSERT_EQ(classify(dev::single_touch_screen(), &need_cali), USB_INPUT_TOUCHSCREEN);
-    EXPECT_EQ(need_cali, 1);
-}
-
-TEST(Classification, PrecedenceRules)
+TEST(Classification, PrecedenceRulesAndMissingNode)
 {
     int need_cali = 0;
     // A relative mouse that also reports ABS_X/ABS_Y and BTN_TOUCH.
@@ -89,29 +79,23 @@ TEST(Classification, PrecedenceRules)
     EXPECT_EQ(classify(keys, &need_cali), USB_INPUT_OTHER);
     // Keys only above 255 and outside 352..703, no pointer: nothing.
     EXPECT_EQ(classify(dev::misc_buttons(), &need_cali), -1);
+    // No node at all: unknown.
+    testsupport::LogCapture log;
+    EXPECT_EQ(Get_EventDeviceType("/nonexistent/event9", &need_cali), USB_INPUT_UNKNOW);
+    EXPECT_TRUE(log.has("path not exist...\n"));
     // A touchscreen with some keys is still reported by its key analysis.
     TestDevice ts_keys = dev::single_touch_screen();
     ts_keys.key.push_back(KEY_POWER);
     EXPECT_EQ(classify(ts_keys, &need_cali), USB_INPUT_OTHER);
 }
 
-TEST(Classification, MissingNodeIsUnknown)
-{
-    testsupport::LogCapture log;
-    int need_cali = 0;
-    EXPECT_EQ(Get_EventDeviceType("/nonexistent/event9", &need_cali), USB_INPUT_UNKNOW);
-    EXPECT_TRUE(log.has("path not exist...\n"));
-}
-
-// Scan passes over slots whose node and sysfs files are plain files of a
+// Scan passes over slot 3, whose node and sysfs files are plain files of a
 // scratch directory.
 class ScanPass : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        testsupport::write_file(root_.at("/port.conf"),
-                                "StartSection \"Input\"\n    usb-musb-hdrc.1-1.2 2\nEndSection\n");
-        ASSERT_EQ(config_init(root_.at("/port.conf").c_str()), 0);
+        ASSERT_EQ(config_init(testsupport::write_port_conf(root_.path()).c_str()), 0);
         ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
         hotplug_fill_paths();
         EvtCtrl_t& s = TactordCtrl.evtctrl[3];
@@ -123,15 +107,14 @@ protected:
     }
     void plug() { testsupport::write_file(root_.at("/event3"), ""); }
     void unplug() { unlink(root_.at("/event3").c_str()); }
-    std::string scan_log() const { return testsupport::read_file(root_.at("/tmp/scan-server.txt")); }
-    static int count(const std::string& text, const std::string& what)
+    int scan_log_count(const std::string& what) const
     {
+        const std::string text = testsupport::read_file(root_.at("/tmp/scan-server.txt"));
         int n = 0;
         for (auto p = text.find(what); p != std::string::npos; p = text.find(what, p + 1))
             ++n;
         return n;
     }
-
     testsupport::ScratchRoot root_;
     const EvtCtrl_t& slot_ = TactordCtrl.evtctrl[3];
 };
@@ -146,7 +129,9 @@ TEST_F(ScanPass, AppearanceAndDisappearanceReachTheRegistry)
     ASSERT_NE(get_input_info(2), nullptr);
     EXPECT_STREQ(get_input_info(2)->device, slot_.devnode);
 
+    ADEventToTactord(3);  // not lent: nothing to give back
     hotplug_scan_pass();  // no change, no second record
+    EXPECT_EQ(slot_.bScanCtrl, 0);
     EXPECT_EQ(get_input_info(2)->next.load(), nullptr);
 
     unplug();
@@ -156,51 +141,33 @@ TEST_F(ScanPass, AppearanceAndDisappearanceReachTheRegistry)
     EXPECT_EQ(get_input_info(2), nullptr);
 }
 
-TEST_F(ScanPass, LentNodeLeavesTheRegistryAndComesBack)
+TEST_F(ScanPass, LentNodeLeavesTheRegistryAndComesBackOrEndsWithTheUnplug)
 {
     plug();
     hotplug_scan_pass();
     ASSERT_NE(get_input_info(2), nullptr);
-
     RMEventFromTactord(3);
     hotplug_scan_pass();
     EXPECT_EQ(get_input_info(2), nullptr);
     EXPECT_EQ(slot_.bScanCtrl, 1);
     hotplug_scan_pass();
-    EXPECT_EQ(count(scan_log(), "Insert Scan event3...\r\n"), 1);
+    EXPECT_EQ(scan_log_count("Insert Scan event3...\r\n"), 1);
     EXPECT_EQ(get_input_info(2), nullptr);
 
     ADEventToTactord(3);
     hotplug_scan_pass();
     EXPECT_NE(get_input_info(2), nullptr);
     EXPECT_EQ(slot_.bScanCtrl, 0);
-}
 
-TEST_F(ScanPass, UnpluggingALentNodeEndsTheLending)
-{
-    plug();
-    hotplug_scan_pass();
     RMEventFromTactord(3);
     hotplug_scan_pass();
     unplug();
     hotplug_scan_pass();
     EXPECT_EQ(slot_.bScanCtrl, 0);
-    EXPECT_EQ(count(scan_log(), "Remove Scan event3...\r\n"), 1);
-
+    EXPECT_EQ(scan_log_count("Remove Scan event3...\r\n"), 1);
     plug();
     hotplug_scan_pass();
     EXPECT_NE(get_input_info(2), nullptr);
-}
-
-TEST_F(ScanPass, ReturningANodeThatIsNotLentChangesNothing)
-{
-    plug();
-    hotplug_scan_pass();
-    ADEventToTactord(3);
-    hotplug_scan_pass();
-    EXPECT_EQ(slot_.dev_flag, 1);
-    EXPECT_EQ(slot_.bScanCtrl, 0);
-    EXPECT_EQ(get_input_info(2)->next.load(), nullptr);
 }
 
 }  // namespace

@@ -29,15 +29,11 @@ tactord_options parse(std::initializer_list<const char*> args)
     return parse_options(static_cast<int>(owned.size()), argv.data());
 }
 
-TEST(Options, DefaultsWhenNothingIsGiven)
+TEST(Options, DefaultsAndEachOptionTakingTheNextArgumentAsADecimalNumber)
 {
     EXPECT_EQ(parse({}).init_ipc, 1);
     EXPECT_EQ(gs_log_level, LEVEL_ERROR);
     EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
-}
-
-TEST(Options, EachOptionTakesTheNextArgumentAsADecimalNumber)
-{
     const tactord_options opts = parse({"-d", "1", "-p", "0", "-t", "3", "-i", "0"});
     EXPECT_EQ(gs_log_level, LEVEL_DEBUG);
     EXPECT_EQ(gs_log_place, LOG_PLACE_STDOUT);
@@ -46,38 +42,31 @@ TEST(Options, EachOptionTakesTheNextArgumentAsADecimalNumber)
     EXPECT_EQ(parse({"-i", "7"}).init_ipc, 7);
 }
 
-TEST(Options, OutOfRangeValuesFollowTheLoggerRules)
+TEST(Options, OutOfRangeUnknownAndMissingValues)
 {
-    parse({"-d", "2", "-d", "7", "-p", "1", "-p", "-1"});
+    parse({"-d", "2", "-d", "7", "-p", "1", "-p", "-1"});  // the logger's own rules
     EXPECT_EQ(gs_log_level, LEVEL_WARN);
     EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
-}
-
-TEST(Options, UnknownArgumentsAreSkippedAndNonNumbersCountAsZero)
-{
-    const tactord_options opts = parse({"--verbose", "x", "-i", "abc", "-d", "-p", "2"});
-    EXPECT_EQ(opts.init_ipc, 0);
-    // "-d" consumed "-p" as its value (0); the lone "2" is skipped.
+    // "-d" consumes "-p" as its value (0), the lone "2" is skipped, "abc" counts as 0.
+    EXPECT_EQ(parse({"--verbose", "x", "-i", "abc", "-d", "-p", "2"}).init_ipc, 0);
     EXPECT_EQ(gs_log_level, LEVEL_INFO);
     EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
-}
-
-TEST(Options, OptionGivenLastWithoutValueChangesNothing)
-{
-    EXPECT_EQ(parse({"-d", "0", "-i"}).init_ipc, 1);
-    EXPECT_EQ(gs_log_level, LEVEL_INFO);
+    // An option given last without a value changes nothing.
+    EXPECT_EQ(parse({"-d", "2", "-i"}).init_ipc, 1);
+    EXPECT_EQ(gs_log_level, LEVEL_WARN);
+    set_log_to_stdout(LOG_PLACE_STDOUT);
     parse({"-p"});
-    EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
+    EXPECT_EQ(gs_log_place, LOG_PLACE_STDOUT);
 }
 
 TEST(Signals, CaughtSignalsAreLoggedAndOthersKeepTheirDefault)
 {
     testsupport::LogCapture log;
     signal_initcapture();
-    for (int sig : {SIGPIPE, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH})
+    for (int sig : {SIGPIPE, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH}) {
         raise(sig);  // would stop or end the process if not caught
-    for (int sig : {SIGPIPE, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH})
         EXPECT_EQ(log.count("catch a signal: " + std::to_string(sig)), 1) << sig;
+    }
     EXPECT_EQ(signal(SIGINT, SIG_DFL), SIG_DFL);
     EXPECT_EQ(signal(SIGABRT, SIG_DFL), SIG_DFL);
 }
@@ -87,16 +76,12 @@ TEST(MemoryHooks, ConfigurationAndHeapSizeAnswerSeparately)
     UserDefinedMemManagerConfig cfg;
     std::memset(&cfg, 0xA5, sizeof cfg);
     GetUserDefinedMemManagerConfig(&cfg);
-    EXPECT_EQ(cfg.m_initMallocFuncPtr, nullptr);
-    EXPECT_EQ(cfg.m_memManageAlgorithm, MemManageAlgorithm_Buddy);
-    EXPECT_EQ(cfg.m_initializememory, 0);
-    EXPECT_EQ(cfg.m_uninitializememory, 0);
-    EXPECT_EQ(cfg.m_record_alloc_memory_info, 1);
-    EXPECT_EQ(cfg.m_reportMemErrorFuncPtr, nullptr);
-    EXPECT_EQ(cfg.m_heapSize, 0x2000000u);
-    EXPECT_EQ(cfg.m_maxHoles, 0xA5A5A5A5u);
-    EXPECT_EQ(cfg.m_fragmentMinSize, 0xA5A5A5A5u);
     GetUserDefinedMemManagerConfig(nullptr);
+    EXPECT_TRUE(cfg.m_initMallocFuncPtr == nullptr && cfg.m_reportMemErrorFuncPtr == nullptr);
+    EXPECT_EQ(cfg.m_memManageAlgorithm, MemManageAlgorithm_Buddy);
+    EXPECT_TRUE(cfg.m_initializememory == 0 && cfg.m_uninitializememory == 0 && cfg.m_record_alloc_memory_info == 1);
+    EXPECT_EQ(cfg.m_heapSize, 0x2000000u);
+    EXPECT_TRUE(cfg.m_maxHoles == 0xA5A5A5A5u && cfg.m_fragmentMinSize == 0xA5A5A5A5u);  // left alone
     EXPECT_EQ(GetHeapSize(), 52428800u);
 }
 
@@ -110,8 +95,7 @@ int note_handled(void* para)
 TEST(MainLoop, OnePassFeedsTheWatchdogAndServesReadyDescriptors)
 {
     int quiet[2], ready[2];
-    ASSERT_EQ(pipe(quiet), 0);
-    ASSERT_EQ(pipe(ready), 0);
+    ASSERT_TRUE(pipe(quiet) == 0 && pipe(ready) == 0);
     ASSERT_EQ(write(ready[1], "x", 1), 1);
     int one = 1, two = 2;
     add_monitor_handle(quiet[0], note_handled, &one);

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "common/cursor_timer_internal.h"
-#include "common/log.h"
 #include "common/inputdevice_manager_internal.h"
+#include "common/log.h"
 #include "common/multi_config.h"
 #include "common/ts_cali.h"
 #include "msg_handle_internal.h"
@@ -18,22 +18,11 @@
 
 namespace {
 
-const char* const kPortConf =
-    "StartSection \"Terminal\"\n    Screen 0\n    InputDevice 5\n    InputDevice 1\nEndSection\n"
-    "StartSection \"Terminal\"\n    Screen 1\n    InputDevice 2\nEndSection\n"
-    "StartSection \"Input\"\n"
-    "    usb-musb-hdrc.1-1.1 1\n    usb-musb-hdrc.1-1.2 2\n    usb-musb-hdrc.0-1 5\n"
-    "EndSection\n";
-
 // Device nodes are plain files of a scratch directory: they open, take the
 // LED writes, and report no axis ranges.
 class Registry : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        testsupport::write_file(root_.at("/port.conf"), kPortConf);
-        ASSERT_EQ(config_init(root_.at("/port.conf").c_str()), 0);
-    }
+    void SetUp() override { ASSERT_EQ(config_init(testsupport::write_port_conf(root_.path()).c_str()), 0); }
     std::string node(int n)
     {
         const std::string path = root_.at("/event" + std::to_string(n));
@@ -41,9 +30,9 @@ protected:
             testsupport::write_file(path, "");
         return path;
     }
-    int add(const char* phys, int n, int type, int need_cali = 0)
+    int add(const std::string& phys, int n, int type, int need_cali = 0)
     {
-        return handle_add_device(phys, "null", node(n).c_str(), type, need_cali);
+        return handle_add_device(phys.c_str(), "null", node(n).c_str(), type, need_cali);
     }
     static int chain_length(int seat)
     {
@@ -52,29 +41,24 @@ protected:
             ++n;
         return n;
     }
-
     testsupport::ScratchRoot root_;
+    testsupport::LogCapture log{LEVEL_DEBUG};
 };
 
 TEST_F(Registry, MainTouchscreenSitsOnSeatFive)
 {
-    testsupport::LogCapture log(LEVEL_DEBUG);
     ASSERT_EQ(add("usb-musb-hdrc.0-1/input0\n", 3, INPUT_TYPE_TOUCHSCREEN, 1), 0);
     const _InputDev* ts = get_input_info(5);
     ASSERT_NE(ts, nullptr);
     EXPECT_STREQ(ts->name, "touchscreen_main");
     EXPECT_STREQ(ts->path, "usb-musb-hdrc.0-1/input0\n");
-    EXPECT_EQ(ts->usb, 1);
-    EXPECT_EQ(ts->seat, 5);
-    EXPECT_EQ(ts->need_cali, 1);
-    EXPECT_EQ(ts->config_disp, 0);
+    EXPECT_TRUE(ts->usb == 1 && ts->seat == 5 && ts->need_cali == 1 && ts->config_disp == 0);
     EXPECT_GT(ts->fd, 0);
     EXPECT_EQ(monitor_entry(0).fd, ts->fd);
     EXPECT_TRUE(log.has("usb input,seat:5\n"));
     EXPECT_TRUE(log.has("add screen id:0, seat 5 to touchscreen...\n"));
-    const ts_priv_data_s* priv = ts_get_private_data(5);
-    ASSERT_NE(priv, nullptr);
-    EXPECT_EQ(priv->ts_type, 0);
+    ASSERT_NE(ts_get_private_data(5), nullptr);
+    EXPECT_EQ(ts_get_private_data(5)->ts_type, 0);
 
     // The same node again is refused without a second record.
     EXPECT_EQ(add("usb-musb-hdrc.0-1/input0\n", 3, INPUT_TYPE_TOUCHSCREEN, 1), -1);
@@ -96,21 +80,16 @@ TEST_F(Registry, MouseOnSeatTwoCountsOnItsScreen)
     EXPECT_EQ(gs_cursor[1].usb_num.load(), 0);
 }
 
-TEST_F(Registry, KeyboardGetsItsCapsLockLedCleared)
-{
-    ASSERT_EQ(add("usb-musb-hdrc.1-1.1/input0\n", 1, INPUT_TYPE_KEYBOARD), 0);
-    const std::string written = testsupport::read_file(node(1));
-    ASSERT_EQ(written.size(), sizeof(::input_event));
-    ::input_event led{};
-    std::memcpy(&led, written.data(), sizeof led);
-    EXPECT_EQ(led.type, EV_LED);
-    EXPECT_EQ(led.code, LED_CAPSL);
-    EXPECT_EQ(led.value, 0);
-}
-
 TEST_F(Registry, CompositeDeviceOnSeatOneIsRemovedTogether)
 {
     ASSERT_EQ(add("usb-musb-hdrc.1-1.1/input0\n", 1, INPUT_TYPE_KEYBOARD), 0);
+    // A keyboard gets its caps lock LED cleared.
+    const std::string written = testsupport::read_file(node(1));
+    ::input_event led{};
+    ASSERT_EQ(written.size(), sizeof led);
+    std::memcpy(&led, written.data(), sizeof led);
+    EXPECT_TRUE(led.type == EV_LED && led.code == LED_CAPSL && led.value == 0);
+
     ASSERT_EQ(add("usb-musb-hdrc.1-1.1/input1\n", 2, INPUT_TYPE_MOUSE), 0);
     EXPECT_EQ(chain_length(1), 2);
     EXPECT_EQ(event_num.load(), 2);
@@ -121,7 +100,7 @@ TEST_F(Registry, CompositeDeviceOnSeatOneIsRemovedTogether)
     EXPECT_EQ(handle_remove_device("usb-musb-hdrc.1-1.1/input0\n"), 0);
 }
 
-TEST_F(Registry, DeviceBehindAHubIsAnExternDeviceRemovedAlone)
+TEST_F(Registry, DevicesBehindAHubAreExternDevicesRemovedAloneAndHeldUpToFifteen)
 {
     ASSERT_EQ(add("usb-musb-hdrc.1-1.2/input0\n", 1, INPUT_TYPE_KEYBOARD), 0);
     ASSERT_EQ(add("usb-musb-hdrc.1-1.2.3/input0\n", 2, INPUT_TYPE_MOUSE), 0);
@@ -137,30 +116,22 @@ TEST_F(Registry, DeviceBehindAHubIsAnExternDeviceRemovedAlone)
     EXPECT_EQ(chain_length(2), 1);
     EXPECT_EQ(gs_cursor[1].usb_num.load(), 0);
     EXPECT_EQ(handle_remove_device("usb-musb-hdrc.1-1.2.9/input0\n"), -1);
-}
 
-TEST_F(Registry, ExternTableHoldsFifteen)
-{
-    testsupport::LogCapture log;
-    for (int i = 0; i < EXTERN_INPUT_MAX; ++i) {
-        const std::string phys = "usb-musb-hdrc.1-1.2." + std::to_string(i + 1) + "/input0\n";
-        ASSERT_EQ(add(phys.c_str(), i, INPUT_TYPE_UNKNOWN), 0);
-    }
-    EXPECT_EQ(add("usb-musb-hdrc.1-1.2.16/input0\n", 15, INPUT_TYPE_UNKNOWN), -1);
+    for (int i = 1; i < EXTERN_INPUT_MAX; ++i)
+        ASSERT_EQ(add("usb-musb-hdrc.1-1.2.1" + std::to_string(i) + "/input0\n", 3 + i, INPUT_TYPE_UNKNOWN), 0);
+    EXPECT_EQ(add("usb-musb-hdrc.1-1.2.5/input0\n", 30, INPUT_TYPE_UNKNOWN), -1);
     EXPECT_EQ(count_exusb_input.load(), EXTERN_INPUT_MAX);
     EXPECT_TRUE(log.has("Extern usb input list is full\n"));
 }
 
 TEST_F(Registry, BoardPanelIsANonUsbInputAndTheSixteenthIsRefused)
 {
-    testsupport::LogCapture log(LEVEL_DEBUG);
     ASSERT_EQ(add("board-tsc/input0\n", 0, INPUT_TYPE_TOUCHSCREEN, 1), 0);
     const _InputDev* panel = nonusb_input[0].load();
     ASSERT_NE(panel, nullptr);
     EXPECT_STREQ(panel->path, "non_usb_path");
     EXPECT_STREQ(panel->name, "touchscreen_main");
-    EXPECT_EQ(panel->usb, 0);
-    EXPECT_EQ(panel->seat, -1);
+    EXPECT_TRUE(panel->usb == 0 && panel->seat == -1);
     EXPECT_NE(ts_get_private_data(0), nullptr);
     EXPECT_TRUE(log.has("non usb input,path:board-tsc/input0\n\n"));
 
@@ -181,7 +152,6 @@ TEST_F(Registry, BoardPanelIsANonUsbInputAndTheSixteenthIsRefused)
 
 TEST_F(Registry, UnopenableNodeIsKeptWithoutADescriptor)
 {
-    testsupport::LogCapture log;
     ASSERT_EQ(handle_add_device("usb-musb-hdrc.1-1.2/input0\n", "null", "/nonexistent/event7", INPUT_TYPE_MOUSE, 0), 0);
     EXPECT_LT(get_input_info(2)->fd, 1);
     EXPECT_EQ(event_num.load(), 0);
@@ -193,7 +163,6 @@ TEST_F(Registry, UnopenableNodeIsKeptWithoutADescriptor)
 
 TEST_F(Registry, BadArgumentsAndActions)
 {
-    testsupport::LogCapture log;
     EXPECT_EQ(handle_add_device(nullptr, "null", "/dev/event1", 1, 0), -1);
     EXPECT_EQ(handle_remove_device(nullptr), -1);
     EXPECT_EQ(log.count("para is error\n"), 2);
