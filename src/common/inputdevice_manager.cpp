@@ -58,15 +58,20 @@ void compact(std::array<std::atomic<_InputDev*>, N>& table, std::atomic<int>& co
     table[n - 1].store(nullptr);
 }
 
+// Takes the first device whose path equals path out of a dense table
+// (shifting the later entries down); null when there is none.
 template <std::size_t N>
-int find_by_path(const std::array<std::atomic<_InputDev*>, N>& table, int count, const char* path)
+_InputDev* take_by_path(std::array<std::atomic<_InputDev*>, N>& table, std::atomic<int>& count, const char* path)
 {
-    for (int i = 0; i < count && i < static_cast<int>(N); ++i) {
-        const _InputDev* dev = table[i].load();
-        if (dev != nullptr && dev->path != nullptr && std::strcmp(dev->path, path) == 0)
-            return i;
+    const int n = count.load();
+    for (int i = 0; i < n && i < static_cast<int>(N); ++i) {
+        _InputDev* dev = table[i].load();
+        if (dev != nullptr && dev->path != nullptr && std::strcmp(dev->path, path) == 0) {
+            compact(table, count, i);
+            return dev;
+        }
     }
-    return -1;
+    return nullptr;
 }
 
 bool same_string(const char* a, const char* b)
@@ -180,15 +185,10 @@ _InputDev* add_non_usbinput(const char* path, const char* name, const char* devn
 
 int remove_extern_usb(const char* syspath)
 {
-    const int n = count_exusb_input.load();
-    if (n < 1)
+    _InputDev* dev = take_by_path(extern_input, count_exusb_input, syspath);
+    if (dev == nullptr)
         return -1;
-    const int i = find_by_path(extern_input, n, syspath);
-    if (i < 0)
-        return -1;
-    _InputDev* dev = extern_input[i].load();
     TLOG(LEVEL_DEBUG, "Do remove extern usb device:%s\n", dev->name != nullptr ? dev->name : "");
-    compact(extern_input, count_exusb_input, i);
     if (dev->type == INPUT_TYPE_MOUSE && dev->fd > 0)
         usb_input_decrease(static_cast<unsigned>(dev->config_disp));
     delete_input_dev(dev);
@@ -227,15 +227,10 @@ int remove_input_info(const char* syspath)
 int remove_non_usbinput(const char* syspath)
 {
     ts_free_private_data(0);
-    const int n = count_nonusb_input.load();
-    if (n < 1)
+    _InputDev* dev = take_by_path(nonusb_input, count_nonusb_input, syspath);
+    if (dev == nullptr)
         return -1;
-    const int i = find_by_path(nonusb_input, n, syspath);
-    if (i < 0)
-        return -1;
-    _InputDev* dev = nonusb_input[i].load();
     TLOG(LEVEL_DEBUG, "Remove nonusb device:%s\n", dev->name != nullptr ? dev->name : "");
-    compact(nonusb_input, count_nonusb_input, i);
     delete_input_dev(dev);
     return 0;
 }
