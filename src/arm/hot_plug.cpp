@@ -13,6 +13,7 @@
 #include "common/inputdevice_manager.h"
 #include "common/log.h"
 #include "common/usb_gun/usblog.h"
+#include "common/worker_thread.h"
 
 TactordSwitchCtrl_t TactordCtrl{};
 std::atomic<int> gs_udev_fd{0};
@@ -248,9 +249,7 @@ int device_init()
         std::lock_guard<std::mutex> guard(TactordCtrl.mutex_ctrl);
         TactordCtrl.evtctrl = {};
     }
-    pthread_t tid;
-    if (pthread_create(&tid, nullptr, device_event_handle_proc, nullptr) == 0)
-        pthread_detach(tid);
+    start_worker_thread(device_event_handle_proc, nullptr);  // result not checked
     return 0;
 }
 

@@ -15,6 +15,7 @@
 #include "common/cursor_timer.h"
 #include "common/log.h"
 #include "common/multi_config.h"
+#include "common/worker_thread.h"
 #include "func/touchscreen/touchscreen_lock_ctl.h"
 #include "msg_handle.h"
 #include "vr_memmanager.h"
@@ -42,13 +43,20 @@ void print_my_version()
 void signal_handler(int sig)
 {
     // Only logged: the interrupted call then fails (a broken socket write
-    // returns EPIPE) instead of the process being killed.
+    // returns EPIPE) instead of the process being killed. A signal that lands
+    // while this thread is inside the logger (a SIGWINCH in the middle of a
+    // line, or the SIGPIPE of writing that line to a closed pipe) drops its
+    // own line: logging it would take the logger's lock a second time.
+    if (log_write_active())
+        return;
+    const int saved_errno = errno;
     TLOG(LEVEL_ERROR, "catch a signal: %d", sig);
+    errno = saved_errno;
 }
 
 void signal_initcapture()
 {
-    for (int sig : {SIGPIPE, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH})
+    for (int sig : CAUGHT_SIGNALS)
         signal(sig, signal_handler);
 }
 
@@ -114,6 +122,10 @@ void input_manager_main(int argc, char** argv)
     [[maybe_unused]] const tactord_options opts = parse_options(argc, argv);
     print_my_version();
     signal_initcapture();
+    // Every thread started from here on (the adapter's tasks included)
+    // inherits the caught signals blocked; the main thread takes them again
+    // when it enters its loop, so only it ever runs the handler.
+    mask_caught_signals(true);
     config_init("port.conf");
     touchscreeninit();
     VR_SysInit();
@@ -123,6 +135,7 @@ void input_manager_main(int argc, char** argv)
     nWatdogReset.store(0, std::memory_order_relaxed);
     Init_Watch(1, &nWatdogReset, 30);
 
+    mask_caught_signals(false);
     int max_fd = 0;
     for (;;)
         main_loop_pass(&max_fd);

@@ -8,6 +8,7 @@
 
 #include "common/cursor_timer_internal.h"
 #include "common/log.h"
+#include "common/worker_thread.h"
 
 std::array<_CursorInfo, 3> gs_cursor{};
 
@@ -54,13 +55,11 @@ int Init_Watch(int enable, std::atomic<unsigned int>* counter, unsigned int limi
     auto* item = new (std::nothrow) __WatdogItem{0, limit, 0, counter};
     if (item == nullptr)
         return -1;
-    pthread_t tid;
-    if (pthread_create(&tid, nullptr, watchdog_timer_proc, item) != 0) {
+    if (start_worker_thread(watchdog_timer_proc, item) != 0) {
         TLOG(LEVEL_ERROR, "create watchdog_timer_proc thread failed\n");
         delete item;
         return -1;
     }
-    pthread_detach(tid);
     return 0;
 }
 

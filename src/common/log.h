@@ -22,4 +22,8 @@ void set_log_to_stdout(int place);
 int log_write(int level, const char* func, int line, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));
 
+// True while the calling thread is inside log_write (a signal handler must
+// not log then: it would take the logger's lock a second time).
+bool log_write_active();
+
 #define TLOG(level, ...) log_write((level), __func__, __LINE__, __VA_ARGS__)

@@ -9,14 +9,15 @@ namespace {
 
 std::vector<LogLine> captured;
 
-void capture_sink(int priority, const char* format, ...)
+void capture_sink(int priority, const char* line)
 {
-    captured.push_back({priority, format});
+    captured.push_back({priority, line});
 }
 
 }  // namespace
 
-LogCapture::LogCapture(int threshold) : saved_level_(gs_log_level), saved_place_(gs_log_place)
+LogCapture::LogCapture(int threshold)
+    : saved_level_(gs_log_level), saved_place_(gs_log_place), saved_sink_(log_syslog_sink)
 {
     captured.clear();
     gs_log_level = threshold;
@@ -26,7 +27,7 @@ LogCapture::LogCapture(int threshold) : saved_level_(gs_log_level), saved_place_
 
 LogCapture::~LogCapture()
 {
-    log_syslog_sink = ::syslog;
+    log_syslog_sink = saved_sink_;
     gs_log_level = saved_level_;
     gs_log_place = saved_place_;
     captured.clear();

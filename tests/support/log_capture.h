@@ -28,6 +28,7 @@ public:
 private:
     int saved_level_;
     int saved_place_;
+    void (*saved_sink_)(int, const char*);
 };
 
 }  // namespace testsupport

@@ -67,4 +67,15 @@ TEST(DaemonStart, ReadsPortConfFromItsWorkingDirectory)
     EXPECT_TRUE(daemon.alive());
 }
 
+TEST(DaemonStart, ConversionsInAConfigurationLineAreLoggedAsTheyStand)
+{
+    testsupport::ScratchRoot root;
+    testsupport::write_port_conf(root.at("/run"), std::string("StartSection %n%n%n%n\n") + testsupport::kExamplePortConf);
+    testharness::DaemonProcess daemon(root.at("/run"), {"-p", "0", "-d", "0", "-i", "0"});
+    ASSERT_TRUE(daemon.started());
+    EXPECT_TRUE(daemon.wait_for("parse error section %n%n%n%n is unsurpport\n"));
+    EXPECT_TRUE(daemon.wait_for("nice is "));
+    EXPECT_TRUE(daemon.alive());
+}
+
 }  // namespace

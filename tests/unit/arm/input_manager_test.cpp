@@ -1,10 +1,12 @@
 #include "arm/input_manager.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstring>
+#include <future>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "common/OrvelClient.h"
 #include "common/log.h"
 #include "common/log_internal.h"
+#include "common/worker_thread.h"
 #include "msg_handle.h"
 #include "support/log_capture.h"
 #include "vr_memmanager.h"
@@ -69,6 +72,39 @@ TEST(Signals, CaughtSignalsAreLoggedAndOthersKeepTheirDefault)
     }
     EXPECT_EQ(signal(SIGINT, SIG_DFL), SIG_DFL);
     EXPECT_EQ(signal(SIGABRT, SIG_DFL), SIG_DFL);
+}
+
+// A signal that lands while its thread is inside the logger drops its own
+// line instead of taking the logger's lock a second time (which hangs).
+void raise_inside_logger(int, const char*)
+{
+    raise(SIGWINCH);
+}
+
+TEST(Signals, ASignalInsideTheLoggerDropsItsLineAndWorkerThreadsNeverTakeOne)
+{
+    testsupport::LogCapture log;
+    signal_initcapture();
+    log_syslog_sink = raise_inside_logger;
+    EXPECT_EQ(TLOG(LEVEL_ERROR, "line\n"), 0);
+    EXPECT_EQ(TLOG(LEVEL_ERROR, "and the logger is free again\n"), 0);
+
+    std::promise<sigset_t> seen;
+    ASSERT_EQ(start_worker_thread(
+                  [](void* out) -> void* {
+                      sigset_t mask;
+                      pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+                      static_cast<std::promise<sigset_t>*>(out)->set_value(mask);
+                      return nullptr;
+                  },
+                  &seen),
+              0);
+    const sigset_t worker_mask = seen.get_future().get();
+    for (int sig : CAUGHT_SIGNALS)
+        EXPECT_EQ(sigismember(&worker_mask, sig), 1) << sig;
+    sigset_t own;
+    pthread_sigmask(SIG_BLOCK, nullptr, &own);
+    EXPECT_EQ(sigismember(&own, SIGWINCH), 0);  // the creator keeps its mask
 }
 
 TEST(MemoryHooks, ConfigurationAndHeapSizeAnswerSeparately)

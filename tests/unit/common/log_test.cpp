@@ -69,6 +69,22 @@ TEST(Log, StdoutHasNoPrefixAndLinesAreCutAt510CharactersIncludingThePrefix)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "plain 100%\n" + text.substr(0, 510));
 }
 
+TEST(Log, TheSecondPassTurnsDoublePercentIntoOneAndWritesOtherConversionsAsTheyStand)
+{
+    // Text from a configuration line, a sysfs path or a peer address.
+    const char* text = "StartSection %n%n%s%d %% %5.2f %";
+    {
+        LogCapture log;
+        log_write(LEVEL_ERROR, "f", 1, "%s\n", text);
+        ASSERT_EQ(log.lines().size(), 1u);
+        EXPECT_EQ(log.lines()[0].text, "[TACTORD] f:1 StartSection %n%n%s%d % %5.2f %\n");
+    }
+    set_log_to_stdout(LOG_PLACE_STDOUT);
+    testing::internal::CaptureStdout();
+    log_write(LEVEL_ERROR, "f", 1, "%s\n", text);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "StartSection %n%n%s%d % %5.2f %\n");
+}
+
 class LogFile : public testing::Test {
 protected:
     void SetUp() override { set_log_to_stdout(LOG_PLACE_FILE); }
