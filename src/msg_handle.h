@@ -15,6 +15,9 @@ using EventHandleRec = _EventHandleRec;
 inline constexpr int EVENT_LIST_MAX = 32;
 
 int add_monitor_handle(int fd, int (*handle)(void*), void* para);
+// Takes fd out of the list; the descriptor is not closed (the caller closes
+// it, after monitor_wait_for_dispatch when a handler may still use its
+// argument).
 int remove_monitor_handle(int fd);
 int set_non_block(int fd);
 void restart_all_service();
@@ -28,3 +31,10 @@ void fill_monitor_set(fd_set* set, int* max_fd);
 // Calls the handler of every listed descriptor that is in ready, re-reading
 // the count after each call so a handler may add or remove entries.
 void dispatch_monitor_handles(const fd_set* ready);
+
+// Grace period for whatever a handler uses: returns once every dispatch pass
+// that was running when it was called has ended, so a record that has left
+// the list (or any table the handlers read) may then be freed. Bounded by one
+// handler pass; returns at once on the main loop's own thread while it
+// dispatches (a handler removing an entry does not wait for itself).
+void monitor_wait_for_dispatch();

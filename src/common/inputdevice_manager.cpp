@@ -98,10 +98,38 @@ void new_ts_priv_data(int seat, int screen, int need_cali)
     TLOG(LEVEL_DEBUG, "add screen id:%d, seat %d to touchscreen...\n", screen, seat);
 }
 
-_InputDev* add_input_info(const char* syspath, const char* name, const char* devnode, int type)
+// Seats index the 15-entry chain table. A seat outside 1..15 (a "port.conf"
+// row such as "usb-x 20", "usb-y 0" or "usb-z -3") counts as a seat that is
+// not found: the parser keeps the row as written, and the registry treats a
+// device on that port as it treats one on no configured port.
+bool seat_in_table(int seat)
+{
+    return seat >= 1 && seat <= INPUT_SEAT_MAX;
+}
+
+// The character of syspath right after the seat's port prefix, '\0' when the
+// path is not longer than the prefix (two rows may share a seat, and the
+// first one's prefix may be longer than the path that matched the second).
+char char_after_prefix(const char* syspath, const char* seat_path)
+{
+    const std::size_t prefix = std::strlen(seat_path);
+    return strnlen(syspath, prefix + 1) > prefix ? syspath[prefix] : '\0';
+}
+
+// Opens the node of a record that is not yet visible to the event thread and
+// reads what the record needs from it. Everything a reader of the record uses
+// is filled in before the record is published.
+void open_new_device(_InputDev* dev, const char* devnode, bool read_ranges)
+{
+    dev->fd = EvdevOpenDevice(devnode);
+    if (dev->fd >= 1 && read_ranges)
+        read_abs_ranges(dev);
+}
+
+_InputDev* add_input_info(const char* syspath, const char* name, const char* devnode, int type, int need_cali)
 {
     const int seat = get_device_seat(syspath);
-    if (seat <= 0) {
+    if (!seat_in_table(seat)) {
         TLOG(LEVEL_ERROR, "error ,can't find this path:%s\n", syspath);
         return nullptr;
     }
@@ -110,8 +138,7 @@ _InputDev* add_input_info(const char* syspath, const char* name, const char* dev
         TLOG(LEVEL_ERROR, "Error,can't find seat:%d\n", seat);
         return nullptr;
     }
-    // The prefix matched, so syspath is at least as long as seat_path.
-    const bool behind_hub = syspath[std::strlen(seat_path)] == '.';
+    const bool behind_hub = char_after_prefix(syspath, seat_path) == '.';
 
     for (_InputDev* d = input_info[seat - 1].load(); d != nullptr; d = d->next.load()) {
         if (same_string(d->path, syspath) && same_string(d->name, name) && same_string(d->device, devnode))
@@ -121,17 +148,24 @@ _InputDev* add_input_info(const char* syspath, const char* name, const char* dev
     _InputDev* dev = new_input_dev(name, syspath, devnode, get_input_conf_display(seat), type);
     if (dev == nullptr)
         return nullptr;
+    dev->usb = 1;
+    dev->seat = seat;
+    dev->need_cali = need_cali;
 
     if (behind_hub) {
         TLOG(LEVEL_DEBUG, "Add usb seat [%d] extern device:%s\n", seat, syspath);
-        const int n = count_exusb_input.load();
         // The table has 15 entries; one more hub device is refused rather
         // than written past its end.
-        if (n >= EXTERN_INPUT_MAX) {
+        if (count_exusb_input.load() >= EXTERN_INPUT_MAX) {
             TLOG(LEVEL_ERROR, "Extern usb input list is full\n");
             delete_input_dev(dev);
             return nullptr;
         }
+    }
+    open_new_device(dev, devnode, type == INPUT_TYPE_TOUCHSCREEN);
+
+    if (behind_hub) {
+        const int n = count_exusb_input.load();
         extern_input[n].store(dev);
         count_exusb_input.store(n + 1);
     } else {
@@ -145,21 +179,19 @@ _InputDev* add_input_info(const char* syspath, const char* name, const char* dev
         }
     }
 
-    dev->usb = 1;
-    dev->fd = EvdevOpenDevice(devnode);
     if (dev->fd < 1)
         return dev;
     add_monitor_handle(dev->fd, EvdevReadInput, dev);
     switch (type) {
     case INPUT_TYPE_MOUSE: usb_input_increase(static_cast<unsigned>(dev->config_disp)); break;
     case INPUT_TYPE_KEYBOARD: set_keyborad_lock_state(dev->fd, LED_CAPSL, 0); break;
-    case INPUT_TYPE_TOUCHSCREEN: read_abs_ranges(dev); break;
     default: break;
     }
     return dev;
 }
 
-_InputDev* add_non_usbinput(const char* path, const char* name, const char* devnode, int type)
+_InputDev* add_non_usbinput(const char* path, const char* name, const char* devnode, int type, int seat,
+                            int need_cali)
 {
     const int n = count_nonusb_input.load();
     if (n >= NONUSB_INPUT_MAX) {
@@ -173,13 +205,13 @@ _InputDev* add_non_usbinput(const char* path, const char* name, const char* devn
     if (dev == nullptr)
         return nullptr;
     dev->usb = 0;
+    dev->seat = seat;
+    dev->need_cali = need_cali;
+    open_new_device(dev, devnode, true);
     nonusb_input[n].store(dev);
     count_nonusb_input.store(n + 1);
-    dev->fd = EvdevOpenDevice(devnode);
-    if (dev->fd >= 1) {
+    if (dev->fd >= 1)
         add_monitor_handle(dev->fd, EvdevReadInput, dev);
-        read_abs_ranges(dev);
-    }
     return dev;
 }
 
@@ -198,7 +230,7 @@ int remove_extern_usb(const char* syspath)
 int remove_input_info(const char* syspath)
 {
     const int seat = get_device_seat(syspath);
-    if (seat <= 0) {
+    if (!seat_in_table(seat)) {
         TLOG(LEVEL_ERROR, "error ,can't find this path:%s\n", syspath);
         return -1;
     }
@@ -207,7 +239,7 @@ int remove_input_info(const char* syspath)
         TLOG(LEVEL_ERROR, "Error,can't find seat:%d\n", seat);
         return 0;
     }
-    if (syspath[std::strlen(seat_path)] == '.') {
+    if (char_after_prefix(syspath, seat_path) == '.') {
         TLOG(LEVEL_DEBUG, "Remove usb seat [%d] extern device:%s\n", seat, syspath);
         return remove_extern_usb(syspath);
     }
@@ -256,24 +288,25 @@ int handle_add_device(const char* syspath, const char* name, const char* devnode
     }
     const int seat = get_device_seat(syspath);
     _InputDev* dev = nullptr;
-    if (seat > 0) {
+    // The record is complete (seat, need_cali, axis ranges) before the event
+    // thread can reach it.
+    if (seat_in_table(seat)) {
         TLOG(LEVEL_DEBUG, "usb input,seat:%d\n", seat);
         // Every USB device is named after the touchscreen role of its seat;
         // the name reported by the monitor is not used.
-        dev = add_input_info(syspath, seat == MAIN_TOUCH_SEAT ? "touchscreen_main" : "touchscreen_sub", devnode, type);
+        dev = add_input_info(syspath, seat == MAIN_TOUCH_SEAT ? "touchscreen_main" : "touchscreen_sub", devnode, type,
+                             need_cali);
         if (type == INPUT_TYPE_TOUCHSCREEN)
             new_ts_priv_data(seat, get_input_conf_display(seat), need_cali);
     } else {
         TLOG(LEVEL_DEBUG, "non usb input,path:%s\n", syspath);
-        dev = add_non_usbinput(NON_USB_PATH, "touchscreen_main", devnode, type);
+        // A non-USB record keeps the seat it was found with (-1, or a row's
+        // 0 or negative seat); a seat beyond the table is stored as -1.
+        dev = add_non_usbinput(NON_USB_PATH, "touchscreen_main", devnode, type, seat > 0 ? -1 : seat, need_cali);
         if (type == INPUT_TYPE_TOUCHSCREEN)
             new_ts_priv_data(0, 0, need_cali);
     }
-    if (dev == nullptr)
-        return -1;
-    dev->seat = seat;
-    dev->need_cali = need_cali;
-    return 0;
+    return dev != nullptr ? 0 : -1;
 }
 
 int handle_remove_device(const char* syspath)
@@ -318,17 +351,22 @@ void delete_input_dev(_InputDev* dev)
     if (dev == nullptr)
         return;
     OnDevDelete(dev);
+    // Every descriptor leaves the monitor list first (a failed open's -1 is
+    // refused there with its log line, as for any descriptor that is not 0).
+    for (_InputDev* d = dev; d != nullptr; d = d->next.load()) {
+        if (d->fd != 0)
+            remove_monitor_handle(d->fd);
+    }
+    // The main loop may be inside EvdevReadInput for one of these records:
+    // wait for that pass to end before the descriptors close and the records
+    // are freed.
+    monitor_wait_for_dispatch();
     while (dev != nullptr) {
         _InputDev* next = dev->next.load();
         std::free(dev->device);
         std::free(dev->name);
         std::free(dev->path);
-        // A failed open leaves -1 here; only a real descriptor is listed and
-        // closed.
-        if (dev->fd > 0) {
-            remove_monitor_handle(dev->fd);
-            EvdevCloseDevice(dev->fd);
-        }
+        EvdevCloseDevice(dev->fd);
         delete dev;
         dev = next;
     }

@@ -2,10 +2,21 @@
 
 #include "common/log.h"
 #include "common/ts_cali_internal.h"
+#include "msg_handle.h"
 
 std::array<std::atomic<ts_priv_data_s*>, TS_SEAT_MAX> ts_dat{};
 
 namespace {
+// Frees a record that has just left the table once the main loop can no
+// longer be using it (the event pipeline reads records without a lock).
+void release_record(ts_priv_data_s* record)
+{
+    if (record == nullptr)
+        return;
+    monitor_wait_for_dispatch();
+    delete record;
+}
+
 bool seat_ok(int seat)
 {
     if (seat >= 0 && seat < TS_SEAT_MAX)
@@ -26,7 +37,7 @@ int ts_set_private_data(int seat, ts_priv_data_s* record)
     // A seat holds one record: a second touchscreen on the same seat (or a
     // repeated report) replaces the first one, which is released here so it
     // does not leak.
-    delete ts_dat[seat].exchange(record);
+    release_record(ts_dat[seat].exchange(record));
     return 0;
 }
 
@@ -41,5 +52,5 @@ void ts_free_private_data(int seat)
 {
     if (!seat_ok(seat))
         return;
-    delete ts_dat[seat].exchange(nullptr);
+    release_record(ts_dat[seat].exchange(nullptr));
 }

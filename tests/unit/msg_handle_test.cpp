@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <thread>
 #include <vector>
 
 #include "msg_handle_internal.h"
@@ -152,6 +154,104 @@ TEST_F(MonitorList, EntryMovedIntoARemovedHandlersPlaceWaitsForTheNextPass)
     add_monitor_handle(make_fd(), record_call, &three);
     EXPECT_EQ(dispatch_ready(), (std::vector<int>{1, 3}));
     EXPECT_EQ(dispatch_ready(), (std::vector<int>{2, 3}));
+}
+
+// A pass that is still running when another thread removes its entry: the
+// remover's grace period ends only after the handler has returned.
+struct SlowPass {
+    int fd = 0;
+    std::atomic<int> stage{0};  // 1 = handler entered, 2 = remover is on its way
+    std::atomic<bool> finished{false};
+};
+int slow_handler(void* p)
+{
+    auto* pass = static_cast<SlowPass*>(p);
+    pass->stage.store(1);
+    pass->stage.notify_all();
+    pass->stage.wait(1);
+    usleep(20000);
+    pass->finished.store(true);
+    return 0;
+}
+int self_removing_handler(void* p)
+{
+    auto* pass = static_cast<SlowPass*>(p);
+    remove_monitor_handle(pass->fd);
+    monitor_wait_for_dispatch();  // must not wait for its own pass
+    pass->finished.store(true);
+    return 0;
+}
+void dispatch_one(int fd)
+{
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(fd, &set);
+    dispatch_monitor_handles(&set);
+}
+
+TEST_F(MonitorList, RemoverWaitsForTheRunningPassButAHandlerNeverWaitsForItself)
+{
+    SlowPass pass;
+    pass.fd = make_fd();
+    add_monitor_handle(pass.fd, slow_handler, &pass);
+    std::thread loop(dispatch_one, pass.fd);
+    pass.stage.wait(0);
+    pass.stage.store(2);
+    pass.stage.notify_all();
+    remove_monitor_handle(pass.fd);
+    monitor_wait_for_dispatch();
+    EXPECT_TRUE(pass.finished.load());
+    loop.join();
+    monitor_wait_for_dispatch();  // no pass running: returns at once
+
+    SlowPass self;
+    self.fd = make_fd();
+    add_monitor_handle(self.fd, self_removing_handler, &self);
+    dispatch_one(self.fd);
+    EXPECT_TRUE(self.finished.load());
+}
+
+// Two handlers that each expect their own kind of argument.
+struct Tagged {
+    char tag;
+};
+std::atomic<int> mismatches{0};
+int expects_a(void* p)
+{
+    mismatches += static_cast<Tagged*>(p)->tag != 'a';
+    return 0;
+}
+int expects_b(void* p)
+{
+    mismatches += static_cast<Tagged*>(p)->tag != 'b';
+    return 0;
+}
+
+TEST_F(MonitorList, AWalkNeverPairsOneEntrysDescriptorWithAnothersHandlerOrArgument)
+{
+    static Tagged a{'a'}, b{'b'};
+    std::vector<int> fds;
+    for (int i = 0; i < 8; ++i)
+        fds.push_back(make_fd());
+    fd_set all;
+    FD_ZERO(&all);
+    for (int fd : fds)
+        FD_SET(fd, &all);
+    std::atomic<bool> stop{false};
+    std::thread writer([&] {
+        while (!stop.load()) {
+            for (std::size_t i = 0; i < fds.size(); ++i)
+                add_monitor_handle(fds[i], i % 2 ? expects_b : expects_a, i % 2 ? &b : &a);
+            // Removing from the front shifts every later entry down.
+            for (int fd : fds)
+                remove_monitor_handle(fd);
+        }
+    });
+    for (int pass = 0; pass < 100000; ++pass)
+        dispatch_monitor_handles(&all);
+    stop.store(true);
+    writer.join();
+    EXPECT_EQ(mismatches.load(), 0);
 }
 
 }  // namespace

@@ -1,10 +1,15 @@
 #include "common/inputdevice_manager.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/input.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "common/cursor_timer_internal.h"
@@ -13,6 +18,7 @@
 #include "common/multi_config.h"
 #include "common/ts_cali.h"
 #include "msg_handle_internal.h"
+#include "support/held_dispatch.h"
 #include "support/log_capture.h"
 #include "support/scratch_root.h"
 
@@ -157,8 +163,92 @@ TEST_F(Registry, UnopenableNodeIsKeptWithoutADescriptor)
     EXPECT_EQ(event_num.load(), 0);
     EXPECT_EQ(gs_cursor[1].usb_num.load(), 0);
     EXPECT_TRUE(log.has("Unable to open evdev device \"/nonexistent/event7\".\n"));
+    // The -1 of the failed open goes to the monitor list like any descriptor
+    // that is not 0, which refuses it.
     EXPECT_EQ(handle_remove_device("usb-musb-hdrc.1-1.2/input0\n"), 0);
-    EXPECT_FALSE(log.has("add_fd_list para error\n"));
+    EXPECT_TRUE(log.has("add_fd_list para error\n"));
+}
+
+// Rows whose seat lies outside the 15-entry seat table: their devices are
+// treated like devices on no configured port, and nothing indexes the table.
+TEST_F(Registry, SeatsOutsideTheTableCountAsNotFound)
+{
+    const std::string conf = testsupport::write_port_conf(
+        root_.at("/bad"), "StartSection \"Input\"\n usb-x 20\n usb-y 0\n usb-z -3\n usb-w 16\nEndSection\n");
+    ASSERT_EQ(config_init(conf.c_str()), 0);
+    int n = 10;
+    for (const char* port : {"usb-x/input0", "usb-y/input0", "usb-z/input0", "usb-w/input0", "usb-x.2/input0"}) {
+        SCOPED_TRACE(port);
+        const int before = count_nonusb_input.load();
+        ASSERT_EQ(add(port, ++n, INPUT_TYPE_TOUCHSCREEN, 1), 0);
+        ASSERT_EQ(count_nonusb_input.load(), before + 1);
+        EXPECT_LE(nonusb_input[before].load()->seat, 0);
+        EXPECT_EQ(handle_remove_device(port), -1);  // like any non-USB node
+    }
+    for (int seat = 1; seat <= INPUT_SEAT_MAX; ++seat)
+        EXPECT_EQ(get_input_info(seat), nullptr);
+}
+
+// Two rows share seat 3 and the first one's prefix is longer than a path the
+// second one matches: the character after the prefix is never read past the
+// end of the path.
+TEST_F(Registry, ALongerPrefixOfTheSameSeatIsNotReadPastTheEndOfThePath)
+{
+    const std::string conf = testsupport::write_port_conf(
+        root_.at("/shared"), "StartSection \"Input\"\n usb-a.1-1.1.7.7.7.7 3\n usb-a.1-1 3\nEndSection\n");
+    ASSERT_EQ(config_init(conf.c_str()), 0);
+    // Exactly as long as the path, so a read past it leaves the allocation.
+    const std::unique_ptr<char, decltype(&std::free)> path(strdup("usb-a.1-1"), &std::free);
+    ASSERT_EQ(handle_add_device(path.get(), "null", node(1).c_str(), INPUT_TYPE_KEYBOARD, 0), 0);
+    EXPECT_EQ(chain_length(3), 1);
+    EXPECT_EQ(handle_remove_device(path.get()), 0);
+    EXPECT_EQ(chain_length(3), 0);
+}
+
+// The hot-plug thread removes a device while the main loop is inside its
+// handler: the record and its descriptor outlive that pass.
+TEST_F(Registry, ADeviceRemovedWhileItsHandlerRunsLivesUntilThePassEnds)
+{
+    const std::string fifo = root_.at("/event9");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    ASSERT_EQ(handle_add_device("usb-musb-hdrc.1-1.2/input0", "null", fifo.c_str(), INPUT_TYPE_KEYBOARD, 0), 0);
+    const _InputDev* dev = get_input_info(2);
+    ASSERT_NE(dev, nullptr);
+    const int writer = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+    const ::input_event raw{};
+    ASSERT_EQ(write(writer, &raw, sizeof raw), static_cast<ssize_t>(sizeof raw));
+    {
+        std::atomic<int> fd{0};
+        testsupport::HeldDispatch pass(dev->fd, [&] { fd.store(dev->fd); });
+        pass.go();
+        ASSERT_EQ(handle_remove_device("usb-musb-hdrc.1-1.2/input0"), 0);
+        EXPECT_TRUE(pass.finished());
+        EXPECT_GT(fd.load(), 0);
+    }
+    close(writer);
+}
+
+// The record the main loop receives is complete when it is handed over.
+_InputDev* published = nullptr;
+int published_seat = 0, published_need_cali = 0;
+void on_monitor_add(const EventHandleRec& rec)
+{
+    published = static_cast<_InputDev*>(rec.para);
+    published_seat = published->seat;
+    published_need_cali = published->need_cali;
+}
+
+TEST_F(Registry, ARecordIsCompleteBeforeTheMainLoopCanReachIt)
+{
+    monitor_add_observer = on_monitor_add;
+    for (auto [phys, seat] : {std::pair{"usb-musb-hdrc.0-1/input0", 5}, {"board-tsc/input0", -1}}) {
+        ASSERT_EQ(add(phys, seat + 2, INPUT_TYPE_TOUCHSCREEN, 1), 0);
+        ASSERT_NE(published, nullptr);
+        EXPECT_EQ(published_seat, seat) << phys;
+        EXPECT_EQ(published_need_cali, 1) << phys;
+        published = nullptr;
+    }
+    monitor_add_observer = nullptr;
 }
 
 TEST_F(Registry, BadArgumentsAndActions)
@@ -192,20 +282,6 @@ TEST(ScreenClients, RegistrationAndClose)
     EXPECT_EQ(handle_inputsys_close(9), -1);
     EXPECT_TRUE(log.has("Main screen closed\n"));
     EXPECT_EQ(gs_clients[0].load(), 0);
-}
-
-TEST(TouchscreenData, SeatsOutsideTheTableAreRefused)
-{
-    testsupport::LogCapture log;
-    auto* rec = new ts_priv_data_s{};
-    EXPECT_EQ(ts_set_private_data(15, rec), -1);
-    EXPECT_EQ(ts_get_private_data(-1), nullptr);
-    ts_free_private_data(15);
-    EXPECT_EQ(log.count("Error, invalid param (usb seat 15)\n"), 2);
-    EXPECT_EQ(ts_set_private_data(14, rec), 0);
-    EXPECT_EQ(ts_get_private_data(14), rec);
-    ts_free_private_data(14);
-    EXPECT_EQ(ts_get_private_data(14), nullptr);
 }
 
 }  // namespace

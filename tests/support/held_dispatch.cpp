@@ -1,0 +1,60 @@
+#include "support/held_dispatch.h"
+
+#include <sys/select.h>
+#include <unistd.h>
+
+#include "common/inputevent_handle_internal.h"
+#include "msg_handle.h"
+
+namespace testsupport {
+namespace {
+HeldDispatch* current = nullptr;
+
+void hold(_InputDev*, const tactord::input_event*, evdev_event_path)
+{
+    if (current != nullptr)
+        current->go_in();
+}
+}  // namespace
+
+HeldDispatch::HeldDispatch(int fd, std::function<void()> touch) : touch_(std::move(touch))
+{
+    current = this;
+    process_evdev_observer = hold;
+    loop_ = std::thread([fd] {
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(fd, &set);
+        dispatch_monitor_handles(&set);
+    });
+}
+
+HeldDispatch::~HeldDispatch()
+{
+    if (stage_.load() < 2)
+        go();
+    loop_.join();
+    process_evdev_observer = nullptr;
+    current = nullptr;
+}
+
+void HeldDispatch::go_in()
+{
+    if (stage_.load() != 0)
+        return;  // only the first event is held
+    stage_.store(1);
+    stage_.notify_all();
+    stage_.wait(1);
+    usleep(20000);
+    touch_();
+    finished_.store(true);
+}
+
+void HeldDispatch::go()
+{
+    stage_.wait(0);
+    stage_.store(2);
+    stage_.notify_all();
+}
+
+}  // namespace testsupport
