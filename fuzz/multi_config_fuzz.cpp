@@ -1,47 +1,78 @@
-// Feeds arbitrary text to the seat-configuration parser.
-#include <sys/stat.h>
+// Feeds arbitrary text to the seat-configuration parser, then hands every
+// parsed row to the registry's lookups the way a device on that port would:
+// added and removed as a port device, a hub device and a bare prefix.
+#include <ftw.h>
 #include <unistd.h>
 
-#include <string>
-
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <string>
 
+#include "common/inputdevice_manager.h"
+#include "common/inputdevice_manager_internal.h"
 #include "common/log.h"
+#include "common/log_internal.h"
 #include "common/multi_config.h"
 #include "common/multi_config_internal.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+namespace {
+
+// Every level is logged, into a sink that keeps only the last line.
+char last_line[512];
+void bounded_sink(int, const char* line)
 {
-    static char path[] = "/tmp/tactord-fuzz-port.conf.XXXXXX";
-    static int fd = mkstemp(path);
-    if (fd < 0)
-        return 0;
-    // File mode: standard output and syslog re-interpret '%' in the finished
-    // line (kept as the logger has always behaved), which arbitrary input
-    // would turn into bad reads.
-    static bool log_ready = [] {
-        static char root[] = "/tmp/tactord-fuzz-root.XXXXXX";
-        if (mkdtemp(root) == nullptr)
-            return false;
-        setenv("TACTORD_ROOT", root, 1);
-        std::string dir = std::string(root) + "/var/log";
-        mkdir((std::string(root) + "/var").c_str(), 0755);
-        mkdir(dir.c_str(), 0755);
-        set_log_to_stdout(LOG_PLACE_FILE);
-        return true;
-    }();
-    if (!log_ready)
-        return 0;
-    if (ftruncate(fd, 0) != 0 || pwrite(fd, data, size, 0) != static_cast<ssize_t>(size))
-        return 0;
-    config_init(path);
-    for (int seat = -2; seat < 20; ++seat)
-        get_input_conf_display(seat);
-    get_device_seat("usb-musb-hdrc.1-1.2/input0");
-    // Start every input from empty tables.
+    std::strncpy(last_line, line, sizeof last_line - 1);
+}
+
+std::string scratch;
+
+void remove_scratch()
+{
+    if (!scratch.empty())
+        nftw(scratch.c_str(), [](const char* p, const struct stat*, int, FTW*) { return std::remove(p); }, 8,
+             FTW_DEPTH | FTW_PHYS);
+}
+
+bool set_up()
+{
+    char dir[] = "/tmp/tactord-fuzz.XXXXXX";
+    if (mkdtemp(dir) == nullptr)
+        return false;
+    scratch = dir;
+    std::atexit(remove_scratch);
+    setenv("TACTORD_ROOT", dir, 1);
+    set_log_level(LEVEL_INFO);
+    set_log_to_stdout(LOG_PLACE_SYSLOG);
+    log_syslog_sink = bounded_sink;
+    return true;
+}
+
+void exercise_row(const _device_seat& row)
+{
+    // A node that does not exist: the record is kept without a descriptor.
+    const char* node = "/nonexistent/event3";
+    const std::string paths[] = {row.syspath, std::string(row.syspath) + "/input0",
+                                 std::string(row.syspath) + ".4/input0"};
+    get_seat_syspath(row.seat);
+    get_input_conf_display(row.seat);
+    get_input_info(row.seat);
+    for (const auto& p : paths) {
+        get_device_seat(p.c_str());
+        handle_add_device(p.c_str(), "null", node, INPUT_TYPE_TOUCHSCREEN, 1);
+        handle_add_device(p.c_str(), "null", node, INPUT_TYPE_MOUSE, 0);
+    }
+    for (const auto& p : paths)
+        handle_remove_device(p.c_str());
+}
+
+void reset_tables()
+{
+    // Non-USB records carry "non_usb_path" and only go when that path is reported.
+    while (count_nonusb_input.load() > 0 && handle_remove_device("non_usb_path") == 0) {
+    }
     for (auto& row : device_seats) {
         std::free(row.syspath);
         row = {};
@@ -51,5 +82,31 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         row = {};
     }
     terminals = {};
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static const bool ready = set_up();
+    if (!ready)
+        return 0;
+    const std::string path = scratch + "/port.conf";
+    FILE* f = std::fopen(path.c_str(), "wb");
+    if (f == nullptr)
+        return 0;
+    std::fwrite(data, 1, size, f);
+    std::fclose(f);
+
+    config_init(path.c_str());
+    for (const auto& row : device_seats) {
+        if (row.syspath == nullptr)
+            break;
+        exercise_row(row);
+    }
+    get_device_seat("usb-musb-hdrc.1-1.2/input0");
+    for (int seat = -2; seat < 20; ++seat)
+        get_input_conf_display(seat);
+    reset_tables();
     return 0;
 }
