@@ -68,11 +68,22 @@ void exercise_row(const _device_seat& row)
         handle_remove_device(p.c_str());
 }
 
+// Empties a dense device table without the lookups (which a row matching
+// "non_usb_path" would steer elsewhere).
+template <std::size_t N>
+void drop_all(std::array<std::atomic<_InputDev*>, N>& table, std::atomic<int>& count)
+{
+    for (auto& slot : table)
+        delete_input_dev(slot.exchange(nullptr));
+    count.store(0);
+}
+
 void reset_tables()
 {
-    // Non-USB records carry "non_usb_path" and only go when that path is reported.
-    while (count_nonusb_input.load() > 0 && handle_remove_device("non_usb_path") == 0) {
-    }
+    drop_all(nonusb_input, count_nonusb_input);
+    drop_all(extern_input, count_exusb_input);
+    std::atomic<int> chains{0};  // the seat chains have no count
+    drop_all(input_info, chains);
     for (auto& row : device_seats) {
         std::free(row.syspath);
         row = {};
