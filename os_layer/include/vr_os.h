@@ -1,4 +1,4 @@
-// Vrenn OS layer: start-up, named semaphores and tasks.
+// Vrenn OS layer: start-up, named semaphores, tasks and the millisecond clock.
 #pragma once
 
 #include <semaphore.h>
@@ -40,3 +40,8 @@ using VR_TASK_ID = int;
 inline constexpr int VR_MAX_TASKS = 32;
 int VR_CreateTask(VR_TASK_ID* id, const char* name, VR_TASK_ENTRY entry, void* arg,
                   uint32_t stack_size, int priority);
+
+// The layer's 64-bit millisecond clock: monotonic (never set back with the
+// wall time), counted from an arbitrary point such as the system's boot.
+// Returns 0, or -1 for a null out.
+int GetTimeStamp(uint64_t* out);

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -117,6 +118,20 @@ TEST(VrCreateTask, RunsTasksOnNamedThreadsWithTheRequestedStackUpToTheTableSize)
         probe.cv.wait(guard, [&] { return probe.started == VR_MAX_TASKS; });
     }
     release_all(probe);
+}
+
+TEST(VrGetTimeStamp, CountsMillisecondsOfTheMonotonicClock)
+{
+    uint64_t first = 0;
+    uint64_t second = 0;
+    timespec mono{};
+    ASSERT_EQ(GetTimeStamp(&first), 0);
+    clock_gettime(CLOCK_MONOTONIC, &mono);
+    ASSERT_EQ(GetTimeStamp(&second), 0);
+    const auto mono_ms = static_cast<uint64_t>(mono.tv_sec) * 1000 + static_cast<uint64_t>(mono.tv_nsec) / 1000000;
+    EXPECT_LE(first, mono_ms);
+    EXPECT_LE(mono_ms, second);
+    EXPECT_EQ(GetTimeStamp(nullptr), -1);
 }
 
 }  // namespace
