@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <limits>
 
+#include "common/imc_protocol/imc_linux_internal.h"
 #include "common/imc_protocol/imcprotocol_internal.h"
 #include "common/imc_protocol/mem_pool.h"
 #include "common/imc_protocol/platform.h"
@@ -139,29 +140,37 @@ void IMC_Link_Reader_Init(IMC_Link_Reader* reader)
         IMC_Decode_Reset(&reader->status, reader->buffer.data(), reader->buffer.size());
 }
 
-int IMC_Link_Reader_Feed(IMC_Link_Reader* reader, IMC_Stack_Handle_s* handle, const uint8_t* data,
-                         uint32_t len)
+int IMC_Link_Feed(status_s* st, uint8_t* out, uint32_t room, int32_t max_len, IMC_Stack_Handle_s* handle,
+                  const uint8_t* data, uint32_t len)
 {
-    if (reader == nullptr || (data == nullptr && len > 0) ||
+    if (st == nullptr || out == nullptr || (data == nullptr && len > 0) ||
         len > static_cast<uint32_t>(std::numeric_limits<int32_t>::max()))
         return -1;
-    status_s& st = reader->status;
     const uint8_t* in = data;
     auto left = static_cast<int32_t>(len);
     int messages = 0;
     while (left > 0) {
-        const int rc = IMC_Decode_Frame(&st, left, in, IMC_LINK_MAX_LEN);
-        in = st.p_in;
-        left = st.input_length;
+        const int rc = IMC_Decode_Frame(st, left, in, max_len);
+        in = st->p_in;
+        left = st->input_length;
         if (rc > 0) {
-            IMC_Protocol_Parse(handle, st.p_start, static_cast<uint32_t>(st.length));
+            IMC_Protocol_Parse(handle, st->p_start, static_cast<uint32_t>(st->length));
             ++messages;
         } else if (!decoder_failed(rc)) {
             break;  // input used up part-way through a frame, or no frame
         }
-        IMC_Link_Reader_Init(reader);
+        IMC_Decode_Reset(st, out, room);
     }
     return messages;
+}
+
+int IMC_Link_Reader_Feed(IMC_Link_Reader* reader, IMC_Stack_Handle_s* handle, const uint8_t* data,
+                         uint32_t len)
+{
+    if (reader == nullptr)
+        return -1;
+    return IMC_Link_Feed(&reader->status, reader->buffer.data(), reader->buffer.size(), IMC_LINK_MAX_LEN, handle,
+                         data, len);
 }
 
 int IMC_Link_Read_Loop(IMC_Link_Read_Func read_fn, void* ctx, IMC_Stack_Handle_s* handle)

@@ -144,6 +144,22 @@ uint16_t next_sequence(IMC_Stack_s& s)
     return s.my_sequence;
 }
 
+// Sends the transaction's message; when it went out whole (or short, when
+// short_counts), moves to `next` with `stamp` set to the time.
+int send_and_move(IMC_Transaction_s* t, bool short_counts, imcState_t next, uint64_t IMC_Transaction_s::*stamp,
+                  const char* func, int line)
+{
+    uint64_t now = 0;
+    if (!read_clock(now, func, line))
+        return IMC_ERR_CLOCK;
+    const int rc = Send_Packet(t);
+    if (rc == IMC_OK || (short_counts && rc == IMC_ERR_SHORT_WRITE)) {
+        t->m_State = next;
+        t->*stamp = now;
+    }
+    return rc;
+}
+
 // ---- actions of the state table; each returns its code (0 for success) ----
 
 int Action_Null(IMC_Transaction_s*)
@@ -155,15 +171,8 @@ int Action_Null(IMC_Transaction_s*)
 
 int Action_SendRequest(IMC_Transaction_s* t)
 {
-    uint64_t now = 0;
-    if (!read_clock(now, __func__, __LINE__))
-        return IMC_ERR_CLOCK;
-    const int rc = Send_Packet(t);
-    if (rc == IMC_OK || rc == IMC_ERR_SHORT_WRITE) {
-        t->m_State = STATE_RequestSent;
-        t->req_send_time = now;
-    }
-    return rc;
+    // A short write counts as sent: the retries cover it.
+    return send_and_move(t, true, STATE_RequestSent, &IMC_Transaction_s::req_send_time, __func__, __LINE__);
 }
 
 int Action_ProcessRequest(IMC_Transaction_s* t)
@@ -187,15 +196,7 @@ int Action_ProcessRequest(IMC_Transaction_s* t)
 
 int Action_SendReply(IMC_Transaction_s* t)
 {
-    uint64_t now = 0;
-    if (!read_clock(now, __func__, __LINE__))
-        return IMC_ERR_CLOCK;
-    const int rc = Send_Packet(t);
-    if (rc == IMC_OK) {
-        t->reply_send_time = now;
-        t->m_State = STATE_ReplySent;
-    }
-    return rc;
+    return send_and_move(t, false, STATE_ReplySent, &IMC_Transaction_s::reply_send_time, __func__, __LINE__);
 }
 
 int Action_MoveToCompleted(IMC_Transaction_s* t)
