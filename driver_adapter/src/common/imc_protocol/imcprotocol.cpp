@@ -498,8 +498,9 @@ int IMC_Protocol_SendReply(IMC_Transaction_s* t, const uint8_t* data, uint32_t l
     }
     build_message(buf, CLASS_Reply, t->m_Header.m_SequenceCount, data, static_cast<uint16_t>(len));
     // The stored reply replaces the request; while the request's handler runs
-    // (its payload points into the request) the request block is kept.
-    if (t->m_in_handler)
+    // (its payload points into the request) the request block is kept. A
+    // second reply after a failed send replaces the first.
+    if (t->m_in_handler && t->m_parked_buf == nullptr)
         t->m_parked_buf = t->m_command_buf;
     else
         IMC_free_mem_pool_block(s.mempoolPtr, t->m_command_buf);
