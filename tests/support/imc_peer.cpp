@@ -19,55 +19,36 @@ std::atomic<int> g_noreplies{0};
 std::mutex g_log_lock;  // guards g_log
 std::vector<std::string> g_log;
 
-int fake_clock(uint64_t* now)
-{
-    *now = g_now.load();
-    return 0;
-}
-
-void keep_log(int, const char* text)
-{
-    std::lock_guard<std::mutex> guard(g_log_lock);
-    g_log.emplace_back(text);
-}
-
-ImcPeer& peer_of(void* private_data)
+ImcPeer& peer(void* private_data)
 {
     return *static_cast<ImcPeer*>(private_data);
 }
 
 int write_link(void* private_data, const uint8_t* data, uint32_t len)
 {
-    ImcPeer& p = peer_of(private_data);
-    const uint32_t n = p.short_write > 0 ? std::min<uint32_t>(len, p.short_write) : len;
-    return static_cast<int>(write(p.fd, data, n));
+    ImcPeer& p = peer(private_data);
+    return static_cast<int>(write(p.fd, data, p.short_write > 0 ? std::min(len, p.short_write) : len));
 }
 
 int on_event(void* private_data, const uint8_t* payload, uint16_t len)
 {
-    peer_of(private_data).events.emplace_back(payload, payload + len);
+    peer(private_data).events.emplace_back(payload, payload + len);
     return 0;
 }
 
 void on_request(IMC_Transaction_s* t, void* private_data, const uint8_t* payload, uint16_t len)
 {
-    ImcPeer& p = peer_of(private_data);
+    ImcPeer& p = peer(private_data);
     p.requests.emplace_back(payload, payload + len);
     p.last_request = t;
-    if (p.answer_requests) {
-        const uint8_t answer[] = {len > 0 ? payload[0] : uint8_t{0}, 0xAA};
+    const uint8_t answer[] = {len > 0 ? payload[0] : uint8_t{0}, 0xAA};
+    if (p.answer_requests)
         IMC_Protocol_SendReply(t, answer, sizeof(answer));
-    }
 }
 
 void on_reply(void* private_data, const uint8_t* payload, uint16_t len)
 {
-    peer_of(private_data).replies.emplace_back(payload, payload + len);
-}
-
-void on_noreply()
-{
-    ++g_noreplies;
+    peer(private_data).replies.emplace_back(payload, payload + len);
 }
 
 }  // namespace
@@ -77,8 +58,14 @@ ImcWorld::ImcWorld(uint64_t start_ms)
     g_now = start_ms;
     g_noreplies = 0;
     clear_log();
-    IMC_Platform_Set_Clock(fake_clock);
-    send_log_set_sink(keep_log);
+    IMC_Platform_Set_Clock([](uint64_t* now) {
+        *now = g_now.load();
+        return 0;
+    });
+    send_log_set_sink([](int, const char* text) {
+        std::lock_guard<std::mutex> guard(g_log_lock);
+        g_log.emplace_back(text);
+    });
 }
 
 ImcWorld::~ImcWorld()
@@ -100,8 +87,8 @@ int ImcWorld::noreplies()
 int ImcWorld::logged(const std::string& part)
 {
     std::lock_guard<std::mutex> guard(g_log_lock);
-    return static_cast<int>(std::count_if(g_log.begin(), g_log.end(),
-                                          [&](const std::string& l) { return l.find(part) != std::string::npos; }));
+    return static_cast<int>(
+        std::count_if(g_log.begin(), g_log.end(), [&](const std::string& l) { return l.find(part) != l.npos; }));
 }
 
 void ImcWorld::clear_log()
@@ -114,8 +101,7 @@ ImcPeer::ImcPeer(const IMC_Config_s& config, int fd_) : fd(fd_)
 {
     const IMC_Lock_Ops_s ops = IMC_Linux_Lock_Ops(&locks);
     handle = Stack_Init(write_link, on_event, on_request, &config, &ops);
-    if (handle != nullptr)
-        handle->private_data = this;
+    handle->private_data = this;
     IMC_Link_Reader_Init(&reader);
 }
 
@@ -127,27 +113,26 @@ ImcPeer::~ImcPeer()
 
 Bytes ImcPeer::take()
 {
-    Bytes got;
-    uint8_t buf[4096];
-    ssize_t n;
-    while ((n = recv(fd, buf, sizeof(buf), MSG_DONTWAIT)) > 0)
-        got.insert(got.end(), buf, buf + n);
+    Bytes got(65536);
+    const ssize_t n = recv(fd, got.data(), got.size(), MSG_DONTWAIT);
+    got.resize(n > 0 ? static_cast<size_t>(n) : 0);
     return got;
 }
 
-int ImcPeer::feed(const Bytes& got, size_t piece)
+int ImcPeer::feed(const Bytes& bytes, size_t piece)
 {
     int messages = 0;
-    for (size_t at = 0; at < got.size(); at += piece) {
-        const size_t n = std::min(piece, got.size() - at);
-        messages += IMC_Link_Reader_Feed(&reader, handle, got.data() + at, static_cast<uint32_t>(n));
+    for (size_t at = 0; at < bytes.size(); at += piece) {
+        const auto n = static_cast<uint32_t>(std::min(piece, bytes.size() - at));
+        messages += IMC_Link_Reader_Feed(&reader, handle, bytes.data() + at, n);
     }
     return messages;
 }
 
 int ImcPeer::send_request(const Bytes& data)
 {
-    return IMC_Protocol_SendRequest(handle, data.data(), static_cast<uint32_t>(data.size()), on_reply, on_noreply);
+    return IMC_Protocol_SendRequest(handle, data.data(), static_cast<uint32_t>(data.size()), on_reply,
+                                    [] { ++g_noreplies; });
 }
 
 int ImcPeer::transactions_in_use() const
@@ -164,7 +149,5 @@ ImcLink::ImcLink(const IMC_Config_s& config_a, const IMC_Config_s& config_b)
     a = std::make_unique<ImcPeer>(config_a, sv[0]);
     b = std::make_unique<ImcPeer>(config_b, sv[1]);
 }
-
-ImcLink::~ImcLink() = default;
 
 }  // namespace testsupport

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -44,37 +42,6 @@ TEST(Kfifo, CopiesAcrossTheWrapInBothDirections)
     kfifo_reset(f);
     EXPECT_EQ(kfifo_len(f), 0u);
     EXPECT_EQ(kfifo_free_len(f), 8u);
-    kfifo_free(f);
-}
-
-TEST(Kfifo, OneWriterAndOneReaderKeepTheByteOrder)
-{
-    kfifo* f = kfifo_alloc(64);
-    constexpr uint32_t total = 200000;
-    std::thread writer([f] {
-        uint32_t sent = 0;
-        std::array<uint8_t, 37> chunk{};
-        while (sent < total) {
-            const uint32_t n = std::min<uint32_t>(chunk.size(), total - sent);
-            for (uint32_t i = 0; i < n; ++i)
-                chunk[i] = static_cast<uint8_t>((sent + i) * 7);
-            uint32_t put = 0;
-            while (put < n)
-                put += kfifo_put(f, chunk.data() + put, n - put);
-            sent += n;
-        }
-    });
-    uint32_t got = 0;
-    bool in_order = true;
-    std::array<uint8_t, 29> buf{};
-    while (got < total) {
-        const uint32_t n = kfifo_get(f, buf.data(), buf.size());
-        for (uint32_t i = 0; i < n; ++i)
-            in_order = in_order && buf[i] == static_cast<uint8_t>((got + i) * 7);
-        got += n;
-    }
-    writer.join();
-    EXPECT_TRUE(in_order);
     kfifo_free(f);
 }
 

@@ -361,7 +361,7 @@ int Send_Packet(IMC_Transaction_s* t)
         return IMC_ERR_NO_MESSAGE;
     const uint32_t n = IMC_HEADER_LEN + message_length(t->m_command_buf);
     if (n > block_size(s))
-        return IMC_ERR_NO_MESSAGE;  // never stored so: not a message of this stack
+        return IMC_ERR_NO_MESSAGE;  // every stored message fits its block: this is none
     uint8_t* frame = IMC_alloc_mem_pool_block(s.mempoolPtr);
     if (frame == nullptr) {
         send_log(DRV_LOG_ERR, "%s:%d:%s(): no more  mem pool for alloc, abort!\n", DRV_POS);

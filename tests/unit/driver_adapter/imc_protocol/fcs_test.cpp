@@ -130,13 +130,6 @@ TEST(ImcFrame, RefusesBadFramesWithoutWritingBeyondItsBuffer)
         EXPECT_TRUE(d.canary_intact());
     }
 
-    decoder d;
-    const Bytes some = {0x7E};
-    EXPECT_EQ(IMC_Decode_Frame(nullptr, 1, some.data(), 200), -12);
-    EXPECT_EQ(IMC_Decode_Frame(&d.st, 1, nullptr, 200), -12);
-    EXPECT_EQ(IMC_Decode_Frame(&d.st, -1, some.data(), 200), -12);
-    IMC_Decode_Reset(&d.st, nullptr, 0);
-    EXPECT_EQ(IMC_Decode_Frame(&d.st, 1, some.data(), 200), -12);
 }
 
 }  // namespace

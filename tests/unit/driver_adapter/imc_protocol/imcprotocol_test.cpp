@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <functional>
 #include <memory>
 
 #include "support/imc_peer.h"
@@ -219,49 +218,21 @@ TEST_F(ImcProtocol, ParseRefusesMessagesItCannotTakeWithoutReadingBeyondThem)
 
 TEST_F(ImcProtocol, SendFunctionsReturnTheirCodes)
 {
-    const Bytes payload(194, 0x01);
-    const uint8_t byte = 0x01;
-    auto noreply = [] {};
-    struct send_case {
-        const char* name;
-        std::function<int()> send;
-        int rc;
-    };
-    const std::array<send_case, 8> cases = {{
-        {"request without data",
-         [&] { return IMC_Protocol_SendRequest(a.handle, nullptr, 1, [](void*, const uint8_t*, uint16_t) {}, noreply); },
-         -27},
-        {"request longer than a package",
-         [&] { return a.send_request(Bytes(195, 0x01)); }, -12},
-        {"request whose frame does not fit a package", [&] { return a.send_request(payload); }, -19},
-        {"event without data", [&] { return IMC_Protocol_SendEvent(a.handle, 1, nullptr); }, -27},
-        {"event longer than a package", [&] { return IMC_Protocol_SendEvent(a.handle, 195, payload.data()); }, -12},
-        {"reply without transaction", [&] { return IMC_Protocol_SendReply(nullptr, &byte, 1); }, -27},
-        {"event written short",
-         [&] {
-             a.short_write = 5;
-             const int rc = IMC_Protocol_SendEvent(a.handle, 1, &byte);
-             a.short_write = 0;
-             return rc;
-         },
-         -18},
-        {"request written short (left to the retries)",
-         [&] {
-             a.short_write = 5;
-             const int rc = a.send_request({0x01});
-             a.short_write = 0;
-             return rc;
-         },
-         0},
-    }};
-    for (const auto& c : cases)
-        EXPECT_EQ(c.send(), c.rc) << c.name;
+    const Bytes payload(195, 0x01);
+    EXPECT_EQ(a.send_request(payload), -12);                 // longer than a package
+    EXPECT_EQ(a.send_request(Bytes(194, 0x01)), -19);  // its frame is
+    EXPECT_EQ(IMC_Protocol_SendEvent(a.handle, 195, payload.data()), -12);
+    a.short_write = 5;
+    EXPECT_EQ(IMC_Protocol_SendEvent(a.handle, 1, payload.data()), -18);
+    EXPECT_EQ(a.send_request({0x01}), 0);  // left to the retries
+    a.short_write = 0;
     b.take();
+    EXPECT_EQ(a.transactions_in_use(), 1);
 
-    // A reply once the reply has gone out.
     a.send_request({0x15});
     b.pump();
-    EXPECT_EQ(IMC_Protocol_SendReply(b.last_request, &byte, 1), -26);
+    EXPECT_EQ(IMC_Protocol_SendReply(b.last_request, payload.data(), 1), -26);  // already answered
+    EXPECT_EQ(IMC_Protocol_SendReply(nullptr, payload.data(), 1), -27);
 }
 
 }  // namespace
