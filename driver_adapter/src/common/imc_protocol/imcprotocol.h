@@ -142,9 +142,9 @@ using IMC_Write_Func = int (*)(void* private_data, const uint8_t* data, uint32_t
 // Payloads are valid for the call only. The event handler's result is what
 // IMC_Protocol_Parse returns for the event.
 using IMC_Event_Handler = int (*)(void* private_data, const uint8_t* payload, uint16_t len);
-// Answers with IMC_Protocol_SendReply, from inside the handler or later while
-// holding the stack's tick lock; the payload stays valid until the handler
-// returns.
+// Answers with IMC_Protocol_SendReply, from inside the handler or later from
+// any thread, but before the stack's max_wait_Time drops the transaction; the
+// payload stays valid until the handler returns.
 using IMC_Request_Handler = void (*)(IMC_Transaction_s* transaction, void* private_data,
                                      const uint8_t* payload, uint16_t len);
 using IMC_Reply_Handler = void (*)(void* private_data, const uint8_t* payload, uint16_t len);
