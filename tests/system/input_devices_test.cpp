@@ -147,10 +147,13 @@ TEST_F(DaemonWithDevices, NodesUnpluggedWhileEventsStreamInGoAwayCleanly)
     ASSERT_TRUE(wait_for("/dev/event0 is mouse...\n"));
     for (int n = 1; n < 16; ++n) {
         ASSERT_TRUE(bed_.add(n, mouse(n)));
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < 2; ++i)
             bed_.play(n - 1, burst);
         bed_.remove(n - 1);
-        ASSERT_TRUE(wait_for("/dev/event" + std::to_string(n - 1) + " fail to connect!\n")) << daemon_->output();
+        // Generous: the daemon logs every event it reads, on a machine that may be busy.
+        ASSERT_TRUE(daemon_->wait_for("/dev/event" + std::to_string(n - 1) + " fail to connect!\n", 0,
+                                      std::chrono::seconds(30)))
+            << daemon_->output();
     }
     EXPECT_TRUE(play_and_trace(15, {ev(EV_REL, REL_Y, 5)}));
     EXPECT_TRUE(daemon_->alive());
