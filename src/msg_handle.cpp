@@ -7,6 +7,7 @@
 
 #include "arm/hot_plug.h"
 #include "common/log.h"
+#include "common/system_msg.h"
 #include "msg_handle_internal.h"
 
 std::array<MonitorSlot, EVENT_LIST_MAX> event_list{};
@@ -206,6 +207,6 @@ void restart_all_service()
             slot.store({});
         event_num.store(0, std::memory_order_release);
     }
-    // restart_system_service() of the control socket is called here once that module exists.
+    restart_system_service();
     restart_hotplug_service();
 }

@@ -13,8 +13,11 @@
 #include "board/common/board.h"
 #include "common/OrvelClient.h"
 #include "common/cursor_timer.h"
+#include "common/keyboard_manager.h"
 #include "common/log.h"
 #include "common/multi_config.h"
+#include "common/screen_manager.h"
+#include "common/system_msg.h"
 #include "common/worker_thread.h"
 #include "func/touchscreen/touchscreen_lock_ctl.h"
 #include "msg_handle.h"
@@ -127,10 +130,14 @@ void input_manager_main(int argc, char** argv)
     // when it enters its loop, so only it ever runs the handler.
     mask_caught_signals(true);
     config_init("port.conf");
+    output_info_init();
+    input_init();
     touchscreeninit();
     VR_SysInit();
     InitDriverAdapter(5);
+    start_system_service();
     start_hotplug_service();
+    init_cursor_timer();
     TLOG(LEVEL_DEBUG, "nice is %d\n", nice(-20));
     nWatdogReset.store(0, std::memory_order_relaxed);
     Init_Watch(1, &nWatdogReset, 30);

@@ -8,9 +8,12 @@
 
 #include "common/cursor_timer_internal.h"
 #include "common/log.h"
+#include "common/screen_manager.h"
 #include "common/worker_thread.h"
 
 std::array<_CursorInfo, 3> gs_cursor{};
+std::atomic<int> time_out{30};
+std::mutex cursor_lock;
 
 namespace {
 
@@ -43,7 +46,100 @@ void* watchdog_timer_proc(void* arg)
     return nullptr;
 }
 
+// Decides for one entry and announces a change on screen; a failed
+// announcement keeps the old state, so it is tried again next second.
+// Called with cursor_lock held.
+void decide(_CursorInfo& entry, int screen, int usb_num)
+{
+    const int state = entry.state.load(std::memory_order_relaxed);
+    const int next = handle_cursor_state(usb_num, entry.counter.load(std::memory_order_relaxed), state);
+    if (next == state || cursor_state_change(screen, next) == -1)
+        return;
+    entry.state.store(next, std::memory_order_relaxed);
+    // Hidden until the next motion resets the counter.
+    if (next == 0)
+        entry.counter.store(time_out.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
+void* cursor_hide_timer_proc(void*)
+{
+    cursor_timer_start_state();
+    for (;;) {
+        usleep(1000000);
+        cursor_timer_tick();
+    }
+    return nullptr;
+}
+
+bool double_player()
+{
+    return (get_current_multimode() & MODE_DOUBLE_PLAYER) != 0;
+}
+
 }  // namespace
+
+void cursor_timer_start_state()
+{
+    gs_cursor[0].state.store(1, std::memory_order_relaxed);
+    gs_cursor[1].state.store(1, std::memory_order_relaxed);
+}
+
+void cursor_timer_tick()
+{
+    gs_cursor[0].counter.fetch_add(1, std::memory_order_relaxed);
+    gs_cursor[1].counter.fetch_add(1, std::memory_order_relaxed);
+    std::lock_guard<std::mutex> guard(cursor_lock);
+    if (double_player()) {
+        for (int screen = 0; screen < 2; ++screen)
+            decide(gs_cursor[screen], screen, gs_cursor[screen].usb_num.load(std::memory_order_relaxed));
+    } else {
+        const int usb = gs_cursor[0].usb_num.load(std::memory_order_relaxed) +
+                        gs_cursor[1].usb_num.load(std::memory_order_relaxed);
+        decide(gs_cursor[0], 0, usb);
+    }
+}
+
+int handle_cursor_state(int usb_num, int counter, int state)
+{
+    const int limit = time_out.load(std::memory_order_relaxed);
+    if (state == 1)
+        return usb_num < 1 || counter >= limit ? 0 : 1;
+    if (state == 0)
+        return usb_num > 0 && counter < limit ? 1 : 0;
+    return state;
+}
+
+int init_cursor_timer()
+{
+    if (start_worker_thread(cursor_hide_timer_proc, nullptr) != 0) {
+        TLOG(LEVEL_ERROR, "create cursor timer thread failed\n");
+        return -1;
+    }
+    return 0;
+}
+
+void set_cursor_hide_timer_seconds(int s)
+{
+    if (s >= 1)
+        time_out.store(s, std::memory_order_relaxed);
+}
+
+void clear_timer_flag(int client)
+{
+    if (!double_player())
+        client = 0;
+    // Mouse events that reach no client come with -1: ignored.
+    if (client >= 0 && client < static_cast<int>(gs_cursor.size()))
+        gs_cursor[client].counter.store(0, std::memory_order_relaxed);
+}
+
+void set_cursor_move_state(unsigned client, unsigned lost)
+{
+    if (client > 1 || lost > 1)
+        return;
+    std::lock_guard<std::mutex> guard(cursor_lock);
+    gs_cursor[double_player() ? client : 0].state.store(static_cast<int>(1 - lost), std::memory_order_relaxed);
+}
 
 int Init_Watch(int enable, std::atomic<unsigned int>* counter, unsigned int limit)
 {

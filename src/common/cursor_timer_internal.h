@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <mutex>
 
 struct _CursorInfo {
     // Attached USB pointing devices of the screen. Written by the hot-plug
@@ -14,3 +15,16 @@ struct _CursorInfo {
 };
 
 extern std::array<_CursorInfo, 3> gs_cursor;
+
+// Hide delay in seconds, default 30. Set by the control socket, read by the
+// timer thread.
+extern std::atomic<int> time_out;
+// Guards the state decisions of gs_cursor between the timer thread and the
+// threads that move the cursor.
+extern std::mutex cursor_lock;
+
+// One tick of the timer thread (after its one-second sleep): counts the
+// second and announces a changed cursor state.
+void cursor_timer_tick();
+// What the thread does when it starts: entries 0 and 1 shown.
+void cursor_timer_start_state();

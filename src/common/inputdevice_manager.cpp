@@ -14,6 +14,7 @@
 #include "common/keyboard_manager.h"
 #include "common/log.h"
 #include "common/multi_config.h"
+#include "common/screen_manager.h"
 #include "common/ts_cali.h"
 #include "msg_handle.h"
 
@@ -405,7 +406,13 @@ int handle_inputsys_close(int fd)
         TLOG(LEVEL_ERROR, "Main screen closed\n");
         return -1;
     }
-    // The screen model hands a cursor held by this screen back here
-    // (screen_change_cursor) once it is part of the daemon.
+    // A cursor held by the leaving screen goes back to the main screen: in
+    // double-player mode on both players' models, else on the one model.
+    const int models = (get_current_multimode() & MODE_DOUBLE_PLAYER) != 0 ? 2 : 1;
+    for (int i = 0; i < models; ++i) {
+        ScrInfo* scr = get_screen_info(i);
+        if (get_cursor_client(scr) == index)
+            screen_change_cursor(scr, index, MAIN_SCREEN);
+    }
     return 0;
 }

@@ -7,7 +7,43 @@
 
 #include "common/tactord_types.h"
 
+#include <sys/time.h>
+
 struct _InputDev;
+struct _ScrInfo;
+
+// Mouse sensitivity level 1..10 (default 5); level n scales relative motion
+// by g_MouseSensitivityValueMap[n - 1].
+extern int g_MouseSensitivityValue;
+extern const std::array<float, 10> g_MouseSensitivityValueMap;
+
+// Coordinate maximum of the board touchscreen in use (4095 or 1023).
+extern int ts_num_x;
+// 1 once the panel's controller has been identified.
+extern int PID_flag;
+
+// Touchscreen switch: 0 the board's own panel, 1 a USB touchscreen.
+enum _TouchScreenIndex : int {
+    TOUCHSCREEN_MAIN = 0,
+    TOUCHSCREEN_SUB = 1,
+};
+struct TouchScreenInfo {
+    int nOpen;     // 1 = switched on
+    timeval time;  // last touch-up while switched off
+};
+extern std::array<TouchScreenInfo, 2> g_TouchScreeenStatus;
+// Switches touchscreen index on (open 1) or off; an index outside the table
+// is logged and ignored.
+void ProcessSwitchTouchScreen(int index, int open);
+
+// First client 0, 1, 2 with the keyboard focus, else 3.
+int get_focus_client(_ScrInfo* scr);
+int GetFocusScreen();
+
+// The 7-parameter calibration transform of a raw point: param when its p6 is
+// set, else the seat's last computed row, else the default transform
+// (logged). -1 for a null argument, else 0.
+int coordinate_convert(int seat, int x, int y, const int* param, int* out_x, int* out_y);
 
 // Called for every event read. Picks the device's path through the pipeline
 // from its seat's calibration record.

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 
@@ -11,11 +12,16 @@ inline constexpr int TS_SEAT_MAX = 15;
 inline constexpr int CALI_POINT_NUM = 5;
 inline constexpr int CALI_PARAM_NUM = 7;
 
-// Five points, all x first.
+// Five points, all x first. Also a wire record (the calibration targets of a
+// control message).
 struct cali_point_s {
-    std::array<int, CALI_POINT_NUM> x;
-    std::array<int, CALI_POINT_NUM> y;
+    std::array<int32_t, CALI_POINT_NUM> x;
+    std::array<int32_t, CALI_POINT_NUM> y;
 };
+using cali_point_t = cali_point_s;
+static_assert(sizeof(cali_point_s) == 40);
+static_assert(offsetof(cali_point_s, x) == 0);
+static_assert(offsetof(cali_point_s, y) == 20);
 
 struct calibrate_data_s {
     std::atomic<int> flag{0};        // 1 = all five raw points captured
@@ -45,3 +51,28 @@ int ts_set_private_data(int seat, ts_priv_data_s* record);
 ts_priv_data_s* ts_get_private_data(int seat);
 // Frees the seat's record and clears the slot.
 void ts_free_private_data(int seat);
+
+using cali_param_row = std::array<int, CALI_PARAM_NUM>;
+// The last computed transform per seat (p6 0 = none).
+extern std::array<cali_param_row, TS_SEAT_MAX> cal_param_dat;
+// The fallback transform.
+extern const cali_param_row DefaultCaliParam;
+
+// The first record (seat order) that can be calibrated and serves screen
+// scr; null when none does or scr is outside 0..14 (logged).
+ts_priv_data_s* ts_get_cali_ts_private_data(int scr);
+// The calibration steps, addressed by touchscreen seat. 0, or -1 for no
+// record, -2 for a touchscreen that cannot be calibrated (enter) or is not
+// calibrating (point).
+int ts_enter_calibrate_mode(int scr);
+// The user is about to touch target point (1..5).
+int ts_get_cali_point(int scr, unsigned point);
+int ts_quit_calibrate_mode(int scr);
+// Computes the transform of the touchscreen serving screen scr from the five
+// display targets and the five captured raw points and installs it. 0, or
+// -1 bad argument, -2 not ready or no solution, -3 no result, -4 invalid
+// result; the previous transform stays on failure.
+int ts_calibrate(int scr, const cali_point_s* display, unsigned w, unsigned h);
+// Five-point least squares: out[0..6] (p6 = 65536). 0, -1 for a null
+// argument, -2 when the raw points do not span a plane.
+int ts_get_calibrate_result(const cali_point_s* display, const cali_point_s* raw, int* out);

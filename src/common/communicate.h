@@ -1,0 +1,33 @@
+// Socket utilities shared by the control socket, the remote-screen and knob
+// clients and the event output: local listening and client sockets, a TCP
+// client, and bounded receive and send loops. Every failure is logged at
+// error level and reported as -1 unless said otherwise.
+#pragma once
+
+#include <cstddef>
+
+// Local (AF_UNIX) listening socket on path: any file there is removed first,
+// backlog 5. A socket whose bind or listen fails is left open (abandoned).
+// -1 for a null path (not logged) or on failure.
+int create_monitor(const char* path);
+// accept() on a listening socket: the new descriptor, or -1.
+int get_new_comming_client(int fd);
+// Local stream client connected to path; on a failed connect the socket is
+// left open and -1 returned.
+int connect_monitor(const char* path);
+// TCP client connected to ip (dotted text) and port (host order); -1 on
+// failure (the socket is closed then).
+int create_client_socket(const char* ip, int port);
+int close_connect(int fd);
+
+// One recv of at most len bytes: the count (a short read is returned as it
+// is), 0 when the peer has closed, -1 on error. A would-block or interrupted
+// read is retried up to 10 times, 10 ms apart.
+int recv_data(int fd, void* buf, int len);
+// Collects needlen bytes in at most 10 passes of recv_data, 10 ms apart:
+// needlen, or 0 when the record could not be completed (peer closed, error,
+// or passes used up).
+int recv_need_len_data(int fd, void* buf, int len, int needlen);
+// Sends all len bytes: len, or -1. A full socket is waited for at most 10
+// times 20 ms over the whole call.
+int send_data(int fd, const void* buf, int len);
