@@ -70,7 +70,7 @@ int ts_get_cali_point(int scr, unsigned point);
 int ts_quit_calibrate_mode(int scr);
 // Computes the transform of the touchscreen serving screen scr from the five
 // display targets and the five captured raw points and installs it. 0, or
-// -1 bad argument, -2 not ready or no solution, -3 no result, -4 invalid
+// -1 bad argument, -2 not ready, -3 no solution, -4 invalid
 // result; the previous transform stays on failure.
 int ts_calibrate(int scr, const cali_point_s* display, unsigned w, unsigned h);
 // Five-point least squares: out[0..6] (p6 = 65536). 0, -1 for a null

@@ -29,6 +29,9 @@ public:
     DevModCfgEmulator(const DevModCfgEmulator&) = delete;
     DevModCfgEmulator& operator=(const DevModCfgEmulator&) = delete;
 
+    // The testbed, for further emulated devices (a framebuffer).
+    UMockdevTestbed* testbed() const { return testbed_; }
+
     dev_mod_cfg_t state(int screen) const;
     void set_state(int screen, const dev_mod_cfg_t& record);
     // The finger as the touch driver would report it for the screen.

@@ -43,6 +43,9 @@ public:
     bool play(int node, const std::vector<tactord::input_event>& events);
     // Writes raw bytes into the node.
     bool write_raw(int node, const void* data, std::size_t len);
+    // The testbed, for further emulated devices (a framebuffer).
+    UMockdevTestbed* testbed() const { return testbed_; }
+
     // Events the reader wrote to the node, waiting up to timeout for at
     // least one.
     std::vector<tactord::input_event> written(int node, std::chrono::milliseconds timeout);

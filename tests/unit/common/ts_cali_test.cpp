@@ -1,5 +1,5 @@
-// Touchscreen calibration records: seat checks and the grace period before a
-// record the event thread may be using is freed.
+// Touchscreen calibration: seat checks, the grace period before a record the
+// event thread may be using is freed, the five-point fit and the transform.
 #include "common/ts_cali.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include <atomic>
 
 #include "common/inputdevice_manager.h"
+#include "common/inputevent_handle.h"
 #include "common/evdev_msg.h"
 #include "msg_handle.h"
 #include "support/held_dispatch.h"
@@ -61,6 +62,123 @@ TEST(TouchscreenData, ARecordReplacedOrFreedDuringTheEventPipelineLivesUntilTheP
         close(p[0]);
         close(p[1]);
     }
+}
+
+}  // namespace
+
+namespace {
+
+// A calibratable record on seat 0 serving screen 0, captured points set.
+struct CaliSeat {
+    ts_priv_data_s* rec = new ts_priv_data_s{};
+    explicit CaliSeat(const cali_point_s& raw)
+    {
+        ts_set_private_data(0, rec);
+        rec->cali_data.points = raw;
+    }
+    ~CaliSeat()
+    {
+        ts_free_private_data(0);
+        cal_param_dat = {};
+    }
+    // Enters calibration and captures all five points.
+    void capture()
+    {
+        ASSERT_EQ(ts_enter_calibrate_mode(0), 0);
+        for (unsigned p = 1; p <= 5; ++p)
+            ASSERT_EQ(ts_get_cali_point(0, p), 0);
+        rec->cali_data.flag.store(1);
+    }
+};
+
+const cali_point_s kTargets = {{100, 1820, 1820, 100, 960}, {100, 100, 980, 980, 540}};
+
+void expect_near(const std::array<int, 7>& got, const std::array<int, 7>& want, int tol)
+{
+    for (int i = 0; i < 7; ++i)
+        EXPECT_NEAR(got[i], want[i], tol) << "p" << i;
+}
+
+TEST(Calibration, IdentityAndAffineTransformsAreRecovered)
+{
+    struct Case {
+        const char* name;
+        cali_point_s raw;
+        std::array<int, 7> want;
+    } cases[] = {
+        {"identity", kTargets, {0, 65536, 0, 0, 0, 65536, 65536}},
+        // raw = (display - (10, 20)) * 2: X = raw.x / 2 + 10, Y = raw.y / 2 + 20
+        {"affine", {{180, 3620, 3620, 180, 1900}, {160, 160, 1920, 1920, 1040}}, {655360, 32768, 0, 1310720, 0, 32768, 65536}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CaliSeat seat(c.raw);
+        seat.capture();
+        ASSERT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), 0);
+        // Single-precision sums: the offsets are good to a fraction of a pixel.
+        expect_near(seat.rec->cali_param, c.want, 65536 / 4);
+        expect_near(cal_param_dat[0], seat.rec->cali_param, 0);
+        int x = 0, y = 0;
+        ASSERT_EQ(coordinate_convert(0, c.raw.x[4], c.raw.y[4], seat.rec->cali_param.data(), &x, &y), 0);
+        EXPECT_NEAR(x, 960, 1);
+        EXPECT_NEAR(y, 540, 1);
+        EXPECT_EQ(ts_quit_calibrate_mode(0), 0);
+        EXPECT_EQ(seat.rec->mode.load(), 0);
+    }
+}
+
+TEST(Calibration, RefusalsKeepThePreviousTransform)
+{
+    testsupport::LogCapture log;
+    const cali_point_s same = {{500, 500, 500, 500, 500}, {700, 700, 700, 700, 700}};
+    CaliSeat seat(same);
+    seat.rec->cali_param = {1, 2, 3, 4, 5, 6, 7};
+    EXPECT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), -2);  // not calibrating
+    EXPECT_TRUE(log.has("Error, ts calibration is not ready\n"));
+    ASSERT_EQ(ts_enter_calibrate_mode(0), 0);
+    EXPECT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), -2);  // fifth point not captured
+    seat.capture();
+    // Coincident points: the fit refuses with -2, the calibration reports -3.
+    std::array<int, 7> out{};
+    EXPECT_EQ(ts_get_calibrate_result(&kTargets, &same, out.data()), -2);
+    EXPECT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), -3);
+    EXPECT_TRUE(log.has("Error, get calibrate result failure...\n"));
+    EXPECT_TRUE(log.has("Error, ts_calibrate determinant is too small -- 0.000000\n"));
+    EXPECT_EQ(ts_calibrate(0, &kTargets, 0, 1080), -1);
+    EXPECT_EQ(ts_calibrate(0, nullptr, 1920, 1080), -1);
+    EXPECT_EQ(seat.rec->cali_param, (std::array<int, 7>{1, 2, 3, 4, 5, 6, 7}));
+
+    EXPECT_EQ(ts_get_cali_point(0, 0), -1);
+    EXPECT_EQ(ts_get_cali_point(0, 6), -1);
+    seat.rec->ts_type = 1;
+    EXPECT_EQ(ts_enter_calibrate_mode(0), -2);
+    EXPECT_EQ(ts_get_cali_ts_private_data(0), nullptr);
+    // Seat 15 is refused by every accessor.
+    EXPECT_EQ(ts_enter_calibrate_mode(15), -1);
+    EXPECT_EQ(ts_get_cali_point(15, 1), -1);
+    EXPECT_EQ(ts_quit_calibrate_mode(15), -1);
+    EXPECT_EQ(ts_get_cali_ts_private_data(15), nullptr);
+    EXPECT_TRUE(log.has("Error, invalid param (scr 15)\n"));
+    EXPECT_EQ(log.count("Error, invalid param (usb seat 15)\n"), 3);
+}
+
+TEST(Calibration, ConvertTakesParametersThenTheSeatRowThenTheDefault)
+{
+    testsupport::LogCapture log;
+    const std::array<int, 7> own = {65536 * 10, 65536, 0, 0, 0, 65536, 65536};
+    const std::array<int, 7> none{};
+    int x = 0, y = 0;
+    coordinate_convert(3, 5, 6, own.data(), &x, &y);
+    EXPECT_EQ(std::make_pair(x, y), std::make_pair(15, 6));
+    cal_param_dat[3] = {0, 2 * 65536, 0, 0, 0, 3 * 65536, 65536};
+    coordinate_convert(3, 5, 6, none.data(), &x, &y);
+    EXPECT_EQ(std::make_pair(x, y), std::make_pair(10, 18));
+    coordinate_convert(4, 2048, 2048, none.data(), &x, &y);
+    // (-9007944 + 17178*2048 + 413*2048) / 65536, (49222680 + 38*2048 - 14163*2048) / 65536
+    EXPECT_EQ(std::make_pair(x, y), std::make_pair(412, 309));
+    EXPECT_TRUE(log.has("error cali param, please calibrate again! \n"));
+    coordinate_convert(-1, 5, 6, none.data(), &x, &y);  // no row for a bad seat: the default
+    cal_param_dat = {};
 }
 
 }  // namespace

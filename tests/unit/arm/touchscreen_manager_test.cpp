@@ -1,0 +1,55 @@
+// Touch wrappers over the adapter's lock control, without a configuration
+// device: the lock status is -1 and touches go out normally.
+#include "arm/touchscreen_manager.h"
+
+#include <gtest/gtest.h>
+
+#include "arm/touchscreen_manager_internal.h"
+#include "common/inputevent_handle.h"
+#include "common/usb_gun/crc32.h"
+#include "func/touchscreen/touchscreen_lock_ctl.h"
+
+namespace {
+
+TEST(TouchWrappers, NoConfigurationDeviceLetsTouchesOut)
+{
+    touchscreeninit();
+    tactord::input_event touch{0, 0, 1, 330, 1};
+    tactord::input_event key{0, 0, 1, 30, 1};
+    EXPECT_EQ(touch_screen_lock(0), 0);
+    EXPECT_EQ(touch_screen_lock_KEY(&touch, 0), 0);
+    EXPECT_EQ(touch_screen_lock_KEY(&key, 0), 0);
+    touch_voice_play(&touch, 1);  // no volume, no audio client: mirrored only
+    EXPECT_EQ(scr_lock_info[1].lock_info.keydown, 1);
+}
+
+TEST(TouchWrappers, CoordinatesReachTheAdapterScaledToTwelveBits)
+{
+    struct Case {
+        int max, value, seat, mirrored;
+    } cases[] = {{1023, 1023, 0, 4092}, {4095, 4095, 1, 4095}, {4095, 17, 2, 17}, {2047, 2047, 0, 2047}};
+    for (const Case& c : cases) {
+        touchscreeninit();
+        ts_num_x = c.max;
+        tactord::input_event ev{0, 0, 3, 0, c.value};
+        EXPECT_EQ(touch_screen_lock_ABS(&ev, c.seat), 0);
+        EXPECT_EQ(scr_lock_info[c.seat].lock_info.xcord, c.mirrored) << c.max;
+        EXPECT_EQ(ev.value, c.value);  // the caller's event is left alone
+    }
+    tactord::input_event ev{0, 0, 3, 0, 5};
+    EXPECT_EQ(touch_screen_lock_ABS(&ev, 3), 0);
+    ts_num_x = 4095;
+}
+
+TEST(TouchWrappers, KeySoundRequestCarriesVolumeSeatAndCrc)
+{
+    const KeyAudioDatabuf rec = build_key_audio_request(7, 2);
+    EXPECT_EQ(rec.Heard.flag, 0xAABBCCFFU);
+    EXPECT_EQ(rec.Heard.length, 20U);
+    EXPECT_EQ(rec.keyvolume, 7U);
+    EXPECT_EQ(rec.index, 2U);
+    EXPECT_EQ(rec.check, calculate_CRC32(&rec, 16));
+    EXPECT_NE(rec.check, build_key_audio_request(7, 1).check);
+}
+
+}  // namespace

@@ -1,0 +1,134 @@
+// Lock keys and keyboard LEDs, and the lines logged for every event sent.
+#include "common/keyboard_manager.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/input.h>
+#include <unistd.h>
+
+#include "common/inputdevice_manager.h"
+#include "common/inputdevice_manager_internal.h"
+#include "common/screen_manager_internal.h"
+#include "common/send_event.h"
+#include "support/log_capture.h"
+#include "support/screen_clients.h"
+
+namespace {
+
+using testsupport::brief;
+using testsupport::Ev;
+
+// A keyboard record whose node is a pipe: what the daemon writes to the
+// device can be read back.
+struct PipeKeyboard {
+    _InputDev dev;
+    int read_end = -1;
+    explicit PipeKeyboard(int screen, int type = INPUT_TYPE_KEYBOARD)
+    {
+        int p[2];
+        if (pipe(p) == 0) {
+            read_end = p[0];
+            dev.fd = p[1];
+            fcntl(read_end, F_SETFL, O_NONBLOCK);
+        }
+        dev.type = type;
+        dev.disp = screen;
+    }
+    ~PipeKeyboard()
+    {
+        close(read_end);
+        close(dev.fd);
+    }
+    std::vector<Ev> leds()
+    {
+        std::vector<Ev> out;
+        ::input_event e;
+        while (read(read_end, &e, sizeof e) == static_cast<ssize_t>(sizeof e))
+            out.push_back({e.type, e.code, e.value});
+        return out;
+    }
+};
+
+TEST(LockKeys, OneTogglePerPressAndTheLedOnEveryKeyboardOfTheScreen)
+{
+    testsupport::ScreenClients clients;
+    PipeKeyboard chained(0), head(0), hub(0), other_screen(1), mouse(0, INPUT_TYPE_MOUSE);
+    head.dev.next.store(&chained.dev);
+    chained.dev.next.store(&mouse.dev);
+    input_info[0].store(&head.dev);
+    input_info[1].store(&other_screen.dev);
+    extern_input[0].store(&hub.dev);
+    count_exusb_input.store(1);
+
+    struct Step {
+        int value;
+        Ev after;  // the event as the caller forwards it
+    } steps[] = {
+        {1, {28, 1, 1}},          // press: Num Lock on
+        {1, {1, KEY_NUMLOCK, 1}},  // no release seen: not a new press
+        {0, {1, KEY_NUMLOCK, 0}},  // release: no toggle
+        {1, {28, 1, 0}},          // next press: off
+    };
+    for (const Step& s : steps) {
+        tactord::input_event ev{0, 0, EV_KEY, KEY_NUMLOCK, s.value};
+        EXPECT_EQ(handle_key_lock(&screen_info, &ev), 0);
+        EXPECT_EQ(brief({ev}), std::vector<Ev>{s.after});
+    }
+    const std::vector<Ev> both = {{EV_LED, LED_NUML, 1}, {EV_LED, LED_NUML, 0}};
+    EXPECT_EQ(head.leds(), both);
+    EXPECT_EQ(chained.leds(), both);
+    EXPECT_EQ(hub.leds(), both);
+    EXPECT_TRUE(other_screen.leds().empty());
+    EXPECT_TRUE(mouse.leds().empty());
+
+    tactord::input_event a{0, 0, EV_KEY, KEY_A, 1};
+    handle_key_lock(&screen_info, &a);
+    EXPECT_EQ(brief({a}), (std::vector<Ev>{{EV_KEY, KEY_A, 1}}));
+
+    // A client's LED request reaches the keyboards of its own screen only.
+    tactord::input_event led{0, 0, EV_LED, LED_CAPSL, 1};
+    EXPECT_EQ(handle_led_ctrl(clients.daemon_fd(1), &led), 0);
+    EXPECT_EQ(other_screen.leds(), (std::vector<Ev>{{EV_LED, LED_CAPSL, 1}}));
+    EXPECT_TRUE(head.leds().empty());
+    EXPECT_EQ(handle_led_ctrl(999, &led), -1);
+
+    screen_info.lockKey[0].lock_state = 1;
+    send_key_lock_state(0);
+    EXPECT_EQ(brief(clients.events(0)), (std::vector<Ev>{{28, 0, 1}, {28, 1, 0}, {28, 2, 0}}));
+
+    input_info[0].store(nullptr);
+    input_info[1].store(nullptr);
+    extern_input[0].store(nullptr);
+    count_exusb_input.store(0);
+}
+
+TEST(EventOutput, SendsToConnectedClientsAndLogsEachEvent)
+{
+    testsupport::LogCapture log(0);
+    testsupport::ScreenClients clients({0});
+    struct Case {
+        tactord::input_event ev;
+        const char* line;
+    } cases[] = {
+        {{0, 0, 0, 0, 0}, "[0] SYN 0 : 0\n"},
+        {{0, 0, 1, 0x110, 1}, "[0] key 0x110:press\n"},
+        {{0, 0, 1, 30, 0}, "[0] key 0x1e:up\n"},
+        {{0, 0, 2, 1, -3}, "[0] mouse y : -3\n"},
+        {{0, 0, 3, 53, 7}, "[0] ABS x : 7\n"},
+        {{0, 0, 3, 54, 8}, "[0] ABS y : 8\n"},
+        {{0, 0, 3, 'Z', 9}, "[0] ABS Z : 9\n"},
+        {{0, 0, 33, 1, 0}, "[0] type: 0x21 code: 0x1 val: 0\n"},
+    };
+    for (Case& c : cases) {
+        EXPECT_EQ(send_event(0, &c.ev), 16);
+        EXPECT_TRUE(log.has(c.line)) << c.line;
+    }
+    EXPECT_EQ(clients.events(0).size(), std::size(cases));
+    EXPECT_EQ(send_event(1, &cases[0].ev), -1);  // not connected
+    EXPECT_EQ(send_event(3, &cases[0].ev), -1);  // not a client
+    EXPECT_EQ(send_event_by_fd(clients.daemon_fd(0), &cases[0].ev), 16);
+    EXPECT_TRUE(log.has("[" + std::to_string(clients.daemon_fd(0) + 5) + "] SYN 0 : 0\n"));
+    EXPECT_EQ(send_event_by_fd(0, &cases[0].ev), -1);
+}
+
+}  // namespace

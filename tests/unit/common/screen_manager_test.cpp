@@ -1,0 +1,251 @@
+// The screen model: grid moves, layouts, mode set-ups and the private
+// records they send, the IPC window and its cut-outs, refused indexes.
+#include "common/screen_manager.h"
+
+#include <gtest/gtest.h>
+
+#include "arm/screen_device_manager.h"
+#include "common/inputdevice_manager.h"
+#include "common/screen_manager_internal.h"
+#include "support/log_capture.h"
+#include "support/screen_clients.h"
+
+namespace {
+
+using testsupport::brief;
+using testsupport::Ev;
+using testsupport::ScreenClients;
+
+const std::vector<Ev> kLocksOff = {{28, 0, 0}, {28, 1, 0}, {28, 2, 0}};
+
+std::vector<Ev> operator+(std::vector<Ev> a, const std::vector<Ev>& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+MultiModeInfo mode(int bits, std::array<int32_t, GRID_CELLS> grid = {0, 0, 0, 1, 2, 0, 0, 0, 0})
+{
+    return {bits, grid, {}};
+}
+
+TEST(ScreenGrid, NeighboursFollowTheWholeGridNotTheRow)
+{
+    ScrInfo& scr = screen_info;
+    struct Case {
+        unsigned client;
+        int direction;
+        int expected;
+    } cases[] = {
+        {0, LEFT_OF, -2},   // cell 0: left end of the grid
+        {0, ABOVE, -2},     // top row
+        {0, RIGHT_OF, -1},  // empty neighbour
+        {0, BELOW, 2},      // cell 3 holds the IPC screen
+        {2, LEFT_OF, 1},    // cell 3 -> cell 2 of the row above: kept
+        {1, RIGHT_OF, 2},   // cell 2 -> cell 3 of the row below: kept
+        {2, RIGHT_OF, -1},
+        {3, LEFT_OF, -1},   // client 3 is not in the grid
+        {2, 7, -2},         // bad direction
+    };
+    scr.postion = {1, 0, 2, 3, 0, 2, 3, 9, 0};
+    for (const Case& c : cases)
+        EXPECT_EQ(get_next_client(&scr, c.client, c.direction), c.expected) << c.client << " dir " << c.direction;
+    // Right from cell 5 reads cell 6; a cell holding a value outside 0..3 is empty.
+    scr.postion = {0, 0, 0, 0, 0, 1, 2, 0, 0};
+    EXPECT_EQ(get_next_client(&scr, 0, RIGHT_OF), 1);
+    scr.postion = {0, 0, 0, 0, 1, 9, 0, 0, 0};
+    EXPECT_EQ(get_next_client(&scr, 0, RIGHT_OF), -1);
+    EXPECT_EQ(get_next_client(&scr, 0, BELOW), -1);
+    scr.postion = {};
+}
+
+TEST(ScreenGrid, ParsePositionSaysWhereMainStandsRelativeToSub)
+{
+    struct Case {
+        std::array<int, GRID_CELLS> grid;
+        int expected;
+    } cases[] = {
+        {{0, 1, 0, 0, 2, 0, 0, 0, 0}, ABOVE},     {{0, 0, 0, 1, 2, 0, 0, 0, 0}, LEFT_OF},
+        {{0, 0, 0, 0, 2, 1, 0, 0, 0}, RIGHT_OF},  {{0, 0, 0, 0, 2, 0, 0, 1, 0}, BELOW},
+        {{0, 0, 0, 0, 1, 2, 0, 0, 0}, LEFT_OF},   {{0, 0, 0, 2, 1, 0, 0, 0, 0}, RIGHT_OF},
+        {{0, 2, 0, 0, 1, 0, 0, 0, 0}, BELOW},     {{0, 0, 0, 0, 1, 0, 0, 2, 0}, ABOVE},
+        {{1, 2, 0, 0, 0, 0, 0, 0, 0}, POS_NONE},  {{0, 0, 1, 0, 0, 0, 0, 0, 0}, POS_NONE},
+        {{0, 0, 0, 0, 1, 0, 0, 0, 0}, POS_NONE},  {{1, 0, 0, 1, 0, 0, 0, 0, 0}, LEFT_OF},  // last main cell counts
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(parse_position(c.grid.data()), c.expected);
+}
+
+TEST(ScreenLayout, OutputOriginsByCloneAndPosition)
+{
+    screen_width = 1280;
+    screen_height = 800;
+    struct Case {
+        int clone, pos, main_x, main_y, sub_x, sub_y;
+    } cases[] = {
+        {1, RIGHT_OF, 0, 0, 0, 0}, {0, RIGHT_OF, 1920, 0, 0, 0}, {0, ABOVE, 0, 0, 0, 800},
+        {0, BELOW, 0, 1080, 0, 0}, {0, LEFT_OF, 0, 0, 1280, 0},   {0, POS_NONE, 0, 0, 1280, 0},
+    };
+    for (const Case& c : cases) {
+        set_screen_mode(c.clone, c.pos);
+        const OutputDev* m = get_output_info(0);
+        const OutputDev* s = get_output_info(1);
+        EXPECT_EQ(std::make_tuple(m->x, m->y, m->width, m->height), std::make_tuple(c.main_x, c.main_y, 1280, 800));
+        EXPECT_EQ(std::make_tuple(s->x, s->y, s->width, s->height), std::make_tuple(c.sub_x, c.sub_y, 1920, 1080));
+        EXPECT_STREQ(m->name.data(), "MK1");
+        EXPECT_STREQ(s->name.data(), "MK2");
+    }
+    EXPECT_EQ(get_output_info(3), nullptr);
+    screen_width = 1920;
+    screen_height = 1080;
+}
+
+TEST(ScreenModes, ExternThenCloneSendTheirRecordsInOrder)
+{
+    ScreenClients clients;
+    output_info_init();
+    ASSERT_EQ(get_current_multimode(), MODE_CLONE);
+
+    MultiModeInfo ext = mode(MODE_EXTERN);
+    ASSERT_EQ(handle_multimode_set(0, &ext), 0);
+    EXPECT_EQ(get_current_multimode(), MODE_EXTERN);
+    EXPECT_EQ(current_pos, LEFT_OF);
+    EXPECT_EQ(get_output_info(1)->x, 1920);
+    // The sub screen is told to hide its cursor; the main screen keeps it.
+    EXPECT_EQ(brief(clients.events(1)), (std::vector<Ev>{{27, 1, 0}, {33, 0, 0}}));
+    EXPECT_EQ(brief(clients.events(0)), (std::vector<Ev>{{27, 1, 0}, {27, 0, 0}}) + kLocksOff);
+
+    ASSERT_EQ(screen_change_cursor(&screen_info, 0, 1), 1);
+    clients.events(0);
+    clients.events(1);
+    MultiModeInfo clone = mode(MODE_CLONE);
+    ASSERT_EQ(handle_multimode_set(0, &clone), 0);
+    EXPECT_EQ(get_current_multimode(), MODE_CLONE);
+    EXPECT_EQ(brief(clients.events(1)), (std::vector<Ev>{{27, 1, 0}}));
+    EXPECT_EQ(brief(clients.events(0)), (std::vector<Ev>{{27, 0, 0}}) + kLocksOff);
+    EXPECT_EQ(get_cursor_client(&screen_info), 0);
+    EXPECT_NE(screen_info.client[1].output, nullptr);  // kept in clone mode
+}
+
+TEST(ScreenModes, DoublePlayerTwiceLeavesThePlayersAlone)
+{
+    ScreenClients clients;
+    testsupport::LogCapture log(2);
+    output_info_init();
+    MultiModeInfo info = mode(MODE_DOUBLE_PLAYER);
+    ASSERT_EQ(handle_multimode_set(0, &info), 0);
+    EXPECT_EQ(get_current_multimode(), MODE_DOUBLE_PLAYER);
+    EXPECT_EQ(get_screen_info(1), &double_screen[1]);
+    EXPECT_EQ(get_screen_info(3), nullptr);
+    EXPECT_EQ(get_cursor_client(&double_screen[1]), 1);
+    double_screen[1].x = 555;
+    ASSERT_EQ(handle_multimode_set(1, &info), 0);
+    EXPECT_TRUE(log.has("Current mode is already MODE_DOUBLE_PLAYER\n"));
+    EXPECT_EQ(double_screen[1].x, 555);
+}
+
+TEST(ScreenModes, IpcExternClosesOnlyWhenItIsTheOnlyIpcBit)
+{
+    ScreenClients clients({0, 1, 2});
+    output_info_init();
+    MultiModeInfo ext = mode(MODE_CLONE | MODE_IPC_EXTERN);
+    ASSERT_EQ(handle_multimode_set(0, &ext), 0);
+    EXPECT_EQ(get_current_multimode(), MODE_CLONE | MODE_IPC_EXTERN);
+    set_ipc_window_size(1920, 1080);
+    ASSERT_EQ(screen_change_cursor(&screen_info, 0, 2), 1);
+
+    IpcWinInfo win{1, 0, {100, 900, 50, 650}};
+    ASSERT_EQ(handle_ipcwindow_set(&win), 0);
+    MultiModeInfo clone = mode(MODE_CLONE);
+    handle_multimode_set(0, &clone);
+    EXPECT_EQ(get_current_multimode(), MODE_CLONE | MODE_IPC_EXTERN | MODE_IPC_WINDOW);  // window open: kept
+
+    win.isIpcWin = 0;
+    ASSERT_EQ(handle_ipcwindow_set(&win), 0);
+    clients.events(0);
+    handle_multimode_set(0, &clone);
+    EXPECT_EQ(get_current_multimode(), MODE_CLONE);
+    EXPECT_EQ(screen_info.mode & MODE_IPC_EXTERN, 0);
+    EXPECT_EQ(get_cursor_client(&screen_info), 0);
+}
+
+TEST(IpcWindow, OpenCutOutsAndCloseGiveTheCursorBackToTheHost)
+{
+    ScreenClients clients({0, 1, 2});
+    output_info_init();
+    IpcWinInfo win{1, 0, {100, 900, 50, 650}};
+    ASSERT_EQ(handle_ipcwindow_set(&win), 0);
+    EXPECT_EQ(get_output_info(2)->width, 800);
+    EXPECT_EQ(get_output_info(2)->height, 600);
+    IpcWinInfo got{};
+    ASSERT_EQ(get_ipc_win_info(&got), 0);
+    EXPECT_EQ(got.isIpcWin, 1);
+    EXPECT_EQ(got.ipcWindow.x2, 900);
+
+    RECT_BOX cut{200, 300, 100, 200};
+    EXPECT_EQ(is_in_ipc_window(&screen_info, 250, 150), 1);
+    EXPECT_EQ(handle_ipc_win_modify(OP_IPC_WIN_ADD, &cut, 0), 0);
+    EXPECT_EQ(handle_ipc_win_modify(OP_IPC_WIN_ADD, &cut, 0), 0);
+    EXPECT_EQ(is_in_ipc_window(&screen_info, 250, 150), 0);
+    EXPECT_EQ(handle_ipc_win_modify(OP_IPC_WIN_DEL, &cut, 0), 0);
+    EXPECT_EQ(is_in_ipc_window(&screen_info, 250, 150), 0);  // the second copy stays
+    EXPECT_EQ(handle_ipc_win_modify(OP_IPC_WIN_CLR, &cut, 0), 0);
+    EXPECT_EQ(is_in_ipc_window(&screen_info, 250, 150), 1);
+    EXPECT_EQ(is_in_ipc_window(&screen_info, 900, 150), 0);  // x2 is outside
+
+    ASSERT_EQ(screen_change_cursor(&screen_info, 0, 2), 1);
+    clients.events(0);
+    clients.bytes(2);
+    win.isIpcWin = 0;
+    ASSERT_EQ(handle_ipcwindow_set(&win), 0);
+    EXPECT_EQ(get_current_multimode(), MODE_CLONE);
+    EXPECT_EQ(brief(clients.events(0)), (std::vector<Ev>{{27, 0, 0}}));
+    EXPECT_EQ(clients.bytes(2).size(), 16U);  // the move-out frame of the remote link
+    EXPECT_EQ(handle_ipcwindow_set(&win), -1);
+}
+
+TEST(ScreenRefusals, IndexesOutsideTheTablesChangeNothing)
+{
+    ScreenClients clients;
+    testsupport::LogCapture log;
+    output_info_init();
+    MultiModeInfo ext = mode(MODE_EXTERN | MODE_IPC_EXTERN);
+    EXPECT_EQ(handle_multimode_set(5, &ext), -1);
+    EXPECT_EQ(handle_multimode_set(-1, &ext), -1);
+    EXPECT_EQ(get_current_multimode(), MODE_CLONE);
+    IpcWinInfo win{1, 3, {0, 10, 0, 10}};
+    EXPECT_EQ(handle_ipcwindow_set(&win), -1);
+    EXPECT_EQ(get_current_multimode(), MODE_CLONE);
+    EXPECT_EQ(screen_change_cursor(&screen_info, 0, 3), 0);
+    EXPECT_EQ(screen_change_focus(&screen_info, -1, 1), 0);
+    EXPECT_EQ(log.count("Check client is not exist,from:0;to:3\n"), 1);
+
+    // The cut-out list has a cap.
+    win.index = 0;
+    ASSERT_EQ(handle_ipcwindow_set(&win), 0);
+    RECT_BOX cut{1, 2, 1, 2};
+    int added = 0;
+    while (added < 1000 && handle_ipc_win_modify(OP_IPC_WIN_ADD, &cut, 0) == 0)
+        ++added;
+    EXPECT_EQ(added, 64);
+    EXPECT_TRUE(log.has("malloc error\n"));
+    MultiModeInfo dbl = mode(MODE_DOUBLE_PLAYER);
+    handle_multimode_set(0, &dbl);
+    EXPECT_EQ(handle_ipc_win_modify(OP_IPC_WIN_ADD, &cut, 7), -1);
+    EXPECT_TRUE(log.has("current mode is not IPC_WINDOW\n"));
+}
+
+TEST(ScreenClose, ALeavingScreenHandsTheCursorBackToMain)
+{
+    ScreenClients clients;
+    output_info_init();
+    MultiModeInfo ext = mode(MODE_EXTERN);
+    handle_multimode_set(0, &ext);
+    ASSERT_EQ(screen_change_cursor(&screen_info, 0, 1), 1);
+    clients.events(0);
+    EXPECT_EQ(handle_inputsys_close(clients.daemon_fd(1)), 0);
+    EXPECT_EQ(get_cursor_client(&screen_info), 0);
+    EXPECT_EQ(brief(clients.events(0)), (std::vector<Ev>{{27, 0, 0}}));
+}
+
+}  // namespace
