@@ -1,7 +1,6 @@
 // Feeds arbitrary text to the seat-configuration parser, then hands every
 // parsed row to the registry's lookups the way a device on that port would:
 // added and removed as a port device, a hub device and a bare prefix.
-#include <ftw.h>
 #include <unistd.h>
 
 #include <array>
@@ -13,41 +12,17 @@
 
 #include "common/inputdevice_manager.h"
 #include "common/inputdevice_manager_internal.h"
-#include "common/log.h"
-#include "common/log_internal.h"
 #include "common/multi_config.h"
 #include "common/multi_config_internal.h"
+#include "fuzz_scratch.h"
 
 namespace {
 
-// Every level is logged, into a sink that keeps only the last line.
-char last_line[512];
-void bounded_sink(int, const char* line)
-{
-    std::strncpy(last_line, line, sizeof last_line - 1);
-}
-
-std::string scratch;
-
-void remove_scratch()
-{
-    if (!scratch.empty())
-        nftw(scratch.c_str(), [](const char* p, const struct stat*, int, FTW*) { return std::remove(p); }, 8,
-             FTW_DEPTH | FTW_PHYS);
-}
+using fuzzsupport::scratch;
 
 bool set_up()
 {
-    char dir[] = "/tmp/tactord-fuzz.XXXXXX";
-    if (mkdtemp(dir) == nullptr)
-        return false;
-    scratch = dir;
-    std::atexit(remove_scratch);
-    setenv("TACTORD_ROOT", dir, 1);
-    set_log_level(LEVEL_INFO);
-    set_log_to_stdout(LOG_PLACE_SYSLOG);
-    log_syslog_sink = bounded_sink;
-    return true;
+    return fuzzsupport::set_up_scratch_and_log();
 }
 
 void exercise_row(const _device_seat& row)

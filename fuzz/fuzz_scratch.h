@@ -1,0 +1,48 @@
+// Shared set-up of the fuzz targets: a scratch directory as $TACTORD_ROOT,
+// removed at exit, and the daemon's log at every level into a sink that
+// keeps only the last line.
+#pragma once
+
+#include <ftw.h>
+#include <stdlib.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "common/log.h"
+#include "common/log_internal.h"
+
+namespace fuzzsupport {
+
+inline char last_line[512];
+inline std::string scratch;
+
+inline void bounded_sink(int, const char* line)
+{
+    std::strncpy(last_line, line, sizeof last_line - 1);
+}
+
+inline void remove_scratch()
+{
+    if (!scratch.empty())
+        nftw(scratch.c_str(), [](const char* p, const struct stat*, int, FTW*) { return std::remove(p); }, 8,
+             FTW_DEPTH | FTW_PHYS);
+}
+
+// False when the directory cannot be made.
+inline bool set_up_scratch_and_log()
+{
+    char dir[] = "/tmp/tactord-fuzz.XXXXXX";
+    if (mkdtemp(dir) == nullptr)
+        return false;
+    scratch = dir;
+    std::atexit(remove_scratch);
+    setenv("TACTORD_ROOT", dir, 1);
+    set_log_level(LEVEL_INFO);
+    set_log_to_stdout(LOG_PLACE_SYSLOG);
+    log_syslog_sink = bounded_sink;
+    return true;
+}
+
+}  // namespace fuzzsupport

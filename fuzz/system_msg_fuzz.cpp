@@ -1,0 +1,112 @@
+// Feeds a sequence of arbitrary 64-byte control records (a short tail is
+// dropped) to handle_system_msg, with the real screen model, lock-key and
+// calibration tables behind it: a calibratable touchscreen on seat 0, one
+// that cannot be calibrated on seat 1, and a keyboard on screen 0. The
+// connection is one end of a socket pair whose other end is drained after
+// every record, so replies and events never fill it.
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "common/OrvelClient_internal.h"
+#include "common/cursor_timer_internal.h"
+#include "common/inputdevice_manager.h"
+#include "common/inputdevice_manager_internal.h"
+#include "common/inputevent_handle.h"
+#include "common/keyboard_manager.h"
+#include "common/screen_manager_internal.h"
+#include "common/system_msg.h"
+#include "common/ts_cali.h"
+#include "fuzz_scratch.h"
+
+namespace {
+
+int conn = -1;       // the daemon's end of the control connection
+int peer = -1;       // the client's end, drained
+int kbd_read = -1;   // the keyboard node's other end, drained
+_InputDev keyboard;  // a keyboard of screen 0 whose node is a pipe
+
+bool set_up()
+{
+    if (!fuzzsupport::set_up_scratch_and_log())
+        return false;
+    // The framebuffer probe prints on standard output; the fuzzer reports on
+    // standard error.
+    if (std::freopen("/dev/null", "w", stdout) == nullptr)
+        return false;
+    signal(SIGPIPE, SIG_IGN);
+    int sv[2];
+    int p[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0 || pipe(p) != 0)
+        return false;
+    conn = sv[0];
+    peer = sv[1];
+    kbd_read = p[0];
+    for (int fd : {conn, peer, p[0], p[1]})
+        fcntl(fd, F_SETFL, O_NONBLOCK);
+    keyboard.fd = p[1];
+    keyboard.type = INPUT_TYPE_KEYBOARD;
+    keyboard.disp = 0;
+    return true;
+}
+
+void drain(int fd)
+{
+    char buf[4096];
+    while (read(fd, buf, sizeof buf) > 0) {
+    }
+}
+
+void add_touchscreen(int seat, int ts_type)
+{
+    auto* ts = new ts_priv_data_s{};
+    ts->ts_id = seat;
+    ts->ts_type = ts_type;
+    if (ts_set_private_data(seat, ts) != 0)
+        delete ts;
+}
+
+// The daemon as start-up leaves it.
+void reset()
+{
+    for (auto& c : gs_clients)
+        c.store(0);
+    screen_model_reset();
+    output_info_init();
+    input_init();
+    ipc_client_reset();
+    for (int seat = 0; seat < TS_SEAT_MAX; ++seat)
+        ts_free_private_data(seat);
+    add_touchscreen(0, 0);
+    add_touchscreen(1, 1);
+    cal_param_dat = {};
+    g_MouseSensitivityValue = 5;
+    g_TouchScreeenStatus = {{{1, {}}, {1, {}}}};
+    time_out.store(30);
+    input_info[0].store(&keyboard);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static const bool ready = set_up();
+    if (!ready)
+        return 0;
+    reset();
+    for (size_t at = 0; at + SYSTEM_MSG_SIZE <= size; at += SYSTEM_MSG_SIZE) {
+        SystemMsg msg;
+        std::memcpy(&msg, data + at, sizeof msg);
+        handle_system_msg(conn, &msg);
+        drain(peer);
+        drain(kbd_read);
+    }
+    input_info[0].store(nullptr);
+    return 0;
+}
