@@ -1,5 +1,5 @@
-// The main loop's liveness watchdog. Each case runs the watchdog in a child
-// process so that its abort ends only the child.
+// The main loop's liveness watchdog (each case runs it in a child process so
+// that its abort ends only the child) and the cursor hide timer.
 #include "common/cursor_timer.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +7,11 @@
 
 #include <csignal>
 #include <cstdlib>
+
+#include "common/cursor_timer_internal.h"
+#include "common/inputdevice_manager.h"
+#include "common/screen_manager.h"
+#include "support/screen_clients.h"
 
 namespace {
 
@@ -39,11 +44,6 @@ TEST(WatchdogDeathTest, MovingCounterAndDisabledWatchStayQuiet)
 }
 
 }  // namespace
-
-#include "common/cursor_timer_internal.h"
-#include "common/inputdevice_manager.h"
-#include "common/screen_manager.h"
-#include "support/screen_clients.h"
 
 namespace {
 
