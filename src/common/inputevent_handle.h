@@ -1,13 +1,14 @@
-// The event pipeline's entry: every event read from an input device.
+// The event pipeline's entry (every event read from an input device) and the
+// pipeline settings the control socket changes.
 #pragma once
+
+#include <sys/time.h>
 
 #include <array>
 #include <atomic>
 #include <cstdint>
 
 #include "common/tactord_types.h"
-
-#include <sys/time.h>
 
 struct _InputDev;
 struct _ScrInfo;

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "arm/screen_device_manager.h"
 #include "common/inputdevice_manager.h"
 #include "common/screen_manager_internal.h"
