@@ -61,7 +61,7 @@ TEST_F(ControlSocket, APortraitFramebufferIsTakenAsLandscapeAndTheSocketIsGroupO
     EXPECT_EQ(st.st_mode & 0777, 0660U);
 }
 
-TEST_F(ControlSocket, EveryMessageTypeLogsActsAndRepliesAsDesigned)
+TEST_F(ControlSocket, EveryMessageTypeLogsActsAndRepliesWithItsRecord)
 {
     DisplayClient c(root_.path());
     ASSERT_TRUE(c.connected());
