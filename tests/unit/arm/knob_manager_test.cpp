@@ -1,0 +1,140 @@
+// The knob receiver over a socketpair served by the monitor list, with a
+// display client registered for the focused screen.
+#include "arm/knob_manager.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "arm/knob_manager_internal.h"
+#include "common/inputdevice_manager.h"
+#include "common/screen_manager_internal.h"
+#include "msg_handle.h"
+#include "msg_handle_internal.h"
+#include "support/log_capture.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using Key = std::pair<int, int>;  // code, value
+
+class Knob : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, link_), 0);
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, client_), 0);
+        g_knob_fd.store(link_[0]);
+        knob_is_exist.store(1);
+        ASSERT_EQ(add_monitor_handle(link_[0], handle_knob_data, nullptr), 0);
+        gs_clients[0].store(client_[0]);
+        screen_info.client[0].focus = 1;
+    }
+    void TearDown() override
+    {
+        gs_clients[0].store(0);
+        for (int fd : {link_[1], client_[0], client_[1]})
+            close(fd);
+        if (g_knob_fd.load() != 0)
+            close(g_knob_fd.load());
+    }
+    // The peer writes bytes; one pass of the main loop serves them.
+    void feed(const Bytes& bytes)
+    {
+        if (!bytes.empty()) {
+            ASSERT_EQ(write(link_[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        }
+        fd_set set;
+        int max_fd = 0;
+        fill_monitor_set(&set, &max_fd);
+        timeval tv{1, 0};
+        ASSERT_EQ(select(max_fd + 1, &set, nullptr, nullptr, &tv), 1);
+        dispatch_monitor_handles(&set);
+    }
+    // Key records the focused client received so far.
+    std::vector<Key> keys()
+    {
+        std::vector<Key> out;
+        tactord::input_event ev{};
+        while (recv(client_[1], &ev, sizeof ev, MSG_DONTWAIT) == static_cast<ssize_t>(sizeof ev)) {
+            EXPECT_EQ(ev.type, 1);
+            out.emplace_back(ev.code, ev.value);
+        }
+        return out;
+    }
+
+    int link_[2] = {-1, -1};
+    int client_[2] = {-1, -1};
+    testsupport::LogCapture log;
+};
+
+TEST_F(Knob, PackagesBecomeKeysForTheFocusedScreen)
+{
+    struct Case {
+        const char* what;
+        std::vector<Bytes> reads;
+        std::vector<Key> keys;
+        const char* line;
+    };
+    const Case cases[] = {
+        {"right turn", {{0x9E, 0x50, 0xEE, 0x00}}, {{187, 1}}, "Knob Recv To Right Info 80!\n"},
+        {"left turn after a failing start", {{0x9E, 0x9E, 0x51, 0xEF, 0x00}}, {{186, 1}}, "Knob Recv To Left Info 81!\n"},
+        {"press and release", {{0x9E, 0x52, 0xF0, 0x00}}, {{28, 1}, {28, 0}}, "Knob Recv Press And Up Info!\n"},
+        {"split two and two", {{0x9E, 0x50}, {0xEE, 0x00}}, {{187, 1}}, "Knob Recv To Right Info 80!\n"},
+        {"bad check, then a good package", {{0x9E, 0x50, 0xEF, 0x00, 0x9E, 0x51, 0xEF, 0x00}}, {{186, 1}}, nullptr},
+        {"heartbeat", {{0x9E, 0x53, 0xF1, 0x00}}, {}, "Knob heart beat 83!\n"},
+        {"unknown info", {{0x9E, 0x54, 0xF2, 0x00}}, {}, "Key Type Error!\n"},
+        {"noise around a package", {{0x01, 0x9E, 0x50, 0xEE, 0x00, 0x7F}}, {{187, 1}}, nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        for (const Bytes& read : c.reads)
+            feed(read);
+        EXPECT_EQ(keys(), c.keys);
+        if (c.line != nullptr) {
+            EXPECT_TRUE(log.has(c.line));
+        }
+        EXPECT_FALSE(knob_partial.held);
+    }
+}
+
+TEST_F(Knob, AHeldPackageFailingItsCheckIsDroppedAndNoFocusSendsNothing)
+{
+    feed({0x9E, 0x50, 0xEE});
+    ASSERT_TRUE(knob_partial.held);
+    feed({0x01, 0x9E, 0x51, 0xEF, 0x00});  // completes 9E 50 EE 01: bad check
+    EXPECT_EQ(keys(), (std::vector<Key>{{186, 1}}));
+
+    screen_info.client[0].focus = 0;  // screen 3: the event output refuses it
+    feed({0x9E, 0x50, 0xEE, 0x00});
+    EXPECT_TRUE(keys().empty());
+    EXPECT_TRUE(log.has("Knob Recv To Right Info 80!\n"));
+}
+
+TEST_F(Knob, PeerCloseUnregistersAndClearsTheLink)
+{
+    close(link_[1]);
+    link_[1] = -1;
+    feed({});
+    EXPECT_EQ(g_knob_fd.load(), 0);
+    EXPECT_EQ(knob_is_exist.load(), 0);
+    EXPECT_EQ(monitor_entry(0).fd, 0);
+}
+
+TEST(KnobPackage, CopyBounds)
+{
+    testsupport::LogCapture log;
+    KnobRecvData pkg{};
+    const uint8_t bytes[5] = {1, 2, 3, 4, 5};
+    recv_data_to_knob(&pkg, bytes, 0, 5);
+    EXPECT_TRUE(log.has("copySize too Large!\n"));
+    recv_data_to_knob(&pkg, bytes, 2, 3);
+    EXPECT_TRUE(log.has("index Error!\n"));
+    EXPECT_TRUE(pkg.head == 0 && pkg.info == 0 && pkg.check == 1 && pkg.tail == 2);
+}
+
+}  // namespace
