@@ -13,6 +13,7 @@
 #include "board/common/board.h"
 #include "common/OrvelClient.h"
 #include "common/cursor_timer.h"
+#include "common/keyaudio/key_voice.h"
 #include "common/keyboard_manager.h"
 #include "common/log.h"
 #include "common/multi_config.h"
@@ -138,6 +139,9 @@ void input_manager_main(int argc, char** argv)
     start_system_service();
     start_hotplug_service();
     init_cursor_timer();
+    // The barcode-scanner service starts here, just before the key sound
+    // service, once its routing to the screens is in place.
+    Key_Audio_Init();
     TLOG(LEVEL_DEBUG, "nice is %d\n", nice(-20));
     nWatdogReset.store(0, std::memory_order_relaxed);
     Init_Watch(1, &nWatdogReset, 30);

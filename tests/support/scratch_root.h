@@ -2,6 +2,7 @@
 // directories the daemon writes into (var/log, tmp, proc) already made.
 #pragma once
 
+#include <chrono>
 #include <string>
 
 namespace testsupport {
@@ -24,6 +25,11 @@ private:
 // Whole contents of a file, empty when it cannot be read.
 std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& text);
+// Occurrences of what in text.
+int count_text(const std::string& text, const std::string& what);
+// Waits (polling) until the file holds what at least n times.
+bool wait_for_file_text(const std::string& path, const std::string& what, int n = 1,
+                        std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
 // The reference seat file: screen 0 has the main touchscreen port (seat 5)
 // and seat 1, screen 1 has seat 2.

@@ -7,6 +7,7 @@
 #include <regex>
 #include <string>
 
+#include "common/usb_gun/unixsocket.h"
 #include "harness/daemon_process.h"
 #include "support/scratch_root.h"
 
@@ -53,6 +54,9 @@ TEST(DaemonStart, PrintsTheBannerOnStandardOutputAndKeepsLooping)
         usleep(200000);
     EXPECT_GE(main_thread_waits(daemon.pid()), first + 3);
     EXPECT_TRUE(daemon.alive());
+    // The key sound service waits for its audio client.
+    EXPECT_GT(unix_client_open("/tmp/UNIX2.domain.audio"), 0);
+    EXPECT_TRUE(testsupport::wait_for_file_text(root.at("/tmp/audio-server.txt"), "Audio unix client connected...\r\n"));
 }
 
 TEST(DaemonStart, ReadsPortConfFromItsWorkingDirectory)

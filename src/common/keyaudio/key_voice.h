@@ -21,6 +21,15 @@ static_assert(offsetof(KeyAudioDatabuf, index) == 12);
 static_assert(offsetof(KeyAudioDatabuf, check) == 16);
 
 inline constexpr uint32_t KEY_AUDIO_FLAG = 0xAABBCCFF;
+inline constexpr const char* KEY_AUDIO_SOCKET_PATH = "/tmp/UNIX2.domain.audio";
+inline constexpr const char* KEY_AUDIO_LOG_PATH = "/tmp/audio-server.txt";
 
-// Descriptor of the current audio client; 0 while none has connected.
+// Opens the service log and starts the service's thread, which waits for the
+// first audio client and then keeps accepting newer ones. Returns the
+// thread-creation result (0 on success).
+int Key_Audio_Init();
+
+// Descriptor of the current audio client; 0 while none has connected. A
+// newer client takes over this same descriptor number, so a writer holding
+// the value never writes to a closed or reused descriptor.
 int key_audio_client_fd();

@@ -109,11 +109,7 @@ protected:
     void unplug() { unlink(root_.at("/event3").c_str()); }
     int scan_log_count(const std::string& what) const
     {
-        const std::string text = testsupport::read_file(root_.at("/tmp/scan-server.txt"));
-        int n = 0;
-        for (auto p = text.find(what); p != std::string::npos; p = text.find(what, p + 1))
-            ++n;
-        return n;
+        return testsupport::count_text(testsupport::read_file(root_.at("/tmp/scan-server.txt")), what);
     }
     testsupport::ScratchRoot root_;
     const EvtCtrl_t& slot_ = TactordCtrl.evtctrl[3];
