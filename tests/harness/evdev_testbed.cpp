@@ -1,26 +1,31 @@
 #include "harness/evdev_testbed.h"
 
 #include <linux/input.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <tuple>
 
 namespace testharness {
-namespace {
 
-std::string devnode_of(int node)
+std::string EvdevTestbed::devnode_of(int node)
 {
-    return "/dev/event" + std::to_string(node);
+    const std::string in_input = "/dev/input/event" + std::to_string(node);
+    std::lock_guard<std::mutex> guard(mutex_);
+    return nodes_.count(in_input) != 0 ? in_input : "/dev/event" + std::to_string(node);
 }
-
-}  // namespace
 
 EvdevTestbed::EvdevTestbed() : testbed_(umockdev_testbed_new()), handler_(umockdev_ioctl_base_new())
 {
+    const char* path = std::getenv("PATH");
+    const std::string shim = TACTORD_SOURCE_DIR "/tests/harness/bin";
+    if (path == nullptr || std::string(path).find(shim) == std::string::npos)
+        setenv("PATH", (shim + ":" + (path != nullptr ? path : "/usr/bin:/bin")).c_str(), 1);
     g_signal_connect(handler_, "handle-ioctl", G_CALLBACK(&EvdevTestbed::on_ioctl), this);
 }
 
@@ -34,7 +39,7 @@ EvdevTestbed::~EvdevTestbed()
 
 bool EvdevTestbed::add(int node, const testsupport::TestDevice& dev, NodeOptions opts)
 {
-    const std::string devnode = devnode_of(node);
+    const std::string devnode = (opts.input_dir ? "/dev/input/event" : "/dev/event") + std::to_string(node);
     const std::string input = "/devices/platform/test/input/input" + std::to_string(next_input_++);
     const std::string event = input + "/event" + std::to_string(node);
 
@@ -43,7 +48,7 @@ bool EvdevTestbed::add(int node, const testsupport::TestDevice& dev, NodeOptions
         text += "A: name=" + dev.name + "\\n\n";
     if (opts.with_phys)
         text += "A: phys=" + dev.phys + "\\n\n";
-    text += "\nP: " + event + "\nN: event" + std::to_string(node) + "\nE: SUBSYSTEM=input\nE: DEVNAME=" + devnode +
+    text += "\nP: " + event + "\nN: " + devnode.substr(5) + "\nE: SUBSYSTEM=input\nE: DEVNAME=" + devnode +
             "\nA: dev=13:" + std::to_string(64 + node) + "\n";
     // The ioctl handler is in place before the node appears, so a reader
     // that opens the node at once is already served by it.
@@ -128,6 +133,39 @@ std::vector<tactord::input_event> EvdevTestbed::written(int node, std::chrono::m
         out.push_back({static_cast<int32_t>(raw[i].input_event_sec), static_cast<int32_t>(raw[i].input_event_usec),
                        raw[i].type, raw[i].code, raw[i].value});
     return out;
+}
+
+bool EvdevTestbed::add_acm(int port)
+{
+    const std::string name = "ttyACM" + std::to_string(port);
+    const std::string text = "P: /devices/platform/test/usb1/1-1/1-1:1.0/tty/" + name + "\nN: " + name +
+                             "\nE: SUBSYSTEM=tty\nE: DEVNAME=/dev/" + name + "\nA: dev=166:" + std::to_string(port) +
+                             "\n";
+    GError* error = nullptr;
+    if (!umockdev_testbed_add_from_string(testbed_, text.c_str(), &error)) {
+        g_error_free(error);
+        return false;
+    }
+    return true;
+}
+
+bool EvdevTestbed::write_acm(int port, const void* data, std::size_t len)
+{
+    const int fd = umockdev_testbed_get_dev_fd(testbed_, ("/dev/ttyACM" + std::to_string(port)).c_str());
+    return fd >= 0 && write(fd, data, len) == static_cast<ssize_t>(len);
+}
+
+void EvdevTestbed::hang_up_acm(int port)
+{
+    // The testbed keeps the pty's master and closes it on destruction: put
+    // /dev/null in its place, which closes the master (the slave hangs up)
+    // and leaves the testbed a descriptor of its own to close.
+    const int fd = umockdev_testbed_get_dev_fd(testbed_, ("/dev/ttyACM" + std::to_string(port)).c_str());
+    const int null_fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (fd >= 0 && null_fd >= 0)
+        dup2(null_fd, fd);
+    if (null_fd >= 0)
+        close(null_fd);
 }
 
 gboolean EvdevTestbed::on_ioctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self)

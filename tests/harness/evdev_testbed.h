@@ -1,8 +1,10 @@
 // A umockdev testbed of evdev nodes "/dev/eventN": sysfs name and phys in
 // the kernel's layout, the capability ioctls answered from a TestDevice, and
 // the node's other end for playing events in and reading what a reader
-// writes back. Create it before starting a daemon: the daemon inherits the
-// testbed through the environment.
+// writes back. It also carries CDC serial ports "/dev/ttyACMn" (a pty each).
+// Create it before starting a daemon: the daemon inherits the testbed
+// through the environment, and with it a PATH whose "rm" removes device
+// nodes from the testbed only (umockdev does not redirect unlinking).
 #pragma once
 
 #include <umockdev.h>
@@ -22,6 +24,7 @@ struct NodeOptions {
     bool fail_ioctls = false;  // every ioctl fails with EIO
     bool with_phys = true;     // no "phys" attribute when false
     bool with_name = true;     // no "name" attribute when false
+    bool input_dir = false;    // the node is /dev/input/eventN
 };
 
 class EvdevTestbed {
@@ -50,6 +53,13 @@ public:
     // least one.
     std::vector<tactord::input_event> written(int node, std::chrono::milliseconds timeout);
 
+    // Plugs a CDC serial port in as /dev/ttyACM<port>.
+    bool add_acm(int port);
+    // Bytes arriving on the port, as the scanner sends them.
+    bool write_acm(int port, const void* data, std::size_t len);
+    // The scanner goes away: the port hangs up, so a reader's read fails.
+    void hang_up_acm(int port);
+
 private:
     struct Node {
         testsupport::TestDevice dev;
@@ -62,6 +72,8 @@ private:
     static gboolean on_ioctl(UMockdevIoctlBase* base, UMockdevIoctlClient* client, gpointer self);
     gboolean handle_ioctl(UMockdevIoctlClient* client);
     int master_fd(int node);
+    // The node's path: /dev/input/eventN when it was added so.
+    std::string devnode_of(int node);
 
     UMockdevTestbed* testbed_;
     UMockdevIoctlBase* handler_;

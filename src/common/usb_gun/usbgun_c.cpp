@@ -1,0 +1,260 @@
+#include "common/usb_gun/usbgun_c.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "common/usb_gun/unixsocket.h"
+#include "common/usb_gun/usbgun_c_internal.h"
+#include "common/usb_gun/usblog.h"
+
+Client_Ctrl_t usbgun_client;
+
+namespace {
+
+std::atomic<bool> s_scangun_init{false};
+
+constexpr int USB_INFO_SIZE = static_cast<int>(sizeof(UsbDevInfo_t));
+
+void take_record(int p, const Unx_Head_t& head)
+{
+    Client_Ctrl_t& c = usbgun_client;
+    const uint8_t* payload = c.buf + p + UNX_HEAD_SIZE;
+    // The inventory is copied whole whatever its length field says; neither
+    // copy may run past the receive buffer.
+    const std::size_t need = head.func_index == UsbDevInfoGetFun ? sizeof c.usbinfo
+                             : head.func_index == UsbGunReadFun  ? head.length
+                                                                 : 0;
+    if (static_cast<std::size_t>(p) + UNX_HEAD_SIZE + need > UNX_BUF_SIZE) {
+        USBLOG("Record at %d runs past the receive buffer, dropped.\r\n", p);
+        return;
+    }
+    switch (head.func_index) {
+    case UsbDevInfoGetFun:
+        USBLOG("UsbDevInfoGetFun event comming...\r\n");
+        std::memcpy(&c.usbinfo, payload, sizeof c.usbinfo);
+        if (c.cb.fn != nullptr)
+            c.cb.fn(reinterpret_cast<uint8_t*>(&c.usbinfo), USB_INFO_SIZE);
+        break;
+    case UsbGunReadFun:
+        USBLOG("UsbGunReadFun event comming...\r\n");
+        ring_put(c.rb, payload, head.length);
+        break;
+    default: break;
+    }
+}
+
+void* UsbDataTranThread(void*)
+{
+    Client_Ctrl_t& c = usbgun_client;
+    for (;;) {
+        // The read's time-out paces the loop.
+        const ssize_t got = unix_socket_read(c.unx_fd.load(std::memory_order_relaxed), c.buf + c.held,
+                                             UNX_BUF_SIZE - c.held, 200);
+        usbgun_c_take(got);
+    }
+    return nullptr;
+}
+
+struct SendTexts {
+    const char* not_connected;
+    const char* no_memory;
+    const char* short_write;
+};
+
+// Sends one record: 1 written, 0 not connected, -1 out of memory, -2 short
+// write (each logged with the sender's own text).
+int send_record(uint32_t func_index, const void* payload, uint32_t len, const SendTexts& texts)
+{
+    Client_Ctrl_t& c = usbgun_client;
+    if (c.unx_fd.load(std::memory_order_acquire) <= 0) {
+        USBLOG("%s", texts.not_connected);
+        return 0;
+    }
+    const std::size_t size = UNX_HEAD_SIZE + len;
+    std::unique_ptr<uint8_t[]> rec(new (std::nothrow) uint8_t[size]);
+    if (rec == nullptr) {
+        USBLOG("%s", texts.no_memory);
+        return -1;
+    }
+    put_unx_record(rec.get(), func_index, payload, len);
+    ssize_t n;
+    {
+        std::lock_guard<std::mutex> guard(c.mutex_client);
+        n = unix_socket_write(c.unx_fd.load(std::memory_order_relaxed), rec.get(), size);
+    }
+    if (n != static_cast<ssize_t>(size)) {
+        USBLOG("%s", texts.short_write);
+        return -2;
+    }
+    return 1;
+}
+
+}  // namespace
+
+int ring_filled(const RingBuffer_t& rb)
+{
+    return rb.pIn >= rb.pOut ? rb.pIn - rb.pOut : rb.pIn + RING_SIZE - rb.pOut;
+}
+
+int ring_free(const RingBuffer_t& rb)
+{
+    return rb.pIn < rb.pOut ? rb.pOut - 1 - rb.pIn : rb.pOut + RING_SIZE - 1 - rb.pIn;
+}
+
+bool ring_put(RingBuffer_t& rb, const uint8_t* data, uint32_t len)
+{
+    if (ring_free(rb) == 0 || len >= static_cast<uint32_t>(RING_SIZE))
+        return false;
+    const int n = static_cast<int>(len);
+    if (rb.pIn + n > RING_SIZE) {
+        const int first = RING_SIZE - rb.pIn;
+        std::memcpy(rb.data + rb.pIn, data, first);
+        std::memcpy(rb.data, data + first, n - first);
+        rb.pIn = n - first;
+    } else {
+        std::memcpy(rb.data + rb.pIn, data, n);
+        rb.pIn = (rb.pIn + n) % RING_SIZE;
+    }
+    return true;
+}
+
+void usbgun_c_take(ssize_t got)
+{
+    Client_Ctrl_t& c = usbgun_client;
+    const int total = c.held + static_cast<int>(std::max<ssize_t>(got, 0));
+    if (total <= static_cast<int>(UNX_HEAD_SIZE)) {
+        if (got >= 1)
+            c.held = total;
+        return;
+    }
+    const int p = find_unx_flag(c.buf, total - 3);
+    if (p < 0) {
+        c.held = 0;
+        return;
+    }
+    const uint32_t after_head = static_cast<uint32_t>(total) - UNX_HEAD_SIZE;
+    if (total - p < static_cast<int>(UNX_HEAD_SIZE) || after_head < read_unx_head(c.buf + p).length) {
+        c.held = total;
+        return;
+    }
+    const Unx_Head_t head = read_unx_head(c.buf + p);
+    std::lock_guard<std::mutex> guard(c.mutex_client);
+    take_record(p, head);
+    c.held = keep_after_record(c.buf, total, head.length);
+}
+
+int UsbGunInit(UsbInfoCb_t cb)
+{
+    Client_Ctrl_t& c = usbgun_client;
+    if (s_scangun_init.exchange(true)) {
+        USBLOG("Client Initation success...\r\n");
+        return 0;
+    }
+    {
+        std::lock_guard<std::mutex> guard(c.mutex_client);
+        c.unx_fd.store(0);
+        c.cb = cb;
+        c.usbinfo = {};
+        c.rb = {};
+        c.held = 0;
+    }
+    usblog_init_log(SCAN_CLIENT_LOG_PATH);
+    int fd;
+    while ((fd = unix_client_open(SCANNER_SOCKET_PATH)) <= 0)
+        usleep(100000);  // the daemon may not be up yet
+    c.unx_fd.store(fd, std::memory_order_release);
+    // mutex_client is a std::mutex, whose set-up cannot fail. The receiver
+    // is the client program's thread: its signals are left as they are.
+    pthread_t thread;
+    const int rc = pthread_create(&thread, nullptr, UsbDataTranThread, nullptr);
+    if (rc != 0) {
+        USBLOG("Pthread_create error:%s(errno: %d)\r\n", std::strerror(rc), rc);
+        return -2;
+    }
+    pthread_detach(thread);
+    c.thread = thread;
+    USBLOG("Client Initation success...\r\n");
+    return 0;
+}
+
+int UsbGunConfigSet(const char* name, int bOn)
+{
+    if (name == nullptr) {
+        USBLOG("Paramer is error.\r\n");
+        return -1;
+    }
+    ScanGunConfigName_t rec{};
+    rec.index = bOn;
+    std::strncpy(rec.name, name, sizeof rec.name - 1);
+    const int rc = send_record(UsbGunNameSetFun, &rec, sizeof rec,
+                               {"Unx socket handle not init.\r\n", "Malloc is failure.\r\n",
+                                "Unix_socket write is failure.\r\n"});
+    if (rc == 1)
+        USBLOG("Name:%s,bOn:%d success...\r\n", rec.name, bOn);
+    return std::min(rc, 0);
+}
+
+int UsbGunDataTypeSet(int DatType)
+{
+    const int32_t value = DatType;
+    const int rc = send_record(UsbGunDataTypeSetFun, &value, sizeof value,
+                               {"Unx socket handle not init.\r\n", "Malloc memory is failure.\r\n",
+                                "Unix_socket write is failure.\r\n"});
+    if (rc == 1)
+        USBLOG("Data type %d success...\r\n", DatType);
+    return std::min(rc, 0);
+}
+
+int UsbGunSetRouteInfo(int nRouteMode, int nFixedScreen)
+{
+    const ScanGunRouteInfo_t route{nRouteMode, nFixedScreen};
+    const int rc = send_record(UsbGunRouteInfoSetFun, &route, sizeof route,
+                               {"unx socket handle not init.\r\n", "Malloc memory is failure.\r\n",
+                                "unix_socket write is failure.\r\n"});
+    if (rc == 1)
+        USBLOG("nRouteMode:%d nFixedScreen:%d success...\r\n", nRouteMode, nFixedScreen);
+    return std::min(rc, 0);
+}
+
+int UsbGunRead(uint8_t* dat, int len)
+{
+    if (dat == nullptr || len < 0 || len > RING_SIZE) {
+        USBLOG("Paramer is error.\r\n");
+        return -1;
+    }
+    RingBuffer_t& rb = usbgun_client.rb;
+    int n;
+    {
+        std::lock_guard<std::mutex> guard(usbgun_client.mutex_client);
+        const int filled = ring_filled(rb);
+        if (filled == 0)
+            return 0;
+        n = std::min(filled, len);
+        if (rb.pOut + n <= RING_SIZE) {
+            std::memcpy(dat, rb.data + rb.pOut, n);
+            rb.pOut = (rb.pOut + n) % RING_SIZE;
+        } else {
+            const int first = RING_SIZE - rb.pOut;
+            std::memcpy(dat, rb.data + rb.pOut, first);
+            std::memcpy(dat + first, rb.data, n - first);
+            rb.pOut = n - first;
+        }
+    }
+    USBLOG("Read len:%d,real len:%d success...\r\n", len, n);
+    usblog_log_dumpdata(dat, n);
+    return n;
+}
+
+int UsbDevInfoGet(UsbDevInfo_t* list)
+{
+    if (list == nullptr) {
+        USBLOG("Paramer is error.\r\n");
+        return -1;
+    }
+    std::lock_guard<std::mutex> guard(usbgun_client.mutex_client);
+    *list = usbgun_client.usbinfo;
+    return 0;
+}

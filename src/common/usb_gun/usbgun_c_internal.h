@@ -1,0 +1,45 @@
+// Client-library internals visible to its tests and fuzz target.
+#pragma once
+
+#include <pthread.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+
+#include "common/usb_gun/usbgun_records.h"
+
+inline constexpr const char* SCAN_CLIENT_LOG_PATH = "/tmp/scan-client.txt";
+inline constexpr int RING_SIZE = static_cast<int>(UNX_BUF_SIZE);
+
+// The scans received, each a scan head and its bytes, back to back.
+struct RingBuffer_t {
+    int32_t pIn;   // write position
+    int32_t pOut;  // read position
+    uint8_t data[RING_SIZE];
+};
+
+int ring_filled(const RingBuffer_t& rb);
+int ring_free(const RingBuffer_t& rb);
+// Copies len (< RING_SIZE) bytes in at pIn, wrapping at the end. Only a
+// full ring refuses (false): a record longer than the free space overwrites
+// bytes not yet read, as the library always has.
+bool ring_put(RingBuffer_t& rb, const uint8_t* data, uint32_t len);
+
+struct Client_Ctrl_t {
+    std::atomic<int> unx_fd{0};  // the connection, 0 = none
+    pthread_t thread{};
+    // Guards writes to the connection, rb and usbinfo.
+    std::mutex mutex_client;
+    UsbInfoCb_t cb{};
+    UsbDevInfo_t usbinfo{};
+    RingBuffer_t rb{};
+    uint8_t buf[UNX_BUF_SIZE];  // the receiver's, with held bytes kept at the start
+    int held = 0;
+};
+extern Client_Ctrl_t usbgun_client;
+
+// The receiver's work on got bytes just read into buf + held (got <= 0:
+// nothing came): reassembles the records and takes each in.
+void usbgun_c_take(ssize_t got);

@@ -1,0 +1,165 @@
+// The scanner readers and the inventory watcher on their own threads,
+// against wedge scanners, CDC ports and event nodes of the umockdev testbed.
+#include <gtest/gtest.h>
+#include <linux/input.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "common/usb_gun/usbcdc_scanner.h"
+#include "common/usb_gun/usbinfo.h"
+#include "common/usb_gun/usbkbd_scanner.h"
+#include "common/usb_gun/usbkbd_scanner_internal.h"
+#include "common/usb_gun/usblog.h"
+#include "harness/evdev_testbed.h"
+#include "support/devices.h"
+#include "support/scanner.h"
+#include "support/scratch_root.h"
+
+namespace {
+
+using testharness::ev;
+namespace dev = testsupport::devices;
+
+// Every chunk a reader handed on.
+std::mutex chunks_mutex;
+std::vector<std::string> chunks;
+int on_chunk(uint8_t* data, int len)
+{
+    std::lock_guard<std::mutex> guard(chunks_mutex);
+    chunks.emplace_back(reinterpret_cast<const char*>(data), static_cast<std::size_t>(len));
+    return 0;
+}
+
+class ScannerReaders : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
+        std::filesystem::create_directories(root_.at("/proc/bus/input"));
+    }
+    bool logged(const std::string& line, int n = 1)
+    {
+        return testsupport::wait_for_file_text(root_.at("/tmp/scan-server.txt"), line, n);
+    }
+    // Polls pred for up to 5 seconds.
+    template <typename Pred>
+    static bool eventually(Pred pred)
+    {
+        for (int i = 0; i < 250 && !pred(); ++i)
+            usleep(20000);
+        return pred();
+    }
+    static std::vector<std::string> got_chunks()
+    {
+        eventually([] {
+            std::lock_guard<std::mutex> guard(chunks_mutex);
+            return !chunks.empty();
+        });
+        std::lock_guard<std::mutex> guard(chunks_mutex);
+        return chunks;
+    }
+    static bool declared(int event)
+    {
+        std::lock_guard<std::mutex> guard(usbkbd_ctrl.mutex_kbd);
+        for (const auto& slot : usbkbd_ctrl.kbd)
+            if (slot.bOn != 0 && slot.index == event)
+                return true;
+        return false;
+    }
+
+    testsupport::ScratchRoot root_;
+    testharness::EvdevTestbed bed_;
+};
+
+TEST_F(ScannerReaders, WedgeScannerIsReadWhereTheEventNodesLieUntilItGoes)
+{
+    // With no event node directly in /dev, the node is looked for in /dev/input.
+    ASSERT_TRUE(bed_.add(3, dev::wedge_scanner(), {.input_dir = true}));
+    ASSERT_EQ(UsbKbdScanGun_Init({on_chunk, nullptr}), 0);
+    UsbKbdScanGunSetEvtIndex(3, true);
+    ASSERT_TRUE(logged("/dev/input/event3 starting...\r\n"));
+    const std::vector<tactord::input_event> scan = {
+        ev(EV_KEY, KEY_4, 1), ev(EV_SYN, SYN_REPORT, 0), ev(EV_KEY, KEY_4, 0), ev(EV_KEY, KEY_2, 1),
+        ev(EV_KEY, KEY_2, 0), ev(EV_KEY, KEY_ENTER, 1), ev(EV_SYN, SYN_REPORT, 0)};
+    ASSERT_TRUE(bed_.play(3, scan));
+    const auto got = got_chunks();
+    ASSERT_EQ(got.size(), 1U);
+    ASSERT_EQ(got[0].size(), scan.size() * sizeof(::input_event));  // raw, whole records
+    const auto* records = reinterpret_cast<const ::input_event*>(got[0].data());
+    EXPECT_EQ(records[5].code, KEY_ENTER);
+    EXPECT_EQ(records[5].value, 1);
+
+    // Once /dev itself holds event nodes the reader looks there: event3 is
+    // gone from its view, and its declaration with it.
+    ASSERT_TRUE(bed_.add(5, dev::wedge_scanner()));
+    EXPECT_TRUE(eventually([] { return !declared(3); }));
+    UsbKbdScanGunSetEvtIndex(5, true);
+    ASSERT_TRUE(logged("/dev/event5 starting...\r\n"));
+    bed_.remove(5);
+    EXPECT_TRUE(eventually([] { return !declared(5); }));  // to be declared again when it comes back
+}
+
+TEST_F(ScannerReaders, CdcScannerBytesArePassedOnAndItsUnplugRemovesTheNode)
+{
+    ASSERT_TRUE(bed_.add_acm(1));
+    ASSERT_EQ(UsbCdcScanGun_init({on_chunk, nullptr}), 0);
+    ASSERT_TRUE(logged("Usb Cdc ScanGun /dev/ttyACM1 is plugin...\r\n"));
+    // The port as the reader set it: raw 8N1 without flow control, output at 9600.
+    const int fd = open("/dev/ttyACM1", O_RDWR | O_NOCTTY | O_NONBLOCK);
+    ASSERT_GE(fd, 0);
+    termios tio{};
+    ASSERT_EQ(tcgetattr(fd, &tio), 0);
+    close(fd);
+    EXPECT_NE(tio.c_iflag & IGNPAR, 0U);
+    EXPECT_EQ(tio.c_oflag, 0U);
+    EXPECT_EQ(tio.c_lflag, 0U);
+    EXPECT_EQ(tio.c_cflag & (CSTOPB | CSIZE | CRTSCTS | CREAD | CLOCAL), CS8 | CREAD | CLOCAL);
+    EXPECT_EQ(cfgetospeed(&tio), B9600);
+
+    ASSERT_TRUE(bed_.write_acm(1, "0123456789\r", 11));
+    EXPECT_EQ(got_chunks(), std::vector<std::string>{"0123456789\r"});
+
+    bed_.hang_up_acm(1);
+    ASSERT_TRUE(logged("Usb Cdc ScanGun /dev/ttyACM1 is plugout...\r\n"));
+    // "rm -rf /dev/ttyACM1" removed the testbed's node.
+    const std::string node = std::string(std::getenv("UMOCKDEV_DIR")) + "/dev/ttyACM1";
+    struct stat st{};
+    EXPECT_TRUE(eventually([&] { return lstat(node.c_str(), &st) != 0; }));
+}
+
+std::atomic<int> lists{0};
+int on_list(uint8_t* data, int len)
+{
+    EXPECT_EQ(len, static_cast<int>(sizeof(UsbDevInfo_t)));
+    EXPECT_GT(reinterpret_cast<UsbDevInfo_t*>(data)->usbdev_total_count, 0);
+    ++lists;
+    return 0;
+}
+
+TEST_F(ScannerReaders, InventoryIsSentOncePerChangeOfTheEventNodes)
+{
+    const std::string scanner = testsupport::listed_device(0x1eab, 0x22, "Scanner Device",
+                                                           "usb-musb-hdrc.1-1.2/input0", "kbd event3");
+    testsupport::write_file(root_.at("/proc/bus/input/devices"), scanner);
+    ASSERT_TRUE(bed_.add(3, dev::wedge_scanner()));
+    ASSERT_EQ(UsbDevInfoInit({on_list, nullptr}), 0);
+    EXPECT_TRUE(eventually([] { return lists == 1; }));
+
+    testsupport::write_file(root_.at("/proc/bus/input/devices"),
+                            scanner + testsupport::listed_device(1, 2, "Keyboard", "usb-1/input0", "kbd event4"));
+    ASSERT_TRUE(bed_.add(4, dev::full_keyboard()));
+    EXPECT_TRUE(eventually([] { return lists == 2; }));
+    usleep(2500000);  // no change since: nothing more is sent
+    EXPECT_EQ(lists, 2);
+    EXPECT_TRUE(logged("Usb dev has plugin or plugout event, current 2 devices\r\n"));
+}
+
+}  // namespace

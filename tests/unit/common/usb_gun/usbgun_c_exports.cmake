@@ -1,0 +1,20 @@
+# Passes when the shared library's dynamic symbol table defines exactly the
+# functions of its C header. Run by ctest with -DNM=<nm> -DLIB=<library>.
+set(documented UsbDevInfoGet UsbGunConfigSet UsbGunDataTypeSet UsbGunInit UsbGunRead UsbGunSetRouteInfo)
+execute_process(COMMAND ${NM} -D --defined-only ${LIB} OUTPUT_VARIABLE listing RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "${NM} failed on ${LIB}")
+endif()
+string(REPLACE "\n" ";" lines "${listing}")
+set(exported "")
+foreach(line IN LISTS lines)
+  # "<address> <type> <name>[@@version]"; the version node itself is type A.
+  if(line MATCHES "^[0-9a-fA-F]+ ([A-Za-z]) ([^@ ]+)" AND NOT CMAKE_MATCH_1 STREQUAL "A")
+    list(APPEND exported ${CMAKE_MATCH_2})
+  endif()
+endforeach()
+list(SORT exported)
+if(NOT exported STREQUAL documented)
+  message(FATAL_ERROR "exported: ${exported}\ndocumented: ${documented}")
+endif()
+message(STATUS "exports: ${exported}")

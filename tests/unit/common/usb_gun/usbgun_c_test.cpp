@@ -1,0 +1,146 @@
+#include "common/usb_gun/usbgun_c.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "common/usb_gun/unixsocket.h"
+#include "common/usb_gun/usbgun_c_internal.h"
+#include "common/usb_gun/usblog.h"
+#include "support/scanner.h"
+#include "support/scratch_root.h"
+
+namespace {
+
+using namespace testsupport;
+
+int lists_seen = 0;
+int on_list(uint8_t* data, int len)
+{
+    lists_seen += len == static_cast<int>(sizeof(UsbDevInfo_t)) && data == reinterpret_cast<uint8_t*>(&usbgun_client.usbinfo);
+    return 0;
+}
+
+// A scan record as the service sends it (the head's CRCs are not looked at).
+Bytes scan_record(const std::string& scan)
+{
+    const auto n = static_cast<uint32_t>(scan.size());
+    return unx_record(1, words({0x55AA55AA, 0, 1, n, 0, 0}) + Bytes(scan.begin(), scan.end()));
+}
+
+class ScannerClient : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(usblog_init_log("/tmp/scan-client.txt"), 0);
+        usbgun_client.cb = {on_list, nullptr};
+    }
+    std::string log() const { return read_file(root_.at("/tmp/scan-client.txt")); }
+    // A read of the receiver that brought these bytes.
+    static void receive(const Bytes& bytes)
+    {
+        std::copy(bytes.begin(), bytes.end(), usbgun_client.buf + usbgun_client.held);
+        usbgun_c_take(static_cast<ssize_t>(bytes.size()));
+    }
+    static std::string read(int len = RING_SIZE)
+    {
+        std::string out(RING_SIZE, '\0');
+        const int n = UsbGunRead(reinterpret_cast<uint8_t*>(out.data()), len);
+        out.resize(n > 0 ? n : 0);
+        return out;
+    }
+
+    ScratchRoot root_;
+};
+
+TEST_F(ScannerClient, ScansLandInTheRingHeadFirstAndListsReachTheCallback)
+{
+    const Bytes first = scan_record("0123456789");
+    receive(Bytes(first.begin(), first.begin() + 7));  // inside the head
+    receive(Bytes(first.begin() + 7, first.end()) + scan_record("abc"));
+    receive({});  // the second record waited for the next round
+    EXPECT_EQ(ring_filled(usbgun_client.rb), 34 + 27);
+    const std::string got = read(40);
+    EXPECT_EQ(Bytes(got.begin(), got.begin() + 34), Bytes(first.begin() + 12, first.end()));
+    EXPECT_EQ(read().size(), 21U);  // a read may end inside a record
+    EXPECT_EQ(count_text(log(), "UsbGunReadFun event comming...\r\n"), 2);
+    EXPECT_EQ(count_text(log(), "Read len:40,real len:40 success...\r\n"), 1);
+
+    UsbDevInfo_t list{};
+    list.usbdev_total_count = 2;
+    const auto* raw = reinterpret_cast<const uint8_t*>(&list);
+    const Bytes rec = unx_record(0, Bytes(raw, raw + sizeof list));
+    receive(Bytes(rec.begin(), rec.begin() + 9000));
+    receive(Bytes(rec.begin() + 9000, rec.end()));
+    EXPECT_EQ(lists_seen, 1);
+    UsbDevInfo_t copy{};
+    EXPECT_EQ(UsbDevInfoGet(&copy), 0);
+    EXPECT_EQ(copy.usbdev_total_count, 2);
+}
+
+TEST_F(ScannerClient, RingWrapsAndOverwritesUnreadBytesUnlessFull)
+{
+    RingBuffer_t& rb = usbgun_client.rb;
+    rb.pIn = rb.pOut = RING_SIZE - 10;
+    receive(scan_record("wrapped!"));  // 32 bytes across the end
+    EXPECT_EQ(rb.pIn, 22);
+    EXPECT_EQ(read().substr(24), "wrapped!");
+    EXPECT_EQ(rb.pOut, 22);
+    // One byte short of full: written in all the same, over unread bytes.
+    rb.pOut = 100;
+    rb.pIn = 98;
+    receive(scan_record("over"));
+    EXPECT_EQ(rb.pIn, 98 + 28);
+    rb.pIn = 99;  // full: dropped
+    receive(scan_record("lost"));
+    EXPECT_EQ(rb.pIn, 99);
+}
+
+TEST_F(ScannerClient, ReadArgumentsAreChecked)
+{
+    uint8_t buf[8];
+    EXPECT_EQ(UsbGunRead(buf, 8), 0);
+    EXPECT_EQ(log(), "");  // an empty ring is not logged
+    EXPECT_EQ(UsbGunRead(buf, RING_SIZE + 1), -1);
+    EXPECT_EQ(UsbGunRead(nullptr, 8), -1);
+    EXPECT_EQ(count_text(log(), "Paramer is error.\r\n"), 2);
+}
+
+TEST_F(ScannerClient, SendersWriteTheThreeConfigurationRecords)
+{
+    EXPECT_EQ(UsbGunConfigSet("Scanner", 1), 0);  // not connected
+    EXPECT_EQ(UsbGunDataTypeSet(1), 0);
+    EXPECT_EQ(UsbGunSetRouteInfo(1, 2), 0);
+    EXPECT_EQ(count_text(log(), "] Unx socket handle not init.\r\n"), 2);
+    EXPECT_EQ(count_text(log(), "] unx socket handle not init.\r\n"), 1);
+
+    int sv[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
+    usbgun_client.unx_fd = sv[0];
+    const std::string long_name(300, 'n');
+    EXPECT_EQ(UsbGunConfigSet(long_name.c_str(), 1), 0);
+    EXPECT_EQ(UsbGunDataTypeSet(1), 0);
+    EXPECT_EQ(UsbGunSetRouteInfo(1, 2), 0);
+    Bytes got(1024);
+    got.resize(static_cast<std::size_t>(unix_socket_read(sv[1], got.data(), got.size(), 1000)));
+    EXPECT_EQ(got, unx_record(2, name_payload(1, long_name)) + unx_record(3, words({1})) + unx_record(4, words({1, 2})));
+    for (const std::string& line : {"Name:" + std::string(255, 'n') + ",bOn:1 success...\r\n",
+                                    std::string("Data type 1 success...\r\n"),
+                                    std::string("nRouteMode:1 nFixedScreen:2 success...\r\n")})
+        EXPECT_EQ(count_text(log(), line), 1) << line;
+}
+
+TEST_F(ScannerClient, SecondInitKeepsTheFirstConnection)
+{
+    ASSERT_GT(unix_server_open(SCANNER_SOCKET_PATH), 0);
+    ASSERT_EQ(UsbGunInit({on_list, nullptr}), 0);
+    const int fd = usbgun_client.unx_fd.load();
+    EXPECT_GT(fd, 0);
+    EXPECT_EQ(UsbGunInit({nullptr, nullptr}), 0);
+    EXPECT_EQ(usbgun_client.unx_fd.load(), fd);
+    EXPECT_EQ(count_text(log(), "Client Initation success...\r\n"), 2);
+}
+
+}  // namespace
