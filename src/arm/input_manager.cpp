@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "arm/IndpClient.h"
 #include "arm/hot_plug.h"
 #include "board/common/board.h"
 #include "common/OrvelClient.h"
@@ -121,9 +122,7 @@ void input_manager_main(int argc, char** argv)
     // written, also through a pipe or into a file.
     std::setvbuf(stdout, nullptr, _IONBF, 0);
 
-    // opts.init_ipc gates the remote-screen clients, which start right after
-    // the adapter once they are part of the daemon.
-    [[maybe_unused]] const tactord_options opts = parse_options(argc, argv);
+    const tactord_options opts = parse_options(argc, argv);
     print_my_version();
     signal_initcapture();
     // Every thread started from here on (the adapter's tasks included)
@@ -136,6 +135,10 @@ void input_manager_main(int argc, char** argv)
     touchscreeninit();
     VR_SysInit();
     InitDriverAdapter(5);
+    if (opts.init_ipc != 0) {
+        initIpcClient();
+        InitArmIndpScreenClient();
+    }
     start_system_service();
     start_hotplug_service();
     init_cursor_timer();

@@ -1,19 +1,37 @@
 #include "common/OrvelClient.h"
 
+#include <arpa/inet.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <condition_variable>
 #include <cstring>
+#include <memory>
 #include <mutex>
+#include <new>
 
+#include "arm/IndpClient.h"
 #include "common/OrvelClient_internal.h"
 #include "common/communicate.h"
+#include "common/inputdevice_manager.h"
 #include "common/log.h"
 #include "common/screen_manager.h"
+#include "common/worker_thread.h"
+#include "msg_handle.h"
 
 int gs_ipcType = 0;
 std::atomic<int> gs_ipcClientExist{0};
 std::atomic<int> gs_ipcfd{0};
 std::atomic<int> gs_ipcExtScrExist{0};
+std::atomic<int> gs_ipcTick{0};
+ipc_rx_state ipc_rx;
+std::atomic<unsigned> link_time_divisor{1};
 
 namespace {
 
@@ -21,10 +39,32 @@ constexpr const char* DEFAULT_PEER = "173.0.0.2";
 constexpr std::size_t SEND_BUF_LEN = 56;
 constexpr std::size_t MIN_FRAME_BUF = 40;
 constexpr std::size_t HEADER = sizeof(IPCMsg_t);
+constexpr std::size_t SCAN_HEADER = HEADER + sizeof(UsbScanFunType_t);
 
-// Guards the socket's registration against the main loop's walk of the
-// monitor list. Recursive because a handler run by the loop may drop the
-// socket while the loop still holds the lock.
+// Tick thread timing (real milliseconds, see link_time_divisor).
+constexpr unsigned CONNECT_WAIT_MS = 5000;
+constexpr unsigned CONNECT_ERROR_PAUSE_MS = 5000;
+constexpr unsigned RETRY_PAUSE_MS = 1000;
+constexpr unsigned TICK_PERIOD_MS = 5000;
+constexpr unsigned RECONNECT_PAUSE_MS = 3000;
+constexpr int TICKS_PER_CHECK = 4;
+constexpr int FAIL_LINES_MAX = 20;
+// recv_data already waits out ten would-block reads; a handler called for a
+// socket that still has nothing gives up after this many calls of it.
+constexpr int RECV_CALLS_MAX = 3;
+// A frame longer than the receive buffer is skipped whole when its length is
+// plausible; a longer length is taken for noise and the search for the
+// marker goes on from the next byte.
+constexpr uint64_t SKIP_FRAME_MAX = 4096;
+
+// Guards the link descriptor against its close: the main loop holds it while
+// it builds its descriptor set and calls the handlers, this client while it
+// registers, unregisters and closes the socket, and every thread other than
+// the main loop while it writes to the link (ticks, scanner frames). A
+// descriptor number checked against gs_ipcfd under this lock is therefore
+// still the link's and not a number reused by another part of the daemon.
+// Recursive because a handler run by the loop may drop the socket while the
+// loop still holds the lock. Taken before mutex_socket.
 std::recursive_mutex ipc_close_socket_lock;
 // Serialises whole frames on the socket and guards the send buffer and the
 // last pointer position that frames are built from.
@@ -119,6 +159,18 @@ int lock_frame(uint8_t* buf, const tactord::input_event& ev)
     return static_cast<int>(HEADER + sizeof on);
 }
 
+uint32_t load_u32(const uint8_t* at)
+{
+    uint32_t v = 0;
+    std::memcpy(&v, at, sizeof v);
+    return v;
+}
+
+void* as_arg(int fd)
+{
+    return reinterpret_cast<void*>(static_cast<intptr_t>(fd));
+}
+
 int request(int fd, uint32_t type)
 {
     std::lock_guard<std::mutex> guard(mutex_socket);
@@ -127,6 +179,211 @@ int request(int fd, uint32_t type)
     if (n <= 0)
         TLOG(LEVEL_ERROR, "Get win size error, no is %d\n", errno);
     return n == static_cast<int>(HEADER) ? 0 : -1;
+}
+
+// Stop request and count of the link threads.
+std::mutex link_thread_lock;  // guards link_stop with link_thread_cv
+std::condition_variable link_thread_cv;
+bool link_stop = false;
+std::atomic<int> link_threads{0};
+
+// Sends one whole frame on the current link, possibly from a thread other
+// than the main loop: the descriptor is read under the socket lock, so a link
+// closed meanwhile is never confused with a descriptor opened since.
+// send_data's result (-1 also when there is no link).
+int send_on_link(const void* frame, std::size_t len)
+{
+    std::lock_guard<std::recursive_mutex> link(ipc_close_socket_lock);
+    const int fd = gs_ipcfd.load();
+    std::lock_guard<std::mutex> guard(mutex_socket);
+    return send_data(fd, frame, static_cast<int>(len));
+}
+
+// A type-3 frame: header, scanner record, then len data bytes.
+void put_scan_head(uint8_t* buf, unsigned len, uint32_t fun)
+{
+    put_header(buf, static_cast<uint32_t>(len + sizeof(UsbScanFunType_t) + 4), MessageType_Scan);
+    const UsbScanFunType_t rec{USB_SCAN_FLAG, fun};
+    std::memcpy(buf + HEADER, &rec, sizeof rec);
+}
+
+int send_scan_frame(const uint8_t* frame, std::size_t len)
+{
+    if (send_on_link(frame, len) != static_cast<int>(len)) {
+        TLOG(LEVEL_ERROR, "Send data failure...\r\n");
+        return -2;
+    }
+    return 0;
+}
+
+// One tick on the tick thread's own socket: 0, or the send's errno. Only
+// while fd is still the link's: after the receive handler has closed it the
+// number may already belong to a new control connection or an input device,
+// which must not get the tick (the closed link's EBADF is reported instead).
+int send_tick(int fd)
+{
+    static const IPCMsg_t tick{IPC_PKG_FLAG, 4, 0, MessageType_Tick};
+    std::lock_guard<std::recursive_mutex> link(ipc_close_socket_lock);
+    if (gs_ipcfd.load() != fd)
+        return EBADF;
+    return send_data(fd, &tick, sizeof tick) == static_cast<int>(sizeof tick) ? 0 : errno;
+}
+
+// Step 5 of a cycle: true when fd is connected to the agent. A failure is
+// logged while fewer than FAIL_LINES_MAX lines went out in this cycle.
+bool ipc_connect(int fd, int* fail_lines)
+{
+    char addr[IPC_TEXT_LEN];
+    getIpcIpAddr(addr, sizeof addr);
+    sockaddr_in peer{};
+    int err = EINVAL;  // text that is no address counts as a failed connect
+    if (link_peer_address(addr, IPC_PORT, &peer)) {
+        if (connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0) {
+            TLOG(LEVEL_ERROR, "connect ipc %s:%d success\n", addr, IPC_PORT);
+            return true;
+        }
+        err = errno;
+    }
+    if (err == EINPROGRESS) {
+        pollfd p{fd, POLLOUT, 0};
+        const int ready = poll(&p, 1, static_cast<int>(link_scaled_ms(CONNECT_WAIT_MS)));
+        int so_error = 0;
+        socklen_t len = sizeof so_error;
+        if (ready > 0 && getsockopt(fd, SOL_SOCKET, SO_ERROR, &so_error, &len) == 0 && so_error == 0) {
+            TLOG(LEVEL_ERROR, "connect ipc %s:%d success, fd=%d\n", addr, IPC_PORT, fd);
+            return true;
+        }
+        // The error reported is the connect's own, or a time-out.
+        err = ready > 0 ? so_error : ready == 0 ? ETIMEDOUT : errno;
+    } else {
+        link_sleep_ms(CONNECT_ERROR_PAUSE_MS);
+    }
+    if (*fail_lines < FAIL_LINES_MAX) {
+        char text[64];
+        TLOG(LEVEL_ERROR, "connect ipc %s:%d failed, fd=%d, errno:%s \n", addr, IPC_PORT, fd,
+             strerror_r(err, text, sizeof text));
+        ++*fail_lines;
+    }
+    return false;
+}
+
+// Step 8: ticks while connected; the link is judged dead when a whole period
+// of TICKS_PER_CHECK ticks passed without one from the agent.
+void ipc_keep_alive(int fd)
+{
+    while (ipcIsExist() != 0) {
+        gs_ipcTick.store(1);
+        for (int i = 0; i < TICKS_PER_CHECK; ++i) {
+            const int err = send_tick(fd);
+            if (err != 0 && err != EAGAIN) {
+                TLOG(LEVEL_ERROR, "send tick failed errno =%d\n", err);
+                break;
+            }
+            if (!link_sleep_ms(TICK_PERIOD_MS))
+                return;
+        }
+        if (gs_ipcTick.load() == 1)
+            break;
+    }
+}
+
+void* ipcTickThread(void*)
+{
+    {
+        std::lock_guard<std::mutex> guard(ipc_addr_lock);
+        std::strcpy(ipc_addr, DEFAULT_PEER);
+    }
+    TLOG(LEVEL_DEBUG, "----Thread ipcTickThread enter----\n");
+    int fail_lines = 0;
+    // Ends for good when the INDP client is connected, or when no socket
+    // can be created or bound.
+    while (!link_stop_requested() && gs_indpClientExist.load() == 0) {
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        if (fd <= 0) {
+            TLOG(LEVEL_ERROR, "create ipc socket failed\n");
+            if (fd == 0)
+                close(fd);
+            break;
+        }
+        int on = 1;
+        ioctl(fd, FIONBIO, &on);
+        if (link_bind_local(fd) != 0) {
+            // The socket stays open: the thread is done for the life of the
+            // process.
+            TLOG(LEVEL_ERROR, "----Orvel Bind Failed----\n");
+            break;
+        }
+        if (!ipc_connect(fd, &fail_lines)) {
+            close(fd);
+            link_sleep_ms(RETRY_PAUSE_MS);
+            continue;
+        }
+        int off = 0;
+        ioctl(fd, FIONBIO, &off);
+        handleIPCReady(fd);
+        ipc_keep_alive(fd);
+        TLOG(LEVEL_WARN, "handleIPCDisconnected\n");
+        handleIPCDisconnected(fd);
+        link_sleep_ms(RECONNECT_PAUSE_MS);
+        fail_lines = 0;
+    }
+    link_thread_done();
+    return nullptr;
+}
+
+void rx_drop(std::size_t n)
+{
+    ipc_rx_state& rx = ipc_rx;
+    n = std::min(n, rx.splice_len);
+    std::memmove(rx.splice.data(), rx.splice.data() + n, rx.splice_len - n);
+    rx.splice_len -= n;
+}
+
+void rx_reset()
+{
+    ipc_rx.splice_len = 0;
+    ipc_rx.skip = 0;
+}
+
+// A frame that does not fit the receive buffer is thrown away whole, also
+// the part still to come; nothing else changes.
+void rx_discard(uint64_t total)
+{
+    ipc_rx_state& rx = ipc_rx;
+    TLOG(LEVEL_WARN, "ipc msg too long, msg_len is %llu, dropped\n", static_cast<unsigned long long>(total));
+    if (total > SKIP_FRAME_MAX) {
+        rx_drop(1);
+        return;
+    }
+    if (total <= rx.splice_len) {
+        rx_drop(static_cast<std::size_t>(total));
+        return;
+    }
+    rx.skip = static_cast<uint32_t>(total - rx.splice_len);
+    rx.splice_len = 0;
+}
+
+void rx_dispatch(const uint8_t* frame, std::size_t total)
+{
+    if (total < HEADER)
+        return;  // msgLen below 4: no type to act on
+    const std::size_t payload = total - HEADER;
+    switch (load_u32(frame + 12)) {
+    case MessageType_Tick: gs_ipcTick.store(0); break;
+    case MessageType_OrvelExtentScreen:
+        if (payload >= sizeof(int32_t))
+            gs_ipcExtScrExist.store(static_cast<int32_t>(load_u32(frame + HEADER)));
+        break;
+    case MessageType_WindowsSize: handle_ipc_win_size_msg(frame, total); break;
+    case MessageType_Version: {
+        const auto* text = reinterpret_cast<const char*>(frame + HEADER);
+        const std::size_t n = strnlen(text, std::min(payload, IPC_TEXT_LEN - 1));
+        std::memcpy(ipc_version, text, n);
+        ipc_version[n] = '\0';
+        break;
+    }
+    default: break;
+    }
 }
 
 }  // namespace
@@ -266,6 +523,8 @@ void ipc_client_reset()
     gs_ipcClientExist.store(0);
     gs_ipcfd.store(0);
     gs_ipcExtScrExist.store(0);
+    gs_ipcTick.store(0);
+    rx_reset();
     {
         std::lock_guard<std::mutex> guard(ipc_addr_lock);
         std::strcpy(ipc_addr, DEFAULT_PEER);
@@ -273,4 +532,250 @@ void ipc_client_reset()
     std::lock_guard<std::mutex> guard(mutex_socket);
     ipc_version[0] = '\0';
     last_x = last_y = 0;
+}
+
+int sendIpcScanGunData(const uint8_t* data, unsigned len)
+{
+    if (data == nullptr && len != 0) {
+        TLOG(LEVEL_ERROR, "Ipc scan data error, data null\r\n");
+        return -1;
+    }
+    // The result is the frame's length as an int.
+    std::unique_ptr<uint8_t[]> frame(len <= INT_MAX - SCAN_HEADER ? new (std::nothrow) uint8_t[len + SCAN_HEADER]
+                                                                  : nullptr);
+    if (frame == nullptr) {
+        TLOG(LEVEL_ERROR, "Malloc memory is failure...\r\n");
+        return -1;
+    }
+    put_scan_head(frame.get(), len, eFun_GetScanData);
+    if (len != 0)
+        std::memcpy(frame.get() + SCAN_HEADER, data, len);
+    const int rc = send_scan_frame(frame.get(), len + SCAN_HEADER);
+    return rc == 0 ? static_cast<int>(len + SCAN_HEADER) : rc;
+}
+
+int setIpcScanGunDataCodeType(int type)
+{
+    // 28 bytes: built on the stack, so never short of memory.
+    uint8_t frame[SCAN_HEADER + sizeof(int32_t)];
+    put_scan_head(frame, sizeof(int32_t), eFun_SetDataCodeType);
+    std::memcpy(frame + SCAN_HEADER, &type, sizeof(int32_t));
+    return send_scan_frame(frame, sizeof frame);
+}
+
+int initIpcClient()
+{
+    // The socket lock (recursive, process-private) exists from the start.
+    if (start_link_thread(ipcTickThread) != 0) {
+        TLOG(LEVEL_ERROR, "create ipc thread failed\n");
+        return -1;
+    }
+    return 0;
+}
+
+void handleIPCReady(int fd)
+{
+    TLOG(LEVEL_DEBUG, "==IPC ready==\n");
+    link_set_nodelay(fd);
+    // Under the socket lock up to the connected flag: the main loop cannot
+    // serve the socket (nor a disconnect close it) before the link is
+    // complete, and the requests go to a descriptor that is still the link.
+    std::lock_guard<std::recursive_mutex> link(ipc_close_socket_lock);
+    rx_reset();
+    gs_ipcfd.store(fd);
+    add_monitor_handle(fd, ipcMsgHandle, as_arg(fd));
+    handle_inputsys_init(IPC_SCREEN, fd);
+    getIPCWinSize(fd);
+    getIPCVersion(fd);
+    gs_ipcClientExist.store(1);
+}
+
+void handleIPCDisconnected(int fd)
+{
+    TLOG(LEVEL_WARN, "==IPC disconnected==\n");
+    std::lock_guard<std::recursive_mutex> link(ipc_close_socket_lock);
+    // The receive handler and the tick thread both run this for one link,
+    // in either order. Only the run that still finds fd stored as the link's
+    // descriptor unregisters and closes it; the other finds 0 there and
+    // leaves the number alone, since by then it may have been given to a new
+    // control connection or an input device.
+    const int current = gs_ipcfd.load();
+    if (fd > 0 && current == fd) {
+        remove_monitor_handle(fd);
+        handle_inputsys_close(fd);
+        close(fd);
+        rx_reset();
+    }
+    if (current == fd || current == 0) {
+        gs_ipcClientExist.store(0);
+        gs_ipcfd.store(0);
+    }
+}
+
+int ipcMsgHandle(void* para)
+{
+    const int fd = static_cast<int>(reinterpret_cast<intptr_t>(para));
+    const int n = link_recv(fd, ipc_rx.recv.data(), static_cast<int>(ipc_rx.recv.size()));
+    if (n == -1 && errno == EAGAIN)
+        return 0;  // still nothing to read: the link stays
+    if (n <= 0) {
+        TLOG(LEVEL_WARN, "handleIPCDisconnected\n");
+        handleIPCDisconnected(fd);
+        rx_reset();
+        return 0;
+    }
+    return ipc_rx_feed(ipc_rx.recv.data(), static_cast<std::size_t>(n));
+}
+
+int ipc_rx_feed(const uint8_t* data, std::size_t n)
+{
+    ipc_rx_state& rx = ipc_rx;
+    if (data == nullptr)
+        return 0;
+    const std::size_t skipped = std::min<std::size_t>(rx.skip, n);
+    rx.skip -= static_cast<uint32_t>(skipped);
+    data += skipped;
+    n -= skipped;
+    if (n == 0)
+        return 0;
+    if (rx.splice_len + n > rx.splice.size()) {
+        TLOG(LEVEL_ERROR, "half_msg_buffer is too large, half_msg_len is  %d\n", static_cast<int>(rx.splice_len));
+        rx.splice_len = 0;
+        return -1;
+    }
+    if (rx.splice_len != 0)
+        TLOG(LEVEL_DEBUG, "*****msg splice happened*****\n");
+    std::memmove(rx.splice.data() + rx.splice_len, data, n);
+    rx.splice_len += n;
+
+    for (;;) {
+        std::size_t at = 0;
+        while (rx.splice_len - at > 3 && load_u32(rx.splice.data() + at) != IPC_PKG_FLAG)
+            ++at;
+        rx_drop(at);
+        if (rx.splice_len < 8)
+            return 0;
+        // 64 bits: a length near 2^32 must not wrap round.
+        const uint64_t total = uint64_t{load_u32(rx.splice.data() + 4)} + 12;
+        if (total > rx.recv.size()) {
+            rx_discard(total);
+            continue;
+        }
+        if (rx.splice_len < total) {
+            TLOG(LEVEL_DEBUG, "*****half_msg_len = %d is not enough, msg_len is %d*****\n",
+                 static_cast<int>(rx.splice_len), static_cast<int>(total));
+            return 0;
+        }
+        std::memcpy(rx.recv.data(), rx.splice.data(), static_cast<std::size_t>(total));
+        rx_drop(static_cast<std::size_t>(total));
+        rx_dispatch(rx.recv.data(), static_cast<std::size_t>(total));
+    }
+}
+
+void handle_ipc_win_size_msg(const uint8_t* frame, std::size_t total)
+{
+    constexpr std::size_t ONE = HEADER + sizeof(IPCWINSIZE);
+    if (frame == nullptr || total < ONE || (get_current_multimode() & MODE_IPC_WINDOW) != 0)
+        return;
+    IPCWINSIZE size;
+    std::memcpy(&size, frame + HEADER, sizeof size);
+    if (size.nthScreen != 1) {
+        // The second record counts only in a frame of exactly two.
+        if (total != ONE + sizeof(IPCWINSIZE))
+            return;
+        std::memcpy(&size, frame + ONE, sizeof size);
+        if (size.nthScreen != 1)
+            return;
+    }
+    TLOG(LEVEL_DEBUG, "==IPC win size:n:%d width %d, height:%d\n", 1, static_cast<int>(size.width),
+         static_cast<int>(size.height));
+    set_ipc_window_size(size.width, size.height);
+}
+
+int link_recv(int fd, void* buf, int len)
+{
+    for (int calls = 0; calls < RECV_CALLS_MAX; ++calls) {
+        const int n = recv_data(fd, buf, len);
+        if (n != -1 || (errno != EINTR && errno != EAGAIN))
+            return n;
+    }
+    errno = EAGAIN;
+    return -1;
+}
+
+unsigned link_scaled_ms(unsigned ms)
+{
+    const unsigned divisor = link_time_divisor.load();
+    return divisor > 1 ? ms / divisor : ms;
+}
+
+bool link_sleep_ms(unsigned ms)
+{
+    std::unique_lock<std::mutex> lock(link_thread_lock);
+    return !link_thread_cv.wait_for(lock, std::chrono::milliseconds(link_scaled_ms(ms)), [] { return link_stop; });
+}
+
+bool link_stop_requested()
+{
+    std::lock_guard<std::mutex> guard(link_thread_lock);
+    return link_stop;
+}
+
+int start_link_thread(void* (*entry)(void*))
+{
+    link_threads.fetch_add(1);
+    const int rc = start_worker_thread(entry, nullptr);
+    if (rc != 0)
+        link_thread_done();
+    return rc;
+}
+
+void link_thread_done()
+{
+    link_threads.fetch_sub(1);
+    link_threads.notify_all();
+}
+
+void link_threads_stop()
+{
+    {
+        std::lock_guard<std::mutex> guard(link_thread_lock);
+        link_stop = true;
+    }
+    link_thread_cv.notify_all();
+    for (int n = link_threads.load(); n != 0; n = link_threads.load())
+        link_threads.wait(n);
+    std::lock_guard<std::mutex> guard(link_thread_lock);
+    link_stop = false;
+}
+
+int link_threads_running()
+{
+    return link_threads.load();
+}
+
+int link_bind_local(int fd)
+{
+    sockaddr_in local{};
+    if (!link_peer_address(LINK_LOCAL_ADDR, 0, &local))
+        return -1;
+    return bind(fd, reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0 ? 0 : -1;
+}
+
+bool link_peer_address(const char* text, int port, sockaddr_in* addr)
+{
+    *addr = {};
+    addr->sin_family = AF_INET;
+    addr->sin_port = htons(static_cast<uint16_t>(port));
+    return text != nullptr && inet_pton(AF_INET, text, &addr->sin_addr) == 1;
+}
+
+void link_set_nodelay(int fd)
+{
+    int on = 1;
+    if (setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0)
+        TLOG(LEVEL_ERROR, "Set tcp nodelay error, is %d\n", errno);
+    socklen_t len = sizeof on;
+    if (getsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, &len) != 0)
+        TLOG(LEVEL_ERROR, "get tcp nodelay error, is %d\n", errno);
 }

@@ -98,8 +98,44 @@ enum IPC_COMMAND : int {
     CMD_SETTING_RESOLUTION = 4,
 };
 
+// Scanner record in front of the data of a MessageType_Scan frame.
+inline constexpr uint32_t USB_SCAN_FLAG = 0xACACACAC;
+enum UsbScanFunIndex_t : uint32_t {
+    eFun_SetDataCodeType = 0,
+    eFun_GetScanData = 1,
+    eFun_Other = 2,
+};
+struct UsbScanFunType_t {
+    uint32_t UsbScanFlag;  // USB_SCAN_FLAG
+    uint32_t Fun_Index;    // UsbScanFunIndex_t
+};
+static_assert(sizeof(UsbScanFunType_t) == 8);
+static_assert(offsetof(UsbScanFunType_t, UsbScanFlag) == 0);
+static_assert(offsetof(UsbScanFunType_t, Fun_Index) == 4);
+
 inline constexpr int IPC_PORT = 27015;
 inline constexpr std::size_t IPC_TEXT_LEN = 16;  // peer address and version texts
+
+// Starts the tick thread, which connects to the agent, keeps the link alive
+// and reconnects. -1 ("create ipc thread failed") when the thread cannot be
+// created, else 0.
+int initIpcClient();
+
+// The link's handlers. Ready: registers fd with the main loop and as screen
+// 2's receiver and asks for the window size and version. Disconnected:
+// unregisters and closes the link (run from the receive handler and from the
+// tick thread, possibly both for one link). Receive (main loop, para = fd):
+// reads and handles the agent's frames.
+void handleIPCReady(int fd);
+void handleIPCDisconnected(int fd);
+int ipcMsgHandle(void* para);
+
+// Scanner data for the agent (type-3 frames), sent on the current link under
+// the send mutex whether connected or not. Data: len + 24 on success. Code
+// type: 0. Both: -1 when the frame cannot be built, -2 when it did not go out
+// whole (also with no link).
+int sendIpcScanGunData(const uint8_t* data, unsigned len);
+int setIpcScanGunDataCodeType(int type);
 
 // The recursive socket lock (ipc_close_socket_lock): held by the main loop
 // while it builds its descriptor set and runs the ready handlers, and by this

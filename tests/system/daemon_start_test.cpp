@@ -42,7 +42,7 @@ TEST(DaemonStart, PrintsTheBannerOnStandardOutputAndKeepsLooping)
 {
     testsupport::ScratchRoot root;
     testsupport::write_port_conf(root.at("/run"));
-    testharness::DaemonProcess daemon(root.at("/run"), {"-p", "0"});
+    testharness::DaemonProcess daemon(root.at("/run"), {"-p", "0", "-i", "0"});
     ASSERT_TRUE(daemon.started());
     expect_banner(daemon);
 
