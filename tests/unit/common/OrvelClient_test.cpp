@@ -1,18 +1,31 @@
-// Remote-screen frames built from events, and the never-connected link.
+// Remote-screen frames built from events, the receive parser, and the link
+// to a fake agent in a private network namespace.
 #include "common/OrvelClient.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <vector>
 
 #include "common/OrvelClient_internal.h"
+#include "common/inputdevice_manager.h"
 #include "common/screen_manager.h"
 #include "common/screen_manager_internal.h"
+#include "common/send_event.h"
 #include "support/log_capture.h"
+#include "support/remote_link.h"
 #include "support/screen_clients.h"
 
 namespace {
+
+using testsupport::agent_frame;
+using testsupport::agent_text_frame;
+using testsupport::eventually;
+using testsupport::FakePeer;
+using Bytes = std::vector<uint8_t>;
+using namespace std::chrono_literals;
 
 // Header words, then the payload as 32-bit words (key records: wVk/wScan in
 // the first word).
@@ -86,6 +99,8 @@ TEST(IpcLink, NeverConnectedAnswers)
     EXPECT_EQ(build_ipc_frame(small, sizeof small, &move), -1);
     EXPECT_EQ(setIpcIpAddr(nullptr), -1);
     EXPECT_TRUE(log.has("Set ipc ip error, ip null\n"));
+    EXPECT_EQ(sendIpcScanGunData(reinterpret_cast<const uint8_t*>("12"), 2), -2);
+    EXPECT_TRUE(log.has("Send data failure...\r\n"));
     EXPECT_EQ(setIpcIpAddr("192.168.100.200.extra"), 0);
     char addr[16];
     getIpcIpAddr(addr, sizeof addr);
@@ -118,7 +133,149 @@ TEST(IpcLink, CommandsOnAConnectedLink)
     EXPECT_EQ(getIPCWinSize(getIpcHanle()), 0);
     EXPECT_EQ(getIPCVersion(getIpcHanle()), 0);
     EXPECT_EQ(words(clients.bytes(2)), (std::vector<uint32_t>{F, 4, 0, 10, F, 4, 0, 17}));
+    EXPECT_EQ(sendIpcScanGunData(reinterpret_cast<const uint8_t*>("0123"), 4), 28);
+    EXPECT_EQ(setIpcScanGunDataCodeType(7), 0);
+    const uint32_t scan = USB_SCAN_FLAG;
+    EXPECT_EQ(words(clients.bytes(2)), (std::vector<uint32_t>{F, 16, 0, 3, scan, 1, 0x33323130, F, 16, 0, 3, scan, 0, 7}));
     ipc_client_reset();
+}
+
+Bytes cat(std::initializer_list<Bytes> parts)
+{
+    Bytes out;
+    for (const Bytes& p : parts)
+        out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+Bytes cut(const Bytes& b, std::size_t from, std::size_t to = SIZE_MAX)
+{
+    return Bytes(b.begin() + static_cast<long>(from), b.begin() + static_cast<long>(std::min(to, b.size())));
+}
+
+// Each read goes through the receive handler on one end of a socket pair.
+TEST(IpcReceive, FramesAreResynchronisedSplicedAndBounded)
+{
+    const Bytes version = agent_text_frame(MessageType_Version, "agent-2.0.1-build-77");  // 36 bytes
+    const Bytes text52 = agent_text_frame(MessageType_Version, std::string(36, 'v'));
+    const Bytes long64 = agent_frame(MessageType_OrvelExtentScreen, std::vector<uint32_t>(12, 1));
+    const auto ext = [](uint32_t v) { return agent_frame(MessageType_OrvelExtentScreen, {v}); };
+    const auto size = [](std::vector<uint32_t> w) { return agent_frame(MessageType_WindowsSize, w); };
+    struct Case {
+        std::vector<Bytes> reads;
+        int ext = 0;
+        std::string version = "";
+        std::pair<int, int> win{0, 0};  // the IPC output after
+        std::size_t held = 0;           // bytes kept for the next read
+        int last = 0;                   // result of the last read (the others 0)
+        const char* line = "";
+        int ipc_mode = 0;
+        int tick = 1;  // the tick flag after
+    } cases[] = {
+        {{cat({{0xAB, 0xCD, 1}, ext(5)})}, 5},  // bytes before the marker
+        {{cut(version, 0, 10), cut(version, 10)}, 0, "agent-2.0.1-bui", {}, 0, 0, "*****msg splice happened*****\n"},
+        {{cat({agent_frame(MessageType_Tick), ext(7)})}, 7, "", {}, 0, 0, "", 0, 0},  // two frames
+        {{cut(ext(9), 0, 12)}, 0, "", {}, 12, 0, "*****half_msg_len = 12 is not enough, msg_len is 20*****\n"},
+        {{cut(text52, 0, 40), cut(cat({ext(3), ext(4)}), 0, 40)}, 0, "", {}, 0, -1,
+         "half_msg_buffer is too large, half_msg_len is  40\n"},
+        {{cut(long64, 0, 56), cat({cut(long64, 56), ext(3)})}, 3, "", {}, 0, 0, "ipc msg too long, msg_len is 64, dropped\n"},
+        {{cat({{0xCD, 0xAB, 0xCD, 0xAB, 0xF0, 0xFF, 0xFF, 0xFF}, ext(6)})}, 6},  // a length beyond any frame
+        {{cat({cut(agent_frame(0), 0, 4), Bytes(8, 0), ext(2)})}, 2},           // msgLen 0: no type
+        {{size({1, 1280, 720})}, 0, "", {1280, 720}},
+        {{size({0, 1920, 1080, 1, 800, 600})}, 0, "", {800, 600}},
+        {{size({0, 1, 1, 2, 2, 2, 1, 640, 480})}},  // a third record is never looked at
+        {{size({1, 1280, 720})}, 0, "", {}, 0, 0, "", MODE_IPC_WINDOW},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        testsupport::LogCapture log(0);
+        ipc_client_reset();
+        screen_model_reset();
+        gs_ipc_mode.store(c.ipc_mode);
+        gs_ipcTick.store(1);
+        int sv[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
+        for (std::size_t i = 0; i < c.reads.size(); ++i) {
+            ASSERT_EQ(write(sv[1], c.reads[i].data(), c.reads[i].size()), static_cast<ssize_t>(c.reads[i].size()));
+            EXPECT_EQ(ipcMsgHandle(reinterpret_cast<void*>(intptr_t{sv[0]})), i + 1 == c.reads.size() ? c.last : 0);
+        }
+        EXPECT_EQ(getIpcExtScrExist(), c.ext);
+        EXPECT_EQ(ipcVersion(), c.version);
+        EXPECT_EQ(gs_ipcTick.load(), c.tick);
+        EXPECT_EQ(std::make_pair(output_devices[IPC_SCREEN].width, output_devices[IPC_SCREEN].height), c.win);
+        EXPECT_EQ(ipc_rx.splice_len, c.held);
+        EXPECT_TRUE(*c.line == 0 || log.has(c.line)) << c.line;
+        close(sv[0]);
+        close(sv[1]);
+    }
+    screen_model_reset();
+    ipc_client_reset();
+}
+
+using RemoteLink = testsupport::RemoteLinkTest;
+
+// Events routed with send_event as the event pipeline does for screen 2.
+TEST_F(RemoteLink, ConnectsAsksTicksTakesTheAnswersAndCarriesScreenTwosEvents)
+{
+    FakePeer agent("173.0.0.2", IPC_PORT);
+    ASSERT_EQ(initIpcClient(), 0);
+    ASSERT_TRUE(agent.accept());
+    EXPECT_EQ(agent.peer_address(), LINK_LOCAL_ADDR);
+    for (const std::vector<uint32_t>& want : {std::vector<uint32_t>{F, 4, 0, 10}, {F, 4, 0, 17}, {F, 4, 0, 0}})
+        EXPECT_EQ(agent.frame(3s, true), want);
+    agent.send(cat({agent_frame(MessageType_OrvelExtentScreen, {1}), agent_frame(MessageType_WindowsSize, {1, 1280, 720})}));
+    EXPECT_TRUE(log_->wait_for("==IPC win size:n:1 width 1280, height:720\n"));
+    EXPECT_TRUE(eventually([] { return getIpcExtScrExist() == 1; }));
+    EXPECT_EQ(ipcIsExist(), 1);
+    EXPECT_EQ(gs_clients[IPC_SCREEN].load(), getIpcHanle());
+
+    tactord::input_event events[] = {{0, 0, 3, 53, 640}, {0, 0, 1, 330, 1}, {0, 0, 1, 30, 0}};
+    for (tactord::input_event& ev : events)
+        EXPECT_GT(send_event(IPC_SCREEN, &ev), 0);
+    for (const std::vector<uint32_t>& want : {std::vector<uint32_t>{F, 28, 0, 16, 32767, 0, 0, 0x8001, 0, 0},
+                                              {F, 28, 0, 16, 0, 0, 0, 0x0002, 0, 0}, {F, 20, 0, 2, 30u << 16, 0x0A, 0, 0}})
+        EXPECT_EQ(agent.frame(), want);
+    gs_ipcType = 1;  // -t 1: raw records
+    EXPECT_EQ(send_event(IPC_SCREEN, &events[2]), 16);
+    Bytes raw;
+    while ((raw = agent.bytes(16)) == agent_frame(MessageType_Tick)) {
+    }
+    EXPECT_EQ(raw, Bytes(reinterpret_cast<uint8_t*>(&events[2]), reinterpret_cast<uint8_t*>(&events[2] + 1)));
+}
+
+// Link time divided: a tick every 50 ms, a check every 200 ms, a refused
+// cycle in 60 ms (6 ms while divided by 1000).
+TEST_F(RemoteLink, ConnectsAreRetriedAndALinkThatEndsIsDroppedAndFollowsTheAddress)
+{
+    link_time_divisor.store(1000);
+    ASSERT_EQ(initIpcClient(), 0);
+    const std::string refused = "errno:" + std::string(strerror(ECONNREFUSED)) + " \n";
+    ASSERT_TRUE(log_->wait_for(refused, 20));
+    std::this_thread::sleep_for(100ms);  // fifteen cycles and more, still twenty lines
+    EXPECT_EQ(log_->count(refused), 20);
+
+    link_time_divisor.store(100);
+    FakePeer agent("173.0.0.2", IPC_PORT), moved("173.0.0.5", IPC_PORT);
+    // The agent closes: the main loop drops the link at once (the tick
+    // thread then finds it closed); the next connect follows the pause.
+    ASSERT_TRUE(agent.accept());
+    ASSERT_TRUE(eventually([] { return ipcIsExist() == 1; }));
+    agent.hang_up();
+    EXPECT_TRUE(eventually([] { return ipcIsExist() == 0 && gs_clients[IPC_SCREEN].load() == 0; }));
+    EXPECT_TRUE(log_->wait_for("send tick failed errno =9\n"));
+    // A silent agent: the two requests, four ticks, then the close.
+    ASSERT_TRUE(agent.accept());
+    EXPECT_EQ(agent.bytes_until_closed(2s), 6 * 16);
+    // An agent that answers keeps the link, until a new address is set.
+    ASSERT_TRUE(agent.accept());
+    agent.answer_ticks = true;
+    EXPECT_EQ(agent.frame().size() + agent.frame().size(), 8u);
+    EXPECT_TRUE(agent.frame(300ms).empty());  // only ticks, answered
+    EXPECT_GE(agent.ticks, 5);
+    EXPECT_EQ(ipcIsExist(), 1);
+    EXPECT_EQ(setIpcIpAddr("173.0.0.5"), 0);
+    EXPECT_TRUE(moved.accept());
+    EXPECT_GE(agent.bytes_until_closed(1s), 0);
 }
 
 }  // namespace
