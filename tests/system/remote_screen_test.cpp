@@ -33,6 +33,8 @@ TEST(RemoteScreen, TheAgentsAnswersReachTheControlSocketAndASilentAgentIsDropped
         EXPECT_EQ(agent.frame(3s, true), want);
     ASSERT_TRUE(agent.send(testsupport::agent_text_frame(MessageType_Version, "agent 3.1")));
     ASSERT_TRUE(agent.send(agent_frame(MessageType_OrvelExtentScreen, {1})));
+    ASSERT_TRUE(agent.send(agent_frame(MessageType_WindowsSize, {0, 1920, 1080, 1, 1024, 768})));
+    EXPECT_TRUE(daemon.wait_for("==IPC win size:n:1 width 1024, height:768\n"));
 
     testharness::DisplayClient client(root.path());
     const auto ask = [&](int32_t type) {

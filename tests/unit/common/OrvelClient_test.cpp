@@ -217,14 +217,14 @@ using RemoteLink = testsupport::RemoteLinkTest;
 // Events routed with send_event as the event pipeline does for screen 2.
 TEST_F(RemoteLink, ConnectsAsksTicksTakesTheAnswersAndCarriesScreenTwosEvents)
 {
+    set_ipc_window_size(1280, 720);  // the loop's thread owns the screen model once the link is up
     FakePeer agent("173.0.0.2", IPC_PORT);
     ASSERT_EQ(initIpcClient(), 0);
     ASSERT_TRUE(agent.accept());
     EXPECT_EQ(agent.peer_address(), LINK_LOCAL_ADDR);
     for (const std::vector<uint32_t>& want : {std::vector<uint32_t>{F, 4, 0, 10}, {F, 4, 0, 17}, {F, 4, 0, 0}})
         EXPECT_EQ(agent.frame(3s, true), want);
-    agent.send(cat({agent_frame(MessageType_OrvelExtentScreen, {1}), agent_frame(MessageType_WindowsSize, {1, 1280, 720})}));
-    EXPECT_TRUE(log_->wait_for("==IPC win size:n:1 width 1280, height:720\n"));
+    agent.send(agent_frame(MessageType_OrvelExtentScreen, {1}));
     EXPECT_TRUE(eventually([] { return getIpcExtScrExist() == 1; }));
     EXPECT_EQ(ipcIsExist(), 1);
     EXPECT_EQ(gs_clients[IPC_SCREEN].load(), getIpcHanle());
