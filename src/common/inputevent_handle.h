@@ -46,26 +46,45 @@ int GetFocusScreen();
 // (logged). -1 for a null argument, else 0.
 int coordinate_convert(int seat, int x, int y, const int* param, int* out_x, int* out_y);
 
-// Called for every event read. Picks the device's path through the pipeline
-// from its seat's calibration record.
+// Called for every event read (dev null for events a control client
+// injects). A seat that is calibrating has the raw point captured first; a
+// touchscreen delivering raw values goes through the raw-report assembler;
+// everything else goes to the router.
 void ProcessEvdevEvent(_InputDev* dev, tactord::input_event* ev);
+// The router: picks the screen and the client for ev by its type, applies the
+// lock keys, the sensitivity, the screen crossing, the touch scaling and the
+// touch lock, and hands the result to the touch tracker.
+void ProcessEvdevEvent_ARM(_InputDev* dev, tactord::input_event* ev);
+
+// Per-type handling of the router. 0 = go on, -1 (non-zero) = drop.
+int handle_key_event(_ScrInfo* scr, tactord::input_event* ev);
+int handle_rel_event(_ScrInfo* scr, tactord::input_event* ev);
+int handle_abs_event(_InputDev* dev, tactord::input_event* ev);
+// A virtual-desktop pointer event becomes an EV_ABS event relative to the
+// output it lies on; returns that client (0 or 1).
+int handle_vnc_event(tactord::input_event* ev);
+// A touch of a locked screen goes out with its type raised by 34.
+void TouchScreenLockSendEventToOut(_InputDev* dev, int client, _ScrInfo* scr, tactord::input_event* ev);
 
 // A device goes away: its touch-tracking record becomes free.
 void OnDevDelete(_InputDev* dev);
 
 inline constexpr int DOWN_SEND_INFO_MAX = 5;
 inline constexpr int DOWN_SEND_EVENT_BUF = 20;
+inline constexpr int DOWN_SEND_NONE = -100;  // no slot / tracking id / client
 
 // Touch-tracking record, one per touchscreen.
 struct _DownSendInfo_ {
-    _InputDev* dev = nullptr;     // the touchscreen owning the record
+    // The touchscreen owning the record. Written by the event thread, read by
+    // the hot-plug thread when a device goes away.
+    std::atomic<_InputDev*> dev{nullptr};
     int index = 0;                // client receiving this contact
     int ndownslotid = 0;          // slot of the first contact, -100 = none
     int ndowntrackingid = 0;      // tracking id of the first contact, -100 = none
     uint8_t bDownSend = 0;        // a touch-down has been seen
     uint8_t bUpSend = 0;          // a touch-up has been seen
     uint8_t bsync = 0;            // an EV_SYN since the last key event
-    int x = 0;
+    int x = 0;                    // last position of the first report
     int y = 0;
     int ncurrentslotid = 0;       // -100 = none
     int ncurrenttrackingid = 0;   // -100 = none
@@ -80,3 +99,28 @@ using DownSendInfo = _DownSendInfo_;
 
 extern std::array<DownSendInfo, DOWN_SEND_INFO_MAX> downSendInfoArray;
 extern std::atomic<int> downSendInfoDevCount;
+
+// The touchscreen's record (taken on first use), or null when all five are
+// held by live touchscreens.
+DownSendInfo* GetDownSendInfo(_InputDev* dev);
+void ResetDownSendInfo(DownSendInfo* info);
+// Delivers ev to client t after the close filter; a touchscreen's contact is
+// held until its first report is complete and then kept on the client where
+// it went down, reduced to slots 0 and 1 (one slot for the IPC screen).
+// Returns 0.
+int sync_down_up_to_one_index_send(_InputDev* dev, int t, tactord::input_event* ev);
+int ScreenMutexSend(DownSendInfo* info, int client, tactord::input_event* ev);
+// 1 when the touchscreen is switched off and ev is swallowed (a double tap
+// sends the wake-up key 199 to the main client).
+int IsTouchScreenCloseFilter(_InputDev* dev, tactord::input_event* ev);
+// Mouse motion and touches entering or leaving the IPC window: 1 when ev was
+// converted for the IPC screen, 0 when not concerned, -1 when the cursor move
+// was refused.
+int ipc_window_filter(_ScrInfo* scr, tactord::input_event* ev);
+int handle_ipc_window_touch_event(_InputDev* dev, tactord::input_event* ev);
+
+// Raw reports of a touchscreen that needs software calibration: held until
+// their EV_SYN, converted with the seat's parameters and passed to the router.
+void ts_data_parse_func_mode(_InputDev* dev, tactord::input_event* ev);
+// Seat calibrating: the raw ABS_X/ABS_Y become the current target's point.
+void ts_data_parse_cali_mode(_InputDev* dev, tactord::input_event* ev);

@@ -5,7 +5,13 @@
 
 namespace testharness {
 
-DevModCfgEmulator::DevModCfgEmulator() : testbed_(umockdev_testbed_new()), handler_(umockdev_ioctl_base_new())
+DevModCfgEmulator::DevModCfgEmulator() : DevModCfgEmulator(umockdev_testbed_new())
+{
+    own_testbed_ = true;
+}
+
+DevModCfgEmulator::DevModCfgEmulator(UMockdevTestbed* testbed)
+    : testbed_(testbed), own_testbed_(false), handler_(umockdev_ioctl_base_new())
 {
     for (int s = 0; s < TS_SCREEN_COUNT; ++s)
         state_[s] = {s, 0, 0, 1, 0, 0};
@@ -27,7 +33,8 @@ DevModCfgEmulator::~DevModCfgEmulator()
 {
     umockdev_testbed_detach_ioctl(testbed_, DEV_MOD_CFG_PATH, nullptr);
     g_object_unref(handler_);
-    g_object_unref(testbed_);
+    if (own_testbed_)
+        g_object_unref(testbed_);
 }
 
 dev_mod_cfg_t DevModCfgEmulator::state(int screen) const

@@ -25,6 +25,8 @@ public:
     // Creates the testbed with the device node in place; each screen starts
     // unlocked, finger up, volume 0.
     DevModCfgEmulator();
+    // The same in an existing testbed (one with emulated evdev nodes).
+    explicit DevModCfgEmulator(UMockdevTestbed* testbed);
     ~DevModCfgEmulator();
     DevModCfgEmulator(const DevModCfgEmulator&) = delete;
     DevModCfgEmulator& operator=(const DevModCfgEmulator&) = delete;
@@ -49,6 +51,7 @@ private:
     gboolean handle_ioctl(UMockdevIoctlClient* client);
 
     UMockdevTestbed* testbed_;
+    bool own_testbed_;
     UMockdevIoctlBase* handler_;
     mutable std::mutex mutex_;  // guards state_, failing_ and requests_
     std::array<dev_mod_cfg_t, TS_SCREEN_COUNT> state_{};

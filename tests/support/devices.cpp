@@ -53,6 +53,8 @@ TEST_DEVICE(multi_touch_screen, "Test Multi Touch", "usb-musb-hdrc.0-1/input0", 
 TEST_DEVICE(full_keyboard, "Test Keyboard", "usb-musb-hdrc.1-1.1/input0", {EV_SYN, EV_KEY, EV_LED, EV_REP}, {},
             keys(1, 127), {}, {})
 TEST_DEVICE(partial_keyboard, "Test Keypad", "usb-musb-hdrc.1-1.1/input0", {EV_SYN, EV_KEY}, {}, keys(2, 60), {}, {})
+TEST_DEVICE(mouse, "Test Wheel Mouse", kSeatTwoPort, {EV_SYN, EV_KEY, EV_REL}, {}, {BTN_LEFT, BTN_RIGHT, BTN_MIDDLE},
+            {REL_X, REL_Y, REL_WHEEL}, {})
 TEST_DEVICE(mouse_with_abs, "Test Mouse", kSeatTwoPort, {EV_SYN, EV_KEY, EV_REL, EV_ABS}, {ABS_X, ABS_Y},
             {BTN_LEFT, BTN_MIDDLE, BTN_TOUCH}, {REL_X, REL_Y, REL_WHEEL}, {{ABS_X, 0, 32767}, {ABS_Y, 0, 32767}})
 TEST_DEVICE(abs_mouse, "Test Abs Pointer", kSeatTwoPort, kKeyAbs, {ABS_X, ABS_Y}, {BTN_LEFT, BTN_RIGHT, BTN_TOUCH},

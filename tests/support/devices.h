@@ -38,6 +38,7 @@ const TestDevice& single_touch_screen();  // ABS_X/Y + BTN_TOUCH: needs calibrat
 const TestDevice& multi_touch_screen();   // + ABS_MT_POSITION_X/Y
 const TestDevice& full_keyboard();        // keys 1..127 and LEDs
 const TestDevice& partial_keyboard();     // first key row incomplete (no KEY_ESC)
+const TestDevice& mouse();                // REL_X/Y and the wheel, three buttons
 const TestDevice& mouse_with_abs();       // REL_X/Y + BTN_LEFT, also ABS_X/Y + BTN_TOUCH
 const TestDevice& abs_mouse();            // ABS_X/Y with BTN_LEFT and BTN_RIGHT, no REL
 const TestDevice& tablet();               // pen and stylus

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <ostream>
 #include <vector>
 
 #include "common/tactord_types.h"
@@ -41,5 +42,9 @@ struct Ev {
     bool operator==(const Ev&) const = default;
 };
 std::vector<Ev> brief(const std::vector<tactord::input_event>& events);
+inline void PrintTo(const Ev& e, std::ostream* os)
+{
+    *os << '{' << e.type << ',' << e.code << ',' << e.value << '}';
+}
 
 }  // namespace testsupport

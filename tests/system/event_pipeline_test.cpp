@@ -1,0 +1,347 @@
+// Device to display client, end to end: the real daemon with emulated mice,
+// keyboards and touchscreens, a 1280 x 800 framebuffer, the touch-lock
+// controller, and display clients registered for the main and the sub screen.
+#include <gtest/gtest.h>
+#include <linux/input.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/inputevent_handle.h"
+#include "common/ts_cali.h"
+#include "harness/daemon_process.h"
+#include "harness/dev_mod_cfg_emul.h"
+#include "harness/display_client.h"
+#include "harness/evdev_testbed.h"
+#include "harness/fb_emul.h"
+#include "support/devices.h"
+#include "support/scratch_root.h"
+#include "support/screen_clients.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testharness::DisplayClient;
+using testharness::ev;
+using testharness::make_msg;
+using testsupport::Ev;
+using Evs = std::vector<Ev>;
+using Events = std::vector<tactord::input_event>;
+namespace dev = testsupport::devices;
+
+SystemMsg msg(int32_t type, int32_t scr, int32_t value = 0)
+{
+    SystemMsg m = make_msg(type, scr);
+    m.data.nValue = value;
+    return m;
+}
+
+SystemMsg extended_mode()
+{
+    SystemMsg m = make_msg(TYPE_MODE_SET, 0);
+    m.data.mode_info = {MODE_EXTERN, {0, 0, 0, 1, 2, 0, 0, 0, 0}, {}};  // main left of sub
+    return m;
+}
+
+// What the two clients get when the extended mode is set.
+const Evs kExtendedMain = {{27, 1, 0}, {27, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0}};
+const Evs kExtendedSub = {{27, 1, 0}};
+const Evs kLockStates = {{28, 0, 0}, {28, 1, 0}, {28, 2, 0}};
+
+// One step: an optional control message, events played into a node, and what
+// each client receives next (cursor show/hide records aside: their timing is
+// the cursor timer's).
+struct Step {
+    std::optional<SystemMsg> message;
+    int node;
+    Events play;
+    Evs main;
+    Evs sub;
+};
+
+Evs concat(std::initializer_list<Evs> parts)
+{
+    Evs out;
+    for (const Evs& p : parts)
+        out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+class EventPipeline : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        daemon_ = std::make_unique<testharness::DaemonProcess>(root_.at("/work"));
+        ASSERT_TRUE(daemon_->wait_for("nice is "));
+        for (auto* c : {&ctl_, &main_, &sub_})
+            *c = std::make_unique<DisplayClient>(root_.path());
+        ASSERT_TRUE(main_->register_for(MAIN_SCREEN) && sub_->register_for(SUB_SCREEN));
+        control(make_msg(TYPE_MODE_GET));
+    }
+    void TearDown() override
+    {
+        EXPECT_EQ(unexpected(*main_), Evs{});
+        EXPECT_EQ(unexpected(*sub_), Evs{});
+        if (HasFailure())
+            std::fprintf(stderr, "%s", daemon_->output().c_str());
+    }
+    void plug(int node, const testsupport::TestDevice& d, const std::string& line)
+    {
+        const std::size_t since = daemon_->mark();
+        ASSERT_TRUE(bed_.add(node, d));
+        ASSERT_TRUE(daemon_->wait_for(line, since)) << line;
+    }
+    // Sends a control message and waits for a reply that comes after it.
+    std::optional<SystemMsg> control(const SystemMsg& m)
+    {
+        std::optional<SystemMsg> reply;
+        if (!ctl_->send(m))
+            return reply;
+        if (m.type != TYPE_MODE_GET && m.type != TYPE_CALI_TS && m.type != TYPE_GET_TS_CALI_PARA)
+            ctl_->send(make_msg(TYPE_MODE_GET));
+        reply = ctl_->read_reply();
+        return reply;
+    }
+    // The emulated node is a byte stream: plays of at most ten records.
+    void play(int node, const Events& events)
+    {
+        for (std::size_t i = 0; i < events.size(); i += 10)
+            ASSERT_TRUE(bed_.play(node, Events(events.begin() + i, events.begin() + std::min(i + 10, events.size()))));
+    }
+    static Evs receive(DisplayClient& c, std::size_t n)
+    {
+        Evs out;
+        while (out.size() < n) {
+            const auto e = c.read_event();
+            if (!e)
+                break;
+            if (e->type != EV_PRIV_CURSOR_SHOW)
+                out.push_back({e->type, e->code, e->value});
+        }
+        return out;
+    }
+    static Evs unexpected(DisplayClient& c)
+    {
+        Evs out;
+        while (const auto e = c.read_event(300ms)) {
+            if (e->type != EV_PRIV_CURSOR_SHOW)
+                out.push_back({e->type, e->code, e->value});
+        }
+        return out;
+    }
+    void run(const std::vector<Step>& steps)
+    {
+        for (std::size_t i = 0; i < steps.size(); ++i) {
+            SCOPED_TRACE("step " + std::to_string(i));
+            const Step& s = steps[i];
+            if (s.message) {
+                ASSERT_TRUE(control(*s.message).has_value());
+            }
+            if (!s.play.empty())
+                play(s.node, s.play);
+            EXPECT_EQ(receive(*main_, s.main.size()), s.main);
+            EXPECT_EQ(receive(*sub_, s.sub.size()), s.sub);
+        }
+    }
+
+    testsupport::ScratchRoot root_;
+    const std::string conf_ = testsupport::write_port_conf(root_.at("/work"));
+    testharness::EvdevTestbed bed_;
+    testharness::FramebufferEmulator fb_{bed_.testbed(), 1280, 800};
+    testharness::DevModCfgEmulator lock_{bed_.testbed()};
+    std::unique_ptr<testharness::DaemonProcess> daemon_;
+    std::unique_ptr<DisplayClient> ctl_, main_, sub_;
+};
+
+constexpr int MOUSE = 1;
+constexpr int PANEL = 2;
+const Events kSyn = {ev(EV_SYN, SYN_REPORT, 0)};
+
+TEST_F(EventPipeline, MouseMotionFollowsTheSensitivityAndIsClampedInCloneMode)
+{
+    plug(MOUSE, dev::mouse(), "usb input,seat:2\n");
+    run({
+        {{}, MOUSE, {ev(EV_REL, REL_X, 10), ev(EV_SYN, SYN_REPORT, 0)}, {{3, 0, 110}, {0, 0, 0}}, {}},
+        // 10 x 0.4 is 4; -1 x 0.4 truncates to 0.
+        {msg(TYPE_SET_MOUSE_SENSITIVITY, 0, 1), MOUSE, {ev(EV_REL, REL_X, 10), ev(EV_REL, REL_Y, -1)},
+         {{3, 0, 114}, {3, 1, 100}}, {}},
+        {msg(TYPE_SET_MOUSE_SENSITIVITY, 0, 10), MOUSE, {ev(EV_REL, REL_X, 10), ev(EV_REL, REL_Y, -1)},
+         {{3, 0, 144}, {3, 1, 97}}, {}},
+        {{}, MOUSE, {ev(EV_REL, REL_X, 5000), ev(EV_REL, REL_Y, -5000)}, {{3, 0, 1279}, {3, 1, 0}}, {}},
+    });
+}
+
+TEST_F(EventPipeline, ExtendedModeCrossesScreensTheWheelGoesToTheFocusAndAClickMovesIt)
+{
+    plug(MOUSE, dev::mouse(), "usb input,seat:2\n");
+    SystemMsg vnc = make_msg(TYPE_VNC_INPUT);
+    vnc.data.evt = {0, 0, 32, ABS_X, 1500};  // a virtual-desktop point on the sub screen
+    run({
+        {extended_mode(), -1, {}, kExtendedMain, kExtendedSub},
+        // Right past the main screen's 1280 columns: x 2100 is 820 on the sub screen.
+        {{}, MOUSE, {ev(EV_REL, REL_X, 2000)}, {{27, 1, 0}}, {{27, 0, 0}, {3, 0, 820}}},
+        {{}, MOUSE, {ev(EV_REL, REL_WHEEL, 1)}, {{2, 8, 1}}, {}},
+        {{}, MOUSE, {ev(EV_KEY, BTN_LEFT, 1)}, {{26, 1, 0}}, concat({{{26, 0, 0}}, kLockStates, {{1, 272, 1}}})},
+        {{}, MOUSE, {ev(EV_REL, REL_X, -1000)}, {{27, 0, 0}, {3, 0, 1100}}, {{27, 1, 0}}},
+        {vnc, -1, {}, {{27, 1, 0}}, {{27, 0, 0}, {3, 0, 220}}},
+    });
+}
+
+TEST_F(EventPipeline, KeysGoToTheFocusAndCapsLockTogglesOncePerPressOnEveryKeyboard)
+{
+    plug(1, dev::full_keyboard(), "usb input,seat:1\n");
+    plug(2, dev::full_keyboard().on("usb-musb-hdrc.1-1.1.4/input0"), "Add usb seat [1] extern device:");
+    run({
+        {{}, 1, {ev(EV_KEY, KEY_A, 1), ev(EV_KEY, KEY_A, 0)}, {{1, KEY_A, 1}, {1, KEY_A, 0}}, {}},
+        {{}, 1, {ev(EV_KEY, KEY_CAPSLOCK, 1), ev(EV_KEY, KEY_CAPSLOCK, 2), ev(EV_KEY, KEY_CAPSLOCK, 2),
+                 ev(EV_KEY, KEY_CAPSLOCK, 0)},
+         {{28, 0, 1}, {1, KEY_CAPSLOCK, 0}}, {}},
+        {{}, 2, {ev(EV_KEY, KEY_CAPSLOCK, 1)}, {{28, 0, 0}}, {}},
+    });
+    for (int node : {1, 2}) {
+        Evs leds;  // the registration's LED_CAPSL 0, then the two toggles
+        for (int tries = 0; leds.size() < 3 && tries < 3; ++tries) {
+            const Evs got = testsupport::brief(bed_.written(node, 1s));
+            leds.insert(leds.end(), got.begin(), got.end());
+        }
+        EXPECT_EQ(leds, (Evs{{EV_LED, LED_CAPSL, 0}, {EV_LED, LED_CAPSL, 1}, {EV_LED, LED_CAPSL, 0}})) << node;
+    }
+}
+
+// 2048 of the panel's 0..4095 is x 639 and y 399 on the 1280 x 800 output.
+TEST_F(EventPipeline, MultiTouchContactsAreScaledHeldUntilTheirReportAndCutToTwoSlots)
+{
+    plug(PANEL, dev::multi_touch_screen(), "add screen id:0, seat 5 to touchscreen...\n");
+    Events long_report = {ev(EV_ABS, ABS_MT_TRACKING_ID, 2)};
+    long_report.insert(long_report.end(), 21, ev(EV_ABS, ABS_X, 0));
+    long_report.push_back(ev(EV_KEY, BTN_TOUCH, 1));
+    long_report.push_back(ev(EV_SYN, SYN_REPORT, 0));
+    const Events release = {ev(EV_KEY, BTN_TOUCH, 0), ev(EV_SYN, SYN_REPORT, 0)};
+    const Evs released = {{1, 272, 0}, {0, 0, 0}};
+    run({
+        {{}, PANEL, {ev(EV_ABS, ABS_MT_TRACKING_ID, 1), ev(EV_ABS, ABS_MT_POSITION_X, 2048),
+                     ev(EV_ABS, ABS_MT_POSITION_Y, 2048), ev(EV_KEY, BTN_TOUCH, 1), ev(EV_ABS, ABS_X, 2048),
+                     ev(EV_ABS, ABS_Y, 2048), ev(EV_SYN, SYN_REPORT, 0)},
+         {{3, 57, 1}, {3, 53, 639}, {3, 54, 399}, {1, 272, 1}, {3, 0, 639}, {3, 1, 399}, {0, 0, 0}}, {}},
+        {{}, PANEL, {ev(EV_ABS, ABS_MT_SLOT, 2), ev(EV_ABS, ABS_MT_POSITION_X, 100), ev(EV_ABS, ABS_MT_SLOT, 0),
+                     ev(EV_ABS, ABS_MT_POSITION_X, 4095), ev(EV_SYN, SYN_REPORT, 0)},
+         {{3, 47, 0}, {3, 53, 1279}, {0, 0, 0}}, {}},
+        {{}, PANEL, release, released, {}},
+        // Twenty events of a first report are kept; the rest (the press too) are lost.
+        {{}, PANEL, long_report, concat({{{3, 57, 2}}, Evs(19, {3, 0, 0}), {{0, 0, 0}}}), {}},
+        {{}, PANEL, release, released, {}},
+    });
+    // A 10-bit controller: its 0..1023 range is scaled to the output.
+    testsupport::write_file(root_.at("/proc/atmel_product"), "214e");
+    run({{{}, PANEL, {ev(EV_ABS, ABS_X, 512), ev(EV_KEY, BTN_TOUCH, 1), ev(EV_SYN, SYN_REPORT, 0)},
+          {{3, 0, 640}, {1, 272, 1}, {0, 0, 0}}, {}}});
+    EXPECT_TRUE(daemon_->wait_for("open touchscreen PID success! "));
+}
+
+TEST_F(EventPipeline, ALockedScreenGetsItsTouchesRaisedAndASwitchedOffPanelWakesOnADoubleTap)
+{
+    plug(PANEL, dev::multi_touch_screen(), "add screen id:0, seat 5 to touchscreen...\n");
+    lock_.set_state(MAIN_SCREEN, {0, 0, 0, /*status locked*/ 0, 0, 0});
+    run({{{}, PANEL, {ev(EV_KEY, BTN_TOUCH, 1), ev(EV_ABS, ABS_X, 2048), ev(EV_SYN, SYN_REPORT, 0)},
+          {{35, 272, 1}, {37, 0, 639}, {34, 0, 0}}, {}}});
+    lock_.set_state(MAIN_SCREEN, {0, 0, 0, 1, 0, 0});
+    const auto tap = [](int sec, int usec, int value) {
+        return Events{{sec, usec, EV_KEY, BTN_TOUCH, value}, {sec, usec, EV_SYN, SYN_REPORT, 0}};
+    };
+    Events double_tap;
+    for (const auto& t : {tap(100, 0, 1), tap(100, 100000, 0), tap(100, 500000, 1), tap(100, 600000, 0)})
+        double_tap.insert(double_tap.end(), t.begin(), t.end());
+    Events slow = tap(200, 0, 0);
+    const Events second = tap(200, 900000, 0);
+    slow.insert(slow.end(), second.begin(), second.end());
+    run({
+        // The USB panel is switch 1; releases 0.5 s apart send the wake-up key.
+        {msg(TYPE_SWITCH_TOUCH_SCREEN, 1, 0), PANEL, double_tap, {{1, 199, 1}, {1, 199, 0}}, {}},
+        {{}, PANEL, slow, {}, {}},
+        {msg(TYPE_SWITCH_TOUCH_SCREEN, 1, 1), PANEL, tap(300, 0, 1), {{1, 272, 1}, {0, 0, 0}}, {}},
+    });
+}
+
+TEST_F(EventPipeline, AContactStaysOnTheClientWhereItWentDown)
+{
+    plug(MOUSE, dev::mouse(), "usb input,seat:2\n");
+    plug(PANEL, dev::multi_touch_screen(), "add screen id:0, seat 5 to touchscreen...\n");
+    run({
+        {extended_mode(), -1, {}, kExtendedMain, kExtendedSub},
+        {{}, PANEL, {ev(EV_ABS, ABS_X, 2048), ev(EV_KEY, BTN_TOUCH, 1), ev(EV_SYN, SYN_REPORT, 0)},
+         {{3, 0, 639}, {1, 272, 1}, {0, 0, 0}}, {}},
+        // The mouse takes the cursor and the focus to the sub screen (from x 639).
+        {{}, MOUSE, {ev(EV_REL, REL_X, 2000), ev(EV_KEY, BTN_LEFT, 1)}, {{27, 1, 0}, {26, 1, 0}},
+         concat({{{27, 0, 0}, {3, 0, 1359}, {26, 0, 0}}, kLockStates, {{1, 272, 1}}})},
+        {{}, PANEL, {ev(EV_KEY, BTN_TOUCH, 0), ev(EV_SYN, SYN_REPORT, 0)}, {{1, 272, 0}, {0, 0, 0}}, {}},
+    });
+}
+
+TEST_F(EventPipeline, TheSixthTouchscreenIsNotTracked)
+{
+    for (int n = 0; n < 6; ++n)
+        plug(n, dev::multi_touch_screen().on("board-mt" + std::to_string(n) + "/input0"),
+             "/dev/event" + std::to_string(n) + " is touchscreen...\n");
+    ASSERT_TRUE(daemon_->wait_for("non usb input,path:board-mt5/input0"));
+    for (int n = 0; n < 5; ++n)
+        play(n, {ev(EV_ABS, ABS_MT_TRACKING_ID, n)});  // first reports held open
+    ASSERT_TRUE(daemon_->wait_for("FindDownSendInfo  pos = 4\n"));
+    run({{{}, 5, {ev(EV_ABS, ABS_MT_TRACKING_ID, 9), ev(EV_SYN, SYN_REPORT, 0)}, {{3, 57, 9}, {0, 0, 0}}, {}}});
+    EXPECT_TRUE(daemon_->wait_for("nCount >= 5"));
+}
+
+TEST_F(EventPipeline, ABoardPanelIsConvertedWithTheDefaultAndTheSetParametersWithinTwelveBits)
+{
+    plug(PANEL, dev::single_touch_screen().on("board-tsc/input0"), "add screen id:0, seat 0 to touchscreen...\n");
+    SystemMsg doubled = make_msg(TYPE_SET_TS_CALI_PARA);
+    doubled.data.ts_cali_para = {0, 131072, 0, 0, 0, 131072, 65536, 0};
+    run({
+        // The default transform: raw (1000, 1000) is (130, 535); x of raw 100 is -110.
+        {{}, PANEL, {ev(EV_KEY, BTN_TOUCH, 1), ev(EV_ABS, ABS_X, 1000), ev(EV_ABS, ABS_Y, 1000), kSyn[0]},
+         {{1, 272, 1}, {3, 0, 130}, {3, 1, 535}, {0, 0, 0}}, {}},
+        {{}, PANEL, {ev(EV_ABS, ABS_X, 100), ev(EV_ABS, ABS_Y, 100), kSyn[0]}, {{3, 0, 0}, {3, 1, 729}, {0, 0, 0}}, {}},
+        {doubled, PANEL, {ev(EV_ABS, ABS_X, 3000), ev(EV_ABS, ABS_Y, 1000), kSyn[0]},
+         {{3, 0, 4095}, {3, 1, 2000}, {0, 0, 0}}, {}},
+        // A report without coordinates gets the last ones.
+        {{}, PANEL, {ev(EV_KEY, BTN_TOUCH, 0), kSyn[0]}, {{1, 272, 0}, {3, 0, 4095}, {3, 1, 2000}, {0, 0, 0}}, {}},
+    });
+}
+
+TEST_F(EventPipeline, FivePointCalibrationWithRealTouchesInstallsTheTransform)
+{
+    plug(PANEL, dev::single_touch_screen(), "add screen id:0, seat 5 to touchscreen...\n");
+    const cali_point_t targets = {{100, 1820, 1820, 100, 960}, {100, 100, 980, 980, 540}};
+    cali_point_t raw{};
+    ASSERT_TRUE(control(msg(TYPE_ENTER_TS_CALI_MODE, 5)));
+    for (int p = 0; p < CALI_POINT_NUM; ++p) {
+        raw.x[p] = targets.x[p] * 2;
+        raw.y[p] = targets.y[p] * 2;
+        // While calibrating the raw values reach the client scaled to 1920 x 1080.
+        run({{msg(TYPE_GET_TS_CALI_POINT, 5, p + 1), PANEL,
+              {ev(EV_KEY, BTN_TOUCH, 1), ev(EV_ABS, ABS_X, raw.x[p]), ev(EV_ABS, ABS_Y, raw.y[p]), kSyn[0],
+               ev(EV_KEY, BTN_TOUCH, 0), kSyn[0]},
+              {{1, 272, 1}, {3, 0, raw.x[p] * 1919 / 4095}, {3, 1, raw.y[p] * 1079 / 4095}, {0, 0, 0}, {1, 272, 0},
+               {0, 0, 0}},
+              {}}});
+    }
+    SystemMsg cali = make_msg(TYPE_CALI_TS, 5);
+    cali.data.ts_cali_data = {targets, 1920, 1080, -9};
+    const auto result = control(cali);
+    ASSERT_TRUE(result.has_value());
+    EXPECT_EQ(result->data.ts_cali_data.result, 0);
+
+    std::array<int, CALI_PARAM_NUM> want{};
+    ASSERT_EQ(ts_get_calibrate_result(&targets, &raw, want.data()), 0);
+    const auto params = control(make_msg(TYPE_GET_TS_CALI_PARA, 5));
+    ASSERT_TRUE(params.has_value());
+    EXPECT_TRUE(std::equal(want.begin(), want.end(), params->data.ts_cali_para.begin()));
+    int x = 0, y = 0;
+    coordinate_convert(5, 1000, 1000, want.data(), &x, &y);
+    EXPECT_NEAR(x, 500, 2);
+    run({{msg(TYPE_QUIT_TS_CALI_MODE, 5), PANEL, {ev(EV_ABS, ABS_X, 1000), ev(EV_ABS, ABS_Y, 1000), kSyn[0]},
+          {{3, 0, x}, {3, 1, y}, {0, 0, 0}}, {}}});
+}
+
+}  // namespace

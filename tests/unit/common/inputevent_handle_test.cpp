@@ -1,0 +1,154 @@
+// The pipeline where the IPC screen matters (its client stands in as a raw
+// event reader) and the raw-report assembler of a calibrated panel; the rest
+// is pinned by the system tests with the real daemon.
+#include "common/inputevent_handle.h"
+
+#include <gtest/gtest.h>
+#include <linux/input.h>
+
+#include <vector>
+
+#include "common/OrvelClient.h"
+#include "common/OrvelClient_internal.h"
+#include "common/inputdevice_manager.h"
+#include "common/inputevent_handle_internal.h"
+#include "common/screen_manager.h"
+#include "common/ts_cali.h"
+#include "support/log_capture.h"
+#include "support/scratch_root.h"
+#include "support/screen_clients.h"
+
+namespace {
+
+using testsupport::Ev;
+
+struct Device : _InputDev {
+    Device(const char* role, int kind, int at_seat, int cali)
+    {
+        name = const_cast<char*>(role);
+        path = const_cast<char*>("usb-musb-hdrc.0-1/input0");
+        type = kind;
+        seat = at_seat;
+        usb = 1;
+        need_cali = cali;
+        abs = {{{0, 0, 4095, 0, 0, 0}, {0, 0, 4095, 0, 0, 0}}};
+    }
+};
+
+class Pipeline : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        pipeline_reset();
+        output_info_init();  // clone mode, 1920 x 1080, pointer at (100, 100)
+    }
+    // A live link whose client reads raw records, and a window on the main
+    // screen.
+    static void open_ipc_window()
+    {
+        gs_ipcType = 1;
+        gs_ipcClientExist.store(1);
+        IpcWinInfo win{1, MAIN_SCREEN, {100, 900, 50, 650}};
+        ASSERT_EQ(handle_ipcwindow_set(&win), 0);
+    }
+    void TearDown() override
+    {
+        gs_ipcType = 0;
+        gs_ipcClientExist.store(0);
+        pipeline_reset();
+    }
+    static void play(_InputDev& dev, const std::vector<Ev>& evs)
+    {
+        for (const Ev& e : evs) {
+            tactord::input_event ev{0, 0, static_cast<uint16_t>(e.type), static_cast<uint16_t>(e.code), e.value};
+            ProcessEvdevEvent(&dev, &ev);
+        }
+    }
+    std::vector<Ev> got(int screen) { return testsupport::brief(clients_.events(screen)); }
+
+    testsupport::ScratchRoot root_;
+    testsupport::ScreenClients clients_{{0, 1, 2}};
+    Device panel_{"touchscreen_main", INPUT_TYPE_TOUCHSCREEN, 5, 0};
+    Device mouse_{"touchscreen_sub", INPUT_TYPE_MOUSE, 2, 0};
+};
+
+const std::vector<Ev> kCursorToIpc = {{27, 1, 0}};
+// 1024 of 4095 is x 479 and y 269 on the 1920 x 1080 main output.
+const std::vector<Ev> kTouchAt1024 = {{EV_ABS, ABS_X, 1024}, {EV_ABS, ABS_Y, 1024}, {EV_KEY, BTN_TOUCH, 1},
+                                      {EV_SYN, SYN_REPORT, 0}};
+const std::vector<Ev> kRelease = {{EV_KEY, BTN_TOUCH, 0}, {EV_SYN, SYN_REPORT, 0}};
+
+TEST_F(Pipeline, MouseEntersTheIpcWindowWindowRelativeAndLeavesItOntoTheHost)
+{
+    open_ipc_window();
+    play(mouse_, {{EV_REL, REL_X, 200}, {EV_REL, REL_X, 1000}, {EV_REL, REL_X, 5000}});
+    EXPECT_EQ(got(IPC_SCREEN), (std::vector<Ev>{{27, 0, 0}, {EV_REL, REL_X, 200}, {27, 1, 0}}));
+    // Out of the window at x 1300, then clamped to the host output.
+    EXPECT_EQ(got(MAIN_SCREEN), (std::vector<Ev>{{27, 1, 0}, {27, 0, 0}, {EV_ABS, ABS_X, 1300}, {EV_ABS, ABS_X, 1919}}));
+}
+
+TEST_F(Pipeline, ATouchInTheWindowIsTheIpcScreensOnlyOutsideItsCutOuts)
+{
+    open_ipc_window();
+    play(panel_, kTouchAt1024);
+    play(panel_, kRelease);
+    // The cursor and the focus follow the touch into the window; the contact
+    // is converted to window coordinates (the first record is the host x
+    // that took the cursor there).
+    EXPECT_EQ(got(IPC_SCREEN), (std::vector<Ev>{{27, 0, 0}, {26, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0},
+                                                {EV_ABS, ABS_X, 479}, {EV_ABS, ABS_X, 379}, {EV_ABS, ABS_Y, 219},
+                                                {EV_KEY, BTN_TOUCH, 1}, {EV_SYN, 0, 0}, {EV_KEY, BTN_TOUCH, 0},
+                                                {EV_SYN, 0, 0}}));
+    EXPECT_EQ(got(MAIN_SCREEN), (std::vector<Ev>{{27, 1, 0}, {26, 1, 0}}));
+
+    RECT_BOX cut{400, 500, 200, 300};
+    ASSERT_EQ(handle_ipc_win_modify(OP_IPC_WIN_ADD, &cut, MAIN_SCREEN), 0);
+    play(panel_, kTouchAt1024);
+    play(panel_, kRelease);
+    // Back on the host, and the focus with it: the contact is the main
+    // client's, in host coordinates, as a mouse button.
+    EXPECT_EQ(got(IPC_SCREEN), (std::vector<Ev>{{27, 1, 0}, {26, 1, 0}}));
+    EXPECT_EQ(got(MAIN_SCREEN), (std::vector<Ev>{{27, 0, 0}, {26, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0},
+                                                 {EV_ABS, ABS_X, 479}, {EV_ABS, ABS_X, 479}, {EV_ABS, ABS_Y, 269},
+                                                 {EV_KEY, BTN_MOUSE, 1}, {EV_SYN, 0, 0}, {EV_KEY, BTN_MOUSE, 0},
+                                                 {EV_SYN, 0, 0}}));
+}
+
+TEST_F(Pipeline, TheIpcScreenGetsOneSlotAndAFrozenPositionOnceTheCursorLeaves)
+{
+    open_ipc_window();
+    play(panel_, {{EV_ABS, ABS_MT_TRACKING_ID, 7}});  // the contact is slot 0's
+    play(panel_, kTouchAt1024);
+    got(IPC_SCREEN);
+    play(panel_, {{EV_ABS, ABS_MT_SLOT, 1}, {EV_ABS, ABS_MT_POSITION_X, 2000}, {EV_ABS, ABS_MT_SLOT, 0},
+                  {EV_SYN, SYN_REPORT, 0}});
+    play(mouse_, {{EV_REL, REL_X, 1000}});  // the cursor leaves the window
+    play(panel_, {{EV_ABS, ABS_X, 1500}});
+    EXPECT_EQ(got(IPC_SCREEN), (std::vector<Ev>{{EV_ABS, ABS_MT_SLOT, 0}, {EV_SYN, 0, 0}, {27, 1, 0},
+                                                {EV_ABS, ABS_X, 379}}));
+}
+
+TEST_F(Pipeline, RawReportsAreConvertedCompletedAndBounded)
+{
+    auto* ts = new ts_priv_data_s{};
+    ts->ts_id = 5;
+    ts->cali_param = {0, 65536, 0, 0, 0, 65536, 65536};  // identity
+    ASSERT_EQ(ts_set_private_data(5, ts), 0);
+    Device board{"touchscreen_main", INPUT_TYPE_TOUCHSCREEN, 5, 1};
+    testsupport::LogCapture log;
+    play(board, {{EV_KEY, BTN_TOUCH, 1}, {EV_ABS, ABS_X, 300}, {EV_ABS, ABS_Y, 5000}, {EV_SYN, 0, 0}});
+    // A report without ABS_X gets the last raw x put in before its EV_SYN.
+    play(board, {{EV_ABS, ABS_Y, 400}, {EV_SYN, 0, 0}});
+    // Eleven events without an EV_SYN: the first ten are dropped.
+    play(board, std::vector<Ev>(11, {EV_ABS, ABS_PRESSURE, 1}));
+    play(board, {{EV_SYN, 0, 0}});
+    EXPECT_EQ(got(MAIN_SCREEN),
+              (std::vector<Ev>{{EV_KEY, BTN_MOUSE, 1}, {EV_ABS, ABS_X, 300}, {EV_ABS, ABS_Y, 4095}, {EV_SYN, 0, 0},
+                               {EV_ABS, ABS_Y, 400}, {EV_ABS, ABS_X, 300}, {EV_SYN, 0, 0},
+                               {EV_ABS, ABS_PRESSURE, 1}, {EV_ABS, ABS_X, 300}, {EV_ABS, ABS_Y, 400},
+                               {EV_SYN, 0, 0}}));
+    EXPECT_TRUE(log.has("TS raw msg before SYN is too much\n"));
+    ts_free_private_data(5);
+}
+
+}  // namespace
