@@ -6,6 +6,7 @@
 #include <ftw.h>
 #include <stdlib.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -42,6 +43,17 @@ inline bool set_up_scratch_and_log()
     set_log_level(LEVEL_INFO);
     set_log_to_stdout(LOG_PLACE_SYSLOG);
     log_syslog_sink = bounded_sink;
+    return true;
+}
+
+// The same for targets that run the daemon's modules: standard output (where
+// the framebuffer probe prints) goes to /dev/null, as the fuzzer reports on
+// standard error, and a client end that closes does not raise SIGPIPE.
+inline bool set_up_daemon_scratch()
+{
+    if (!set_up_scratch_and_log() || std::freopen("/dev/null", "w", stdout) == nullptr)
+        return false;
+    signal(SIGPIPE, SIG_IGN);
     return true;
 }
 

@@ -34,13 +34,8 @@ _InputDev keyboard;  // a keyboard of screen 0 whose node is a pipe
 
 bool set_up()
 {
-    if (!fuzzsupport::set_up_scratch_and_log())
+    if (!fuzzsupport::set_up_daemon_scratch())
         return false;
-    // The framebuffer probe prints on standard output; the fuzzer reports on
-    // standard error.
-    if (std::freopen("/dev/null", "w", stdout) == nullptr)
-        return false;
-    signal(SIGPIPE, SIG_IGN);
     int sv[2];
     int p[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0 || pipe(p) != 0)

@@ -372,8 +372,11 @@ void ProcessEvdevEvent_ARM(_InputDev* dev, tactord::input_event* ev)
         clear_timer_flag(t);
         break;
     case EV_ABS: {
-        if (dev == nullptr)
-            return;  // absolute events need their touchscreen's range
+        if (dev == nullptr) {
+            // Absolute events need their touchscreen's range and role.
+            TLOG(LEVEL_ERROR, "abs event without a device, dropped\n");
+            return;
+        }
         tactord::input_event raw = *ev;
         fix_abs_range(dev);
         if (handle_abs_event(dev, ev) != 0)

@@ -61,12 +61,21 @@ struct Step {
     Evs sub;
 };
 
-Evs concat(std::initializer_list<Evs> parts)
+template <typename T>
+std::vector<T> concat(std::initializer_list<std::vector<T>> parts)
 {
-    Evs out;
-    for (const Evs& p : parts)
+    std::vector<T> out;
+    for (const auto& p : parts)
         out.insert(out.end(), p.begin(), p.end());
     return out;
+}
+Evs concat(std::initializer_list<Evs> parts)
+{
+    return concat<Ev>(parts);
+}
+Events concat_events(const Events& a, const Events& b)
+{
+    return concat<tactord::input_event>({a, b});
 }
 
 class EventPipeline : public ::testing::Test {
@@ -176,6 +185,7 @@ TEST_F(EventPipeline, MouseMotionFollowsTheSensitivityAndIsClampedInCloneMode)
 TEST_F(EventPipeline, ExtendedModeCrossesScreensTheWheelGoesToTheFocusAndAClickMovesIt)
 {
     plug(MOUSE, dev::mouse(), "usb input,seat:2\n");
+    plug(PANEL, dev::multi_touch_screen(), "add screen id:0, seat 5 to touchscreen...\n");
     SystemMsg vnc = make_msg(TYPE_VNC_INPUT);
     vnc.data.evt = {0, 0, 32, ABS_X, 1500};  // a virtual-desktop point on the sub screen
     run({
@@ -183,8 +193,15 @@ TEST_F(EventPipeline, ExtendedModeCrossesScreensTheWheelGoesToTheFocusAndAClickM
         // Right past the main screen's 1280 columns: x 2100 is 820 on the sub screen.
         {{}, MOUSE, {ev(EV_REL, REL_X, 2000)}, {{27, 1, 0}}, {{27, 0, 0}, {3, 0, 820}}},
         {{}, MOUSE, {ev(EV_REL, REL_WHEEL, 1)}, {{2, 8, 1}}, {}},
-        {{}, MOUSE, {ev(EV_KEY, BTN_LEFT, 1)}, {{26, 1, 0}}, concat({{{26, 0, 0}}, kLockStates, {{1, 272, 1}}})},
-        {{}, MOUSE, {ev(EV_REL, REL_X, -1000)}, {{27, 0, 0}, {3, 0, 1100}}, {{27, 1, 0}}},
+        // A touch on the main screen takes the cursor back and goes down there.
+        {{}, PANEL, {ev(EV_ABS, ABS_X, 2048), ev(EV_KEY, BTN_TOUCH, 1), ev(EV_SYN, SYN_REPORT, 0)},
+         {{27, 0, 0}, {3, 0, 639}, {1, 272, 1}, {0, 0, 0}}, {{27, 1, 0}}},
+        // The mouse takes the cursor and the focus to the sub screen (from x 639) ...
+        {{}, MOUSE, {ev(EV_REL, REL_X, 2000), ev(EV_KEY, BTN_LEFT, 1)}, {{27, 1, 0}, {26, 1, 0}},
+         concat({{{27, 0, 0}, {3, 0, 1359}, {26, 0, 0}}, kLockStates, {{1, 272, 1}}})},
+        // ... but the contact stays on the main client until it ends.
+        {{}, PANEL, {ev(EV_KEY, BTN_TOUCH, 0), ev(EV_SYN, SYN_REPORT, 0)}, {{1, 272, 0}, {0, 0, 0}}, {}},
+        {{}, MOUSE, {ev(EV_REL, REL_X, -1500)}, {{27, 0, 0}, {3, 0, 1139}}, {{27, 1, 0}}},
         {vnc, -1, {}, {{27, 1, 0}}, {{27, 0, 0}, {3, 0, 220}}},
     });
 }
@@ -264,21 +281,6 @@ TEST_F(EventPipeline, ALockedScreenGetsItsTouchesRaisedAndASwitchedOffPanelWakes
     });
 }
 
-TEST_F(EventPipeline, AContactStaysOnTheClientWhereItWentDown)
-{
-    plug(MOUSE, dev::mouse(), "usb input,seat:2\n");
-    plug(PANEL, dev::multi_touch_screen(), "add screen id:0, seat 5 to touchscreen...\n");
-    run({
-        {extended_mode(), -1, {}, kExtendedMain, kExtendedSub},
-        {{}, PANEL, {ev(EV_ABS, ABS_X, 2048), ev(EV_KEY, BTN_TOUCH, 1), ev(EV_SYN, SYN_REPORT, 0)},
-         {{3, 0, 639}, {1, 272, 1}, {0, 0, 0}}, {}},
-        // The mouse takes the cursor and the focus to the sub screen (from x 639).
-        {{}, MOUSE, {ev(EV_REL, REL_X, 2000), ev(EV_KEY, BTN_LEFT, 1)}, {{27, 1, 0}, {26, 1, 0}},
-         concat({{{27, 0, 0}, {3, 0, 1359}, {26, 0, 0}}, kLockStates, {{1, 272, 1}}})},
-        {{}, PANEL, {ev(EV_KEY, BTN_TOUCH, 0), ev(EV_SYN, SYN_REPORT, 0)}, {{1, 272, 0}, {0, 0, 0}}, {}},
-    });
-}
-
 TEST_F(EventPipeline, TheSixthTouchscreenIsNotTracked)
 {
     for (int n = 0; n < 6; ++n)
@@ -306,7 +308,11 @@ TEST_F(EventPipeline, ABoardPanelIsConvertedWithTheDefaultAndTheSetParametersWit
          {{3, 0, 4095}, {3, 1, 2000}, {0, 0, 0}}, {}},
         // A report without coordinates gets the last ones.
         {{}, PANEL, {ev(EV_KEY, BTN_TOUCH, 0), kSyn[0]}, {{1, 272, 0}, {3, 0, 4095}, {3, 1, 2000}, {0, 0, 0}}, {}},
+        // Eleven events before an EV_SYN: the first ten are dropped.
+        {{}, PANEL, concat_events(Events(11, ev(EV_ABS, ABS_PRESSURE, 1)), kSyn),
+         {{3, ABS_PRESSURE, 1}, {3, 0, 4095}, {3, 1, 2000}, {0, 0, 0}}, {}},
     });
+    EXPECT_TRUE(daemon_->wait_for("TS raw msg before SYN is too much\n"));
 }
 
 TEST_F(EventPipeline, FivePointCalibrationWithRealTouchesInstallsTheTransform)

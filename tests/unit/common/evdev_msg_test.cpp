@@ -13,7 +13,6 @@
 #include "common/evdev_msg_internal.h"
 #include "common/inputdevice_manager.h"
 #include "common/inputevent_handle_internal.h"
-#include "common/ts_cali.h"
 #include "support/log_capture.h"
 
 namespace {
@@ -109,29 +108,6 @@ TEST_F(Reading, TornReadIsDroppedWholeAndOnlyRealErrorsAreLogged)
     EXPECT_TRUE(seen.empty());
     ASSERT_EQ(log.lines().size(), 2u);
     EXPECT_NE(log.lines()[1].text.find("Read error: "), std::string::npos);
-}
-
-TEST_F(Reading, PathFollowsTheSeatsCalibrationState)
-{
-    auto pass = [&] {
-        put({native(0, 0, EV_ABS, ABS_X, 1)});
-        EvdevReadInput(&dev_);
-    };
-    dev_.seat = 3;
-    dev_.need_cali = 1;
-    pass();
-    auto* ts = new ts_priv_data_s{};
-    ts->mode = 1;
-    ASSERT_EQ(ts_set_private_data(3, ts), 0);
-    pass();
-    dev_.need_cali = 0;
-    ts->mode = 0;
-    pass();
-    ts_free_private_data(3);
-    ASSERT_EQ(seen.size(), 3u);
-    EXPECT_EQ(seen[0].path, evdev_event_path::raw_touch);
-    EXPECT_EQ(seen[1].path, evdev_event_path::cali_capture);
-    EXPECT_EQ(seen[2].path, evdev_event_path::router);
 }
 
 TEST(Writing, LedEventGoesOutInTheKernelLayout)

@@ -1,6 +1,5 @@
 // The pipeline where the IPC screen matters (its client stands in as a raw
-// event reader) and the raw-report assembler of a calibrated panel; the rest
-// is pinned by the system tests with the real daemon.
+// event reader); the rest is pinned by the system tests with the real daemon.
 #include "common/inputevent_handle.h"
 
 #include <gtest/gtest.h>
@@ -13,8 +12,6 @@
 #include "common/inputdevice_manager.h"
 #include "common/inputevent_handle_internal.h"
 #include "common/screen_manager.h"
-#include "common/ts_cali.h"
-#include "support/log_capture.h"
 #include "support/scratch_root.h"
 #include "support/screen_clients.h"
 
@@ -126,29 +123,6 @@ TEST_F(Pipeline, TheIpcScreenGetsOneSlotAndAFrozenPositionOnceTheCursorLeaves)
     play(panel_, {{EV_ABS, ABS_X, 1500}});
     EXPECT_EQ(got(IPC_SCREEN), (std::vector<Ev>{{EV_ABS, ABS_MT_SLOT, 0}, {EV_SYN, 0, 0}, {27, 1, 0},
                                                 {EV_ABS, ABS_X, 379}}));
-}
-
-TEST_F(Pipeline, RawReportsAreConvertedCompletedAndBounded)
-{
-    auto* ts = new ts_priv_data_s{};
-    ts->ts_id = 5;
-    ts->cali_param = {0, 65536, 0, 0, 0, 65536, 65536};  // identity
-    ASSERT_EQ(ts_set_private_data(5, ts), 0);
-    Device board{"touchscreen_main", INPUT_TYPE_TOUCHSCREEN, 5, 1};
-    testsupport::LogCapture log;
-    play(board, {{EV_KEY, BTN_TOUCH, 1}, {EV_ABS, ABS_X, 300}, {EV_ABS, ABS_Y, 5000}, {EV_SYN, 0, 0}});
-    // A report without ABS_X gets the last raw x put in before its EV_SYN.
-    play(board, {{EV_ABS, ABS_Y, 400}, {EV_SYN, 0, 0}});
-    // Eleven events without an EV_SYN: the first ten are dropped.
-    play(board, std::vector<Ev>(11, {EV_ABS, ABS_PRESSURE, 1}));
-    play(board, {{EV_SYN, 0, 0}});
-    EXPECT_EQ(got(MAIN_SCREEN),
-              (std::vector<Ev>{{EV_KEY, BTN_MOUSE, 1}, {EV_ABS, ABS_X, 300}, {EV_ABS, ABS_Y, 4095}, {EV_SYN, 0, 0},
-                               {EV_ABS, ABS_Y, 400}, {EV_ABS, ABS_X, 300}, {EV_SYN, 0, 0},
-                               {EV_ABS, ABS_PRESSURE, 1}, {EV_ABS, ABS_X, 300}, {EV_ABS, ABS_Y, 400},
-                               {EV_SYN, 0, 0}}));
-    EXPECT_TRUE(log.has("TS raw msg before SYN is too much\n"));
-    ts_free_private_data(5);
 }
 
 }  // namespace
