@@ -230,16 +230,18 @@ public:
         ConsoleReporter::ReportRuns(runs);
         for (const Run& r : runs) {
             const auto it = r.counters.find("items_per_second");
-            if (it != r.counters.end() && r.aggregate_name.empty())
+            if (it != r.counters.end())
                 rate_[r.benchmark_name()] = it->second.value;
         }
     }
     void Finalize() override
     {
         ConsoleReporter::Finalize();
-        const double base = rate_["BM_Baseline"];
+        // With repetitions, the medians.
+        const std::string suffix = rate_.count("BM_Baseline_median") != 0 ? "_median" : "";
+        const double base = rate_["BM_Baseline" + suffix];
         if (base > 0)
-            std::printf("pipeline / baseline throughput: %.3f\n", rate_["BM_Pipeline"] / base);
+            std::printf("pipeline / baseline throughput: %.3f\n", rate_["BM_Pipeline" + suffix] / base);
     }
 
 private:

@@ -102,6 +102,11 @@ void set_log_to_stdout(int place)
     gs_log_place = static_cast<unsigned>(place) >= LOG_PLACE_SYSLOG ? LOG_PLACE_SYSLOG : place;
 }
 
+bool log_level_enabled(int level)
+{
+    return gs_log_level <= level;
+}
+
 int log_write(int level, const char* func, int line, const char* fmt, ...)
 {
     if (gs_log_level > level)

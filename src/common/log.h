@@ -22,6 +22,10 @@ void set_log_to_stdout(int place);
 int log_write(int level, const char* func, int line, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));
 
+// True when a line of this level passes the threshold: a hot path may skip
+// building a line that would be filtered.
+bool log_level_enabled(int level);
+
 // True while the calling thread is inside log_write (a signal handler must
 // not log then: it would take the logger's lock a second time).
 bool log_write_active();

@@ -37,7 +37,8 @@ int send_event_by_fd(int fd, tactord::input_event* ev)
 
 void debug_send_event(int index, const tactord::input_event* ev)
 {
-    if (ev == nullptr)
+    // Called for every event sent: nothing to do unless debug lines show.
+    if (ev == nullptr || !log_level_enabled(LEVEL_DEBUG))
         return;
     switch (ev->type) {
     case 0: TLOG(LEVEL_DEBUG, "[%d] SYN %d : %d\n", index, ev->code, ev->value); break;
