@@ -43,13 +43,14 @@ bool EvdevTestbed::add(int node, const testsupport::TestDevice& dev, NodeOptions
     const std::string input = "/devices/platform/test/input/input" + std::to_string(next_input_++);
     const std::string event = input + "/event" + std::to_string(node);
 
-    std::string text = "P: " + input + "\nE: SUBSYSTEM=input\n";
+    std::string parent = "P: " + input + "\nE: SUBSYSTEM=input\n";
     if (opts.with_name)
-        text += "A: name=" + dev.name + "\\n\n";
+        parent += "A: name=" + dev.name + "\\n\n";
     if (opts.with_phys)
-        text += "A: phys=" + dev.phys + "\\n\n";
-    text += "\nP: " + event + "\nN: " + devnode.substr(5) + "\nE: SUBSYSTEM=input\nE: DEVNAME=" + devnode +
-            "\nA: dev=13:" + std::to_string(64 + node) + "\n";
+        parent += "A: phys=" + dev.phys + "\\n\n";
+    const std::string node_text = "P: " + event + "\nN: " + devnode.substr(5) +
+                                  "\nE: SUBSYSTEM=input\nE: DEVNAME=" + devnode + "\nA: dev=13:" +
+                                  std::to_string(64 + node) + "\n";
     // The ioctl handler is in place before the node appears, so a reader
     // that opens the node at once is already served by it.
     {
@@ -59,15 +60,23 @@ bool EvdevTestbed::add(int node, const testsupport::TestDevice& dev, NodeOptions
     }
     umockdev_testbed_attach_ioctl(testbed_, devnode.c_str(), handler_, nullptr);
     GError* error = nullptr;
-    if (!umockdev_testbed_add_from_string(testbed_, text.c_str(), &error)) {
+    if (!umockdev_testbed_add_from_string(testbed_, parent.c_str(), &error)) {
         g_error_free(error);
         return false;
     }
-    // The kernel links each event node to its input device.
+    // The kernel links each event node to its input device; the link is in
+    // place before the node appears, so a monitor that finds the node also
+    // finds its attributes.
     gchar* root = umockdev_testbed_get_root_dir(testbed_);
-    std::error_code ec;
-    std::filesystem::create_directory_symlink("..", std::string(root) + "/sys" + event + "/device", ec);
+    const std::string event_dir = std::string(root) + "/sys" + event;
     g_free(root);
+    std::error_code ec;
+    std::filesystem::create_directories(event_dir, ec);
+    std::filesystem::create_directory_symlink("..", event_dir + "/device", ec);
+    if (!umockdev_testbed_add_from_string(testbed_, node_text.c_str(), &error)) {
+        g_error_free(error);
+        return false;
+    }
     return true;
 }
 

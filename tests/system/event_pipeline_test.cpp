@@ -250,6 +250,11 @@ TEST_F(EventPipeline, MultiTouchContactsAreScaledHeldUntilTheirReportAndCutToTwo
         {{}, PANEL, long_report, concat({{{3, 57, 2}}, Evs(19, {3, 0, 0}), {{0, 0, 0}}}), {}},
         {{}, PANEL, release, released, {}},
     });
+    // Without the remote link an IPC window takes nothing: a touch in it stays local.
+    SystemMsg window = make_msg(TYPE_SET_IPC_WINDOW);
+    window.data.ipc_win_info = {1, MAIN_SCREEN, {0, 1280, 0, 800}};
+    run({{window, PANEL, concat_events({ev(EV_ABS, ABS_X, 2048), ev(EV_KEY, BTN_TOUCH, 1), kSyn[0]}, release),
+          concat({{{3, 0, 639}, {1, 272, 1}, {0, 0, 0}}, released}), {}}});
     // A 10-bit controller: its 0..1023 range is scaled to the output.
     testsupport::write_file(root_.at("/proc/atmel_product"), "214e");
     run({{{}, PANEL, {ev(EV_ABS, ABS_X, 512), ev(EV_KEY, BTN_TOUCH, 1), ev(EV_SYN, SYN_REPORT, 0)},
