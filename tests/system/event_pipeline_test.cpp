@@ -38,16 +38,6 @@ SystemMsg msg(int32_t type, int32_t scr, int32_t value = 0)
     return m;
 }
 
-SystemMsg extended_mode()
-{
-    SystemMsg m = make_msg(TYPE_MODE_SET, 0);
-    m.data.mode_info = {MODE_EXTERN, {0, 0, 0, 1, 2, 0, 0, 0, 0}, {}};  // main left of sub
-    return m;
-}
-
-// What the two clients get when the extended mode is set.
-const Evs kExtendedMain = {{27, 1, 0}, {27, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0}};
-const Evs kExtendedSub = {{27, 1, 0}};
 const Evs kLockStates = {{28, 0, 0}, {28, 1, 0}, {28, 2, 0}};
 
 // One step: an optional control message, events played into a node, and what
@@ -62,20 +52,12 @@ struct Step {
 };
 
 template <typename T>
-std::vector<T> concat(std::initializer_list<std::vector<T>> parts)
+std::vector<T> cat(std::initializer_list<std::vector<T>> parts)
 {
     std::vector<T> out;
     for (const auto& p : parts)
         out.insert(out.end(), p.begin(), p.end());
     return out;
-}
-Evs concat(std::initializer_list<Evs> parts)
-{
-    return concat<Ev>(parts);
-}
-Events concat_events(const Events& a, const Events& b)
-{
-    return concat<tactord::input_event>({a, b});
 }
 
 class EventPipeline : public ::testing::Test {
@@ -186,10 +168,12 @@ TEST_F(EventPipeline, ExtendedModeCrossesScreensTheWheelGoesToTheFocusAndAClickM
 {
     plug(MOUSE, dev::mouse(), "usb input,seat:2\n");
     plug(PANEL, dev::multi_touch_screen(), "add screen id:0, seat 5 to touchscreen...\n");
+    SystemMsg extended = make_msg(TYPE_MODE_SET);
+    extended.data.mode_info = {MODE_EXTERN, {0, 0, 0, 1, 2, 0, 0, 0, 0}, {}};  // main left of sub
     SystemMsg vnc = make_msg(TYPE_VNC_INPUT);
     vnc.data.evt = {0, 0, 32, ABS_X, 1500};  // a virtual-desktop point on the sub screen
     run({
-        {extended_mode(), -1, {}, kExtendedMain, kExtendedSub},
+        {extended, -1, {}, cat<Ev>({{{27, 1, 0}, {27, 0, 0}}, kLockStates}), {{27, 1, 0}}},
         // Right past the main screen's 1280 columns: x 2100 is 820 on the sub screen.
         {{}, MOUSE, {ev(EV_REL, REL_X, 2000)}, {{27, 1, 0}}, {{27, 0, 0}, {3, 0, 820}}},
         {{}, MOUSE, {ev(EV_REL, REL_WHEEL, 1)}, {{2, 8, 1}}, {}},
@@ -198,7 +182,7 @@ TEST_F(EventPipeline, ExtendedModeCrossesScreensTheWheelGoesToTheFocusAndAClickM
          {{27, 0, 0}, {3, 0, 639}, {1, 272, 1}, {0, 0, 0}}, {{27, 1, 0}}},
         // The mouse takes the cursor and the focus to the sub screen (from x 639) ...
         {{}, MOUSE, {ev(EV_REL, REL_X, 2000), ev(EV_KEY, BTN_LEFT, 1)}, {{27, 1, 0}, {26, 1, 0}},
-         concat({{{27, 0, 0}, {3, 0, 1359}, {26, 0, 0}}, kLockStates, {{1, 272, 1}}})},
+         cat<Ev>({{{27, 0, 0}, {3, 0, 1359}, {26, 0, 0}}, kLockStates, {{1, 272, 1}}})},
         // ... but the contact stays on the main client until it ends.
         {{}, PANEL, {ev(EV_KEY, BTN_TOUCH, 0), ev(EV_SYN, SYN_REPORT, 0)}, {{1, 272, 0}, {0, 0, 0}}, {}},
         {{}, MOUSE, {ev(EV_REL, REL_X, -1500)}, {{27, 0, 0}, {3, 0, 1139}}, {{27, 1, 0}}},
@@ -247,14 +231,14 @@ TEST_F(EventPipeline, MultiTouchContactsAreScaledHeldUntilTheirReportAndCutToTwo
          {{3, 47, 0}, {3, 53, 1279}, {0, 0, 0}}, {}},
         {{}, PANEL, release, released, {}},
         // Twenty events of a first report are kept; the rest (the press too) are lost.
-        {{}, PANEL, long_report, concat({{{3, 57, 2}}, Evs(19, {3, 0, 0}), {{0, 0, 0}}}), {}},
+        {{}, PANEL, long_report, cat<Ev>({{{3, 57, 2}}, Evs(19, {3, 0, 0}), {{0, 0, 0}}}), {}},
         {{}, PANEL, release, released, {}},
     });
     // Without the remote link an IPC window takes nothing: a touch in it stays local.
     SystemMsg window = make_msg(TYPE_SET_IPC_WINDOW);
     window.data.ipc_win_info = {1, MAIN_SCREEN, {0, 1280, 0, 800}};
-    run({{window, PANEL, concat_events({ev(EV_ABS, ABS_X, 2048), ev(EV_KEY, BTN_TOUCH, 1), kSyn[0]}, release),
-          concat({{{3, 0, 639}, {1, 272, 1}, {0, 0, 0}}, released}), {}}});
+    run({{window, PANEL, cat<tactord::input_event>({{ev(EV_ABS, ABS_X, 2048), ev(EV_KEY, BTN_TOUCH, 1), kSyn[0]}, release}),
+          cat<Ev>({{{3, 0, 639}, {1, 272, 1}, {0, 0, 0}}, released}), {}}});
     // A 10-bit controller: its 0..1023 range is scaled to the output.
     testsupport::write_file(root_.at("/proc/atmel_product"), "214e");
     run({{{}, PANEL, {ev(EV_ABS, ABS_X, 512), ev(EV_KEY, BTN_TOUCH, 1), ev(EV_SYN, SYN_REPORT, 0)},
@@ -314,7 +298,7 @@ TEST_F(EventPipeline, ABoardPanelIsConvertedWithTheDefaultAndTheSetParametersWit
         // A report without coordinates gets the last ones.
         {{}, PANEL, {ev(EV_KEY, BTN_TOUCH, 0), kSyn[0]}, {{1, 272, 0}, {3, 0, 4095}, {3, 1, 2000}, {0, 0, 0}}, {}},
         // Eleven events before an EV_SYN: the first ten are dropped.
-        {{}, PANEL, concat_events(Events(11, ev(EV_ABS, ABS_PRESSURE, 1)), kSyn),
+        {{}, PANEL, cat<tactord::input_event>({Events(11, ev(EV_ABS, ABS_PRESSURE, 1)), kSyn}),
          {{3, ABS_PRESSURE, 1}, {3, 0, 4095}, {3, 1, 2000}, {0, 0, 0}}, {}},
     });
     EXPECT_TRUE(daemon_->wait_for("TS raw msg before SYN is too much\n"));
