@@ -20,29 +20,25 @@ namespace {
 using testsupport::Ev;
 
 struct Device : _InputDev {
-    Device(const char* role, int kind, int at_seat, int cali)
+    Device(const char* role, int kind, int at_seat)
     {
         name = const_cast<char*>(role);
         path = const_cast<char*>("usb-musb-hdrc.0-1/input0");
         type = kind;
         seat = at_seat;
         usb = 1;
-        need_cali = cali;
         abs = {{{0, 0, 4095, 0, 0, 0}, {0, 0, 4095, 0, 0, 0}}};
     }
 };
 
-class Pipeline : public ::testing::Test {
+class IpcWindow : public ::testing::Test {
 protected:
+    // Clone mode on a 1920 x 1080 panel, pointer at (100, 100); a live link
+    // whose client reads raw records, and a window on the main screen.
     void SetUp() override
     {
         pipeline_reset();
-        output_info_init();  // clone mode, 1920 x 1080, pointer at (100, 100)
-    }
-    // A live link whose client reads raw records, and a window on the main
-    // screen.
-    static void open_ipc_window()
-    {
+        output_info_init();
         gs_ipcType = 1;
         gs_ipcClientExist.store(1);
         IpcWinInfo win{1, MAIN_SCREEN, {100, 900, 50, 650}};
@@ -65,28 +61,25 @@ protected:
 
     testsupport::ScratchRoot root_;
     testsupport::ScreenClients clients_{{0, 1, 2}};
-    Device panel_{"touchscreen_main", INPUT_TYPE_TOUCHSCREEN, 5, 0};
-    Device mouse_{"touchscreen_sub", INPUT_TYPE_MOUSE, 2, 0};
+    Device panel_{"touchscreen_main", INPUT_TYPE_TOUCHSCREEN, 5};
+    Device mouse_{"touchscreen_sub", INPUT_TYPE_MOUSE, 2};
 };
 
-const std::vector<Ev> kCursorToIpc = {{27, 1, 0}};
 // 1024 of 4095 is x 479 and y 269 on the 1920 x 1080 main output.
 const std::vector<Ev> kTouchAt1024 = {{EV_ABS, ABS_X, 1024}, {EV_ABS, ABS_Y, 1024}, {EV_KEY, BTN_TOUCH, 1},
                                       {EV_SYN, SYN_REPORT, 0}};
 const std::vector<Ev> kRelease = {{EV_KEY, BTN_TOUCH, 0}, {EV_SYN, SYN_REPORT, 0}};
 
-TEST_F(Pipeline, MouseEntersTheIpcWindowWindowRelativeAndLeavesItOntoTheHost)
+TEST_F(IpcWindow, MouseEntersItWindowRelativeAndLeavesItOntoTheHost)
 {
-    open_ipc_window();
     play(mouse_, {{EV_REL, REL_X, 200}, {EV_REL, REL_X, 1000}, {EV_REL, REL_X, 5000}});
     EXPECT_EQ(got(IPC_SCREEN), (std::vector<Ev>{{27, 0, 0}, {EV_REL, REL_X, 200}, {27, 1, 0}}));
     // Out of the window at x 1300, then clamped to the host output.
     EXPECT_EQ(got(MAIN_SCREEN), (std::vector<Ev>{{27, 1, 0}, {27, 0, 0}, {EV_ABS, ABS_X, 1300}, {EV_ABS, ABS_X, 1919}}));
 }
 
-TEST_F(Pipeline, ATouchInTheWindowIsTheIpcScreensOnlyOutsideItsCutOuts)
+TEST_F(IpcWindow, ATouchInItIsTheIpcScreensOnlyOutsideItsCutOuts)
 {
-    open_ipc_window();
     play(panel_, kTouchAt1024);
     play(panel_, kRelease);
     // The cursor and the focus follow the touch into the window; the contact
@@ -111,9 +104,8 @@ TEST_F(Pipeline, ATouchInTheWindowIsTheIpcScreensOnlyOutsideItsCutOuts)
                                                  {EV_SYN, 0, 0}}));
 }
 
-TEST_F(Pipeline, TheIpcScreenGetsOneSlotAndAFrozenPositionOnceTheCursorLeaves)
+TEST_F(IpcWindow, TheIpcScreenGetsOneSlotAndAFrozenPositionOnceTheCursorLeaves)
 {
-    open_ipc_window();
     play(panel_, {{EV_ABS, ABS_MT_TRACKING_ID, 7}});  // the contact is slot 0's
     play(panel_, kTouchAt1024);
     got(IPC_SCREEN);
