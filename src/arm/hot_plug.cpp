@@ -131,9 +131,9 @@ void* device_event_handle_proc(void*)
     return nullptr;
 }
 
-}  // namespace
-
-int classify_event_device(const evdev_bitmaps& b, int* need_cali)
+// The analysis itself; *need_cali is written where a touch panel is seen,
+// even when a later test (a relative mouse) decides otherwise.
+int classify_kind(const evdev_bitmaps& b, int* need_cali)
 {
     int result = -1;
     bool is_mouse = false;
@@ -198,6 +198,20 @@ int classify_event_device(const evdev_bitmaps& b, int* need_cali)
     }
     TLOG(LEVEL_INFO, "KEYBOARD device type...\n");
     return USB_INPUT_KEYBOARD;
+}
+
+}  // namespace
+
+int classify_event_device(const evdev_bitmaps& b, int* need_cali)
+{
+    // Only a device classified as a touchscreen says whether it needs
+    // calibration: a relative mouse that also carries ABS_X/ABS_Y and
+    // BTN_TOUCH must not send its events to the touch calibration.
+    int cali = -1;
+    const int kind = classify_kind(b, &cali);
+    if (kind == USB_INPUT_TOUCHSCREEN && cali >= 0 && need_cali != nullptr)
+        *need_cali = cali;
+    return kind;
 }
 
 int Get_EventDeviceType(const char* devnode, int* need_cali)

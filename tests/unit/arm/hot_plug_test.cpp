@@ -64,8 +64,10 @@ TEST(Classification, EveryKindOfDevice)
 TEST(Classification, PrecedenceRulesAndMissingNode)
 {
     int need_cali = 0;
-    // A relative mouse that also reports ABS_X/ABS_Y and BTN_TOUCH.
+    // A relative mouse that also reports ABS_X/ABS_Y and BTN_TOUCH: not a
+    // touchscreen, so nothing is said about calibration.
     EXPECT_EQ(classify(dev::mouse_with_abs(), &need_cali), USB_INPUT_MOUSE);
+    EXPECT_EQ(need_cali, 0);
     // Relative axes win over a tablet result too.
     TestDevice pen_mouse = dev::tablet();
     pen_mouse.ev.push_back(EV_REL);
