@@ -2,11 +2,18 @@
 // network namespace this test makes, against a fake agent on 173.0.0.2:27015:
 // its answers through the control socket, then the real liveness path.
 #include <gtest/gtest.h>
+#include <linux/input.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
 
 #include "common/OrvelClient.h"
+#include "common/screen_manager.h"
 #include "harness/daemon_process.h"
 #include "harness/display_client.h"
 #include "harness/evdev_testbed.h"
+#include "support/devices.h"
 #include "support/remote_link.h"
 #include "support/scratch_root.h"
 
@@ -54,5 +61,108 @@ TEST(RemoteScreen, TheAgentsAnswersReachTheControlSocketAndASilentAgentIsDropped
     EXPECT_EQ(agent.frame(), (Words{IPC_PKG_FLAG, 4, 0, 10}));  // sent before the link counts as up
     EXPECT_EQ(ask(TYPE_IPC_CONNECTED).data.ipc_connected, 1);
 }
+
+// Input routed to the IPC screen, end to end: a mouse on seat 2 and a
+// keyboard on seat 1, the IPC screen right of the main screen in extended
+// mode; the pointer crosses into it, a click takes the focus there, a key
+// follows. ipc_type is the daemon's -t: 0 converts, anything else sends the
+// raw records.
+class IpcScreenInput : public ::testing::TestWithParam<const char*> {
+protected:
+    void SetUp() override
+    {
+        const std::string why = testsupport::enter_private_net();
+        if (!why.empty())
+            GTEST_SKIP() << "no private network namespace (" << why << "): never on the real network";
+        testsupport::write_port_conf(root_.at("/work"));
+        agent_ = std::make_unique<testsupport::FakePeer>("173.0.0.2", IPC_PORT);
+        agent_->answer_ticks = true;
+        daemon_ = std::make_unique<testharness::DaemonProcess>(
+            root_.at("/work"), std::vector<std::string>{"-p", "0", "-d", "0", "-i", "1", "-t", GetParam()});
+        ASSERT_TRUE(agent_->accept(10s));
+        ASSERT_EQ(agent_->frame(), (Words{IPC_PKG_FLAG, 4, 0, MessageType_WindowsSize}));
+        ASSERT_EQ(agent_->frame(), (Words{IPC_PKG_FLAG, 4, 0, MessageType_Version}));
+        ASSERT_TRUE(agent_->send(agent_frame(MessageType_WindowsSize, {1, 1024, 768})));
+        ASSERT_TRUE(daemon_->wait_for("==IPC win size:n:1 width 1024, height:768\n"));
+
+        main_ = std::make_unique<testharness::DisplayClient>(root_.path());
+        ASSERT_TRUE(main_->register_for(MAIN_SCREEN));
+        namespace dev = testsupport::devices;
+        ASSERT_TRUE(bed_.add(1, dev::mouse().on("usb-musb-hdrc.1-1.2/input0")));
+        ASSERT_TRUE(bed_.add(2, dev::full_keyboard().on("usb-musb-hdrc.1-1.1/input0")));
+        ASSERT_TRUE(daemon_->wait_for("/dev/event1 is mouse...\n") && daemon_->wait_for("/dev/event2 is keyboard...\n"));
+        SystemMsg mode = testharness::make_msg(TYPE_MODE_SET, MAIN_SCREEN);
+        mode.data.mode_info.mode = MODE_EXTERN | MODE_IPC_EXTERN;
+        mode.data.mode_info.monitor_pos = {0, 0, 0, 1, 3, 0, 0, 0, 0};
+        ASSERT_TRUE(main_->send(mode));
+        ASSERT_TRUE(daemon_->wait_for("==MODE_IPC_EXTERN set==\n"));
+        ASSERT_EQ(agent_->frame(), (Words{IPC_PKG_FLAG, 4, 0, MessageType_WindowsSize}));  // asked again
+    }
+    void TearDown() override
+    {
+        if (HasFailure() && daemon_)
+            std::fprintf(stderr, "%s", daemon_->output().c_str());
+    }
+    // The next raw record on the link; frames (ticks) in between are skipped,
+    // and so are cursor show/hide records, whose timing is the cursor timer's.
+    tactord::input_event raw_record()
+    {
+        for (;;) {
+            const testsupport::Bytes b = agent_->bytes(16);
+            tactord::input_event e{};
+            if (b.size() != sizeof e)
+                return {};
+            std::memcpy(&e, b.data(), sizeof e);
+            if (static_cast<uint32_t>(e.tv_sec) != IPC_PKG_FLAG && e.type != EV_PRIV_CURSOR_SHOW)
+                return e;
+        }
+    }
+
+    testsupport::ScratchRoot root_;
+    testharness::EvdevTestbed bed_;
+    std::unique_ptr<testsupport::FakePeer> agent_;
+    std::unique_ptr<testharness::DaemonProcess> daemon_;
+    std::unique_ptr<testharness::DisplayClient> main_;
+};
+
+TEST_P(IpcScreenInput, ThePointerKeysAndFocusRoutedToTheIpcScreenReachTheAgent)
+{
+    using testharness::ev;
+    // Right of the 1920-wide main screen: x = 100 + 2000 - 1920 = 180 on the
+    // 1024 x 768 IPC screen.
+    bed_.play(1, {ev(EV_REL, REL_X, 2000), ev(EV_SYN, SYN_REPORT, 0)});
+    bed_.play(1, {ev(EV_KEY, BTN_LEFT, 1), ev(EV_SYN, SYN_REPORT, 0)});
+    ASSERT_TRUE(daemon_->wait_for("++++++ focus change:0--->2 ++++++\n"));
+    bed_.play(2, {ev(EV_KEY, KEY_A, 1), ev(EV_SYN, SYN_REPORT, 0)});
+
+    if (std::string(GetParam()) == "0") {
+        const uint32_t key_a = KEY_A << 16;  // wVk 0, wScan the key code
+        for (const Words& want : {
+                 Words{IPC_PKG_FLAG, 4, 0, MessageType_MoveIn},
+                 Words{IPC_PKG_FLAG, 28, 0, MessageType_Mouse, 180 * 65535 / 1024, 0, 0, 0x8001, 0, 0},
+                 Words{IPC_PKG_FLAG, 4, 0, MessageType_FocusIn},
+                 Words{IPC_PKG_FLAG, 8, 0, MessageType_CapsLock, 0},
+                 Words{IPC_PKG_FLAG, 8, 0, MessageType_NumLock, 0},
+                 Words{IPC_PKG_FLAG, 8, 0, MessageType_ScrollLock, 0},
+                 Words{IPC_PKG_FLAG, 28, 0, MessageType_Mouse, 0, 0, 0, 0x0002, 0, 0},
+                 Words{IPC_PKG_FLAG, 20, 0, MessageType_Keyboard, key_a, 0x08, 0, 0},
+             })
+            EXPECT_EQ(agent_->frame(), want);
+    } else {
+        struct Rec {
+            uint16_t type, code;
+            int32_t value;
+        };
+        for (const Rec& want : {Rec{27, 0, 0}, Rec{EV_REL, REL_X, 180}, Rec{EV_SYN, SYN_REPORT, 0}, Rec{26, 0, 0},
+                                Rec{28, 0, 0}, Rec{28, 1, 0}, Rec{28, 2, 0}, Rec{EV_KEY, BTN_LEFT, 1},
+                                Rec{EV_SYN, SYN_REPORT, 0}, Rec{EV_KEY, KEY_A, 1}}) {
+            const tactord::input_event got = raw_record();
+            EXPECT_TRUE(got.type == want.type && got.code == want.code && got.value == want.value)
+                << got.type << " " << got.code << " " << got.value;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(ConvertedAndRaw, IpcScreenInput, ::testing::Values("0", "1"));
 
 }  // namespace
