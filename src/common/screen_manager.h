@@ -99,7 +99,9 @@ using OutputDev = _OutputDev;
 struct _ClientInfo {
     int index = 0;
     int fd = 0;
-    int focus = 0;  // 1 = has the keyboard focus
+    // 1 = has the keyboard focus. Read by the scanner service's reader
+    // threads, which route scans to the focused screen.
+    std::atomic<int> focus{0};
     // 1 = shows the mouse cursor. Read by the cursor timer thread while the
     // main thread moves the cursor; a stale read only delays one decision.
     std::atomic<int> cursor{0};

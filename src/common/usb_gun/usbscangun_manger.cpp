@@ -3,15 +3,24 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 
+#include "common/usb_gun/usbcdc_scanner.h"
 #include "common/usb_gun/usbcomm.h"
 #include "common/usb_gun/usbgun_s.h"
 #include "common/usb_gun/usbinfo.h"
 #include "common/usb_gun/usbkbd_scanner.h"
 #include "common/usb_gun/usblog.h"
 #include "common/usb_gun/usbscangun_manger_internal.h"
+#include "common/worker_thread.h"
 
 ScanGunServerManger_t usbscangun_mgr;
+
+namespace {
+
+pthread_t start_thread{};  // UsbScanGunThread
+
+}  // namespace
 
 int UsbScanGunConfEvent(int func_index)
 {
@@ -72,10 +81,10 @@ bool take(std::atomic<uint8_t>& flag)
 void usbscangun_apply_pending()
 {
     ScanGunServerManger_t& m = usbscangun_mgr;
-    // The data type is kept here; announcing it to the remote screen goes
-    // with the remote-screen client's scanner entry.
-    if (take(m.DatTypeSetEvt))
+    if (take(m.DatTypeSetEvt)) {
         UsbScanGunGetDataType(&m.conf.datType);
+        UsbScanGunSetIpcCodeType(m.conf.datType);
+    }
     if (take(m.NameSetEvt))
         apply_name();
     if (take(m.RouteInfoSetEvt)) {
@@ -93,4 +102,98 @@ void* UsbScanGunServerThread(void*)
         usleep(100000);
     }
     return nullptr;
+}
+
+namespace {
+
+// Where a scan of datatype goes: the client for screens 0 and 1, the remote
+// screen for 2.
+int write_to_screen(unsigned screen, int datatype, const uint8_t* data, int len)
+{
+    switch (screen) {
+    case eScreenMain:
+    case eScreenSecondray:
+        return UsbScanGunWriteData(static_cast<int>(screen), datatype, data, static_cast<unsigned>(len));
+    case eScreenOrvel: return UsbScanGunWriteIpcData(datatype, data, static_cast<unsigned>(len));
+    default:
+        USBLOG("%d screen type not Support...\r\n", static_cast<int>(screen));
+        return -1;
+    }
+}
+
+int route_scan(int datatype, const uint8_t* data, int len)
+{
+    // The readers hand on what they read (at least one byte); anything else
+    // is refused here rather than turned into a huge unsigned length.
+    if (len < 0 || (data == nullptr && len != 0)) {
+        USBLOG("Scan data of %d bytes refused.\r\n", len);
+        return -1;
+    }
+    const ScanGunRoute_t& route = usbscangun_mgr.routeinfo;
+    const int mode = route.nRouteMode.load(std::memory_order_relaxed);
+    switch (mode) {
+    case eModeFocus: return write_to_screen(static_cast<unsigned>(GetScreenFocusLocation()), datatype, data, len);
+    case eModeFixed:
+        return write_to_screen(static_cast<unsigned>(route.nFixedScreenID.load(std::memory_order_relaxed)), datatype,
+                               data, len);
+    default:
+        USBLOG("%d mode Not support\r\n", mode);
+        return -1;
+    }
+}
+
+}  // namespace
+
+int UsbScanGunKbdWriteData(uint8_t* data, int len)
+{
+    return route_scan(eKbdData, data, len);
+}
+
+int UsbScanGunCdcWriteData(uint8_t* data, int len)
+{
+    return route_scan(eCdcData, data, len);
+}
+
+void usbscangun_mgr_reset()
+{
+    ScanGunServerManger_t& m = usbscangun_mgr;
+    m.thread = {};
+    m.NameSetEvt.store(0);
+    m.DatTypeSetEvt.store(0);
+    m.RouteInfoSetEvt.store(0);
+    m.conf = {};
+    m.routeinfo.nRouteMode.store(eModeFocus);
+    m.routeinfo.nFixedScreenID.store(eScreenMain);
+}
+
+void* UsbScanGunThread(void*)
+{
+    usbscangun_mgr_reset();
+    // The results of the four starts are not looked at: each success line is
+    // written whatever came of it. The first waits for a client.
+    UsbScanGunSrvInit({UsbScanGunConfEvent, nullptr});
+    USBLOG("Socket server initation success...\r\n");
+    UsbDevInfoInit({UsbScanDevInfoUpdate, nullptr});
+    USBLOG("Usb devinfo initation success...\r\n");
+    UsbCdcScanGun_init({UsbScanGunCdcWriteData, nullptr});
+    USBLOG("Usb cdc scan initation success...\r\n");
+    UsbKbdScanGun_Init({UsbScanGunKbdWriteData, nullptr});
+    USBLOG("Usb kbd scan initation success...\r\n");
+    const int err = start_worker_thread(UsbScanGunServerThread, nullptr, &usbscangun_mgr.thread);
+    if (err != 0)
+        USBLOG("Pthread_create error:%s(errno: %d)\r\n", std::strerror(err), err);
+    else
+        USBLOG("Create scanserver thread success...\r\n");
+    for (;;)
+        sleep(10);
+    return nullptr;
+}
+
+int UsbScanGunInit()
+{
+    usblog_init_log(SCANNER_LOG_PATH);
+    const int err = start_worker_thread(UsbScanGunThread, nullptr, &start_thread);
+    if (err != 0)
+        USBLOG("Pthread_create error:%s(errno: %d)\r\n", std::strerror(err), err);
+    return err;
 }

@@ -16,7 +16,7 @@ struct ScanGunRoute_t {
 };
 
 struct ScanGunServerManger_t {
-    pthread_t thread{};
+    pthread_t thread{};  // UsbScanGunServerThread
     // Set by the configuration thread, taken by the applier thread: a race
     // the service tolerates (relaxed).
     std::atomic<uint8_t> NameSetEvt{0};
@@ -26,6 +26,12 @@ struct ScanGunServerManger_t {
     ScanGunRoute_t routeinfo;
 };
 extern ScanGunServerManger_t usbscangun_mgr;
+
+// Back to the state of a fresh process: no record pending, focus routing.
+void usbscangun_mgr_reset();
+// The start thread: server (waits for the first client), inventory, CDC and
+// wedge readers, the applier thread; then idles.
+void* UsbScanGunThread(void* arg);
 
 // One poll of the applier: takes each marked record and applies it.
 void usbscangun_apply_pending();

@@ -1,77 +1,82 @@
+// Scans routed by the client's route: to the scanner client or over the
+// agent link, both socket pairs here.
 #include "common/usb_gun/usbscangun_manger.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-
-#include "arm/hot_plug_internal.h"
+#include "common/OrvelClient.h"
+#include "common/OrvelClient_internal.h"
+#include "common/screen_manager.h"
 #include "common/usb_gun/usbgun_s_internal.h"
-#include "common/usb_gun/usbinfo_internal.h"
-#include "common/usb_gun/usbkbd_scanner_internal.h"
 #include "common/usb_gun/usblog.h"
 #include "common/usb_gun/usbscangun_manger_internal.h"
+#include "support/scanner.h"
 #include "support/scratch_root.h"
+#include "support/screen_clients.h"
 
 namespace {
 
-bool lent(int event)
-{
-    return TactordCtrl.evtctrl[event].bScanCtrl != 0;
-}
-bool declared(int event)
-{
-    for (const auto& slot : usbkbd_ctrl.kbd)
-        if (slot.bOn != 0 && slot.index == event)
-            return true;
-    return false;
-}
+using namespace testsupport;
 
-TEST(ScannerManager, ConfigurationIsAppliedOncePerRecord)
+// A record from the client, taken by the configuration thread and applied.
+void client_sends(uint32_t func, const Bytes& payload)
 {
-    testsupport::ScratchRoot root;
-    ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
-    usbgun_srv.routeinfo = {eModeFixed, eScreenOrvel};
-    usbgun_srv.config.datType = eCdcData;
-    for (int index : {3, 4, 7})
-        EXPECT_EQ(UsbScanGunConfEvent(index), 0);
+    const Bytes record = unx_record(func, payload);
+    std::copy(record.begin(), record.end(), usbgun_srv.buf);
+    usbgun_config_take(static_cast<ssize_t>(record.size()));
     usbscangun_apply_pending();
-    EXPECT_EQ(usbscangun_mgr.routeinfo.nRouteMode.load(), eModeFixed);
-    EXPECT_EQ(usbscangun_mgr.routeinfo.nFixedScreenID.load(), eScreenOrvel);
-    EXPECT_EQ(usbscangun_mgr.conf.datType, eCdcData);
-    usbgun_srv.routeinfo = {};
-    usbscangun_apply_pending();  // no new record: nothing taken
-    EXPECT_EQ(usbscangun_mgr.routeinfo.nRouteMode.load(), eModeFixed);
-    const std::string log = testsupport::read_file(root.at("/tmp/scan-server.txt"));
-    EXPECT_EQ(testsupport::count_text(log, "UsbGunDataTypeSetFun event comming...\r\n"), 1);
-    EXPECT_EQ(testsupport::count_text(log, "UsbGunRouteInfoSetFun event comming...\r\n"), 1);
-    EXPECT_EQ(testsupport::count_text(log, " event comming"), 2);  // index 7 is ignored
 }
 
-TEST(ScannerManager, NamedScannersAreLentToTheReaderAndGivenBack)
+TEST(ScannerRouting, ScansFollowTheRouteAndTheDataTypeIsAnnounced)
 {
-    // The inventory knows two scanners and a keyboard, whose nodes the
-    // hot-plug monitor holds.
-    UsbDevInfo_t& info = usbdev_ctrl.usbinfo;
-    for (const auto& [name, event] : {std::pair{"Scanner Device", 3}, {"Keyboard", 1}, {"ScannerX", 5}}) {
-        UsbDev_Desc_t& d = info.usb_desc[info.usbdev_total_count++];
-        std::strcpy(d.devname, name);
-        d.event_index = event;
-        TactordCtrl.evtctrl[event].evt_index = event;
-    }
-    const auto client_names = [](int on, const char* name) {
-        usbgun_srv.config.confName.index = on;
-        std::snprintf(usbgun_srv.config.confName.name, sizeof usbgun_srv.config.confName.name, "%s", name);
-        UsbScanGunConfEvent(UsbGunNameSetFun);
-        usbscangun_apply_pending();
+    ScratchRoot root;
+    ScreenClients ends({MAIN_SCREEN, IPC_SCREEN});  // the scanner client's and the agent link's
+    ASSERT_EQ(usblog_init_log(SCANNER_LOG_PATH), 0);
+    usbgun_srv.cb = {UsbScanGunConfEvent, nullptr};
+    usbgun_srv.unx_fd.store(ends.daemon_fd(MAIN_SCREEN));
+    gs_ipcfd.store(ends.daemon_fd(IPC_SCREEN));
+    const auto logged = [&](const char* line) { return count_text(read_file(root.at(SCANNER_LOG_PATH)), line); };
+
+    client_sends(UsbGunDataTypeSetFun, words({eCdcData}));
+    EXPECT_EQ(ends.bytes(IPC_SCREEN), words({IPC_PKG_FLAG, 16, 0, MessageType_Scan, USB_SCAN_FLAG, 0, eCdcData}));
+    struct Case {
+        int mode, fixed, focus;  // focus 3: no screen has it
+        int slot;                // -1: refused with the line
+        const char* line;
+    } const cases[] = {
+        {eModeFixed, eScreenOrvel, 0, 2, nullptr},  // whatever has the focus
+        {eModeFixed, eScreenMain, 1, 0, nullptr},
+        {eModeFixed, eScreenSecondray, 0, 1, nullptr},
+        {eModeFixed, 3, 2, -1, "3 screen type not Support...\r\n"},
+        {eModeFixed, -1, 0, -1, "-1 screen type not Support...\r\n"},
+        {2, eScreenMain, 0, -1, "2 mode Not support\r\n"},
+        {eModeFocus, eScreenOrvel, 0, 0, nullptr},
+        {eModeFocus, eScreenMain, 1, 1, nullptr},
+        {eModeFocus, eScreenMain, 2, 2, nullptr},
+        {eModeFocus, eScreenMain, 3, -1, "3 screen type not Support...\r\n"},
     };
-    client_names(1, "Scanner");
-    EXPECT_TRUE(lent(3) && declared(3) && lent(5) && declared(5));
-    EXPECT_FALSE(lent(1) || declared(1));
-    client_names(0, "Scanner Dev");
-    EXPECT_FALSE(lent(3) || declared(3));
-    EXPECT_TRUE(lent(5) && declared(5));
-    client_names(2, "ScannerX");  // neither on nor off
-    EXPECT_TRUE(lent(5) && declared(5));
+    uint8_t scan[] = "42\n";
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.mode << "/" << c.fixed << " focus " << c.focus);
+        client_sends(UsbGunRouteInfoSetFun, words({uint32_t(c.mode), uint32_t(c.fixed)}));
+        for (int s = 0; s < 3; ++s)
+            get_screen_info(MAIN_SCREEN)->client[s].focus = s == c.focus;
+        const int refused = c.line != nullptr ? logged(c.line) + 2 : 0;
+        for (int type : {eKbdData, eCdcData}) {
+            const int rc = (type == eKbdData ? UsbScanGunKbdWriteData : UsbScanGunCdcWriteData)(scan, 3);
+            const Bytes client = ends.bytes(MAIN_SCREEN), agent = ends.bytes(IPC_SCREEN);
+            const Bytes head = words({USBGUN_DAT_FLAG, uint32_t(c.slot), uint32_t(type), 3, calculate_CRC32(scan, 3)});
+            const Bytes frame = words({IPC_PKG_FLAG, 39, 0, MessageType_Scan, USB_SCAN_FLAG, 1}) + head +
+                                words({calculate_CRC32(head.data(), 20)}) + Bytes(scan, scan + 3);
+            EXPECT_EQ(rc, c.slot < 0 ? -1 : c.slot == 2 ? 51 : 39);
+            EXPECT_EQ(agent, c.slot == 2 ? frame : Bytes{});
+            EXPECT_EQ(client.size() < 32 ? client : Bytes(client.begin() + 12, client.begin() + 32),
+                      c.slot == 0 || c.slot == 1 ? head : Bytes{});
+        }
+        EXPECT_EQ(c.line != nullptr ? logged(c.line) : 0, refused);
+    }
+    EXPECT_EQ(logged("Ipc write datatye:1, data len:3, real len:51...\r\n"), 2);
+    gs_ipcfd.store(0), usbgun_srv.unx_fd.store(0);
 }
 
 }  // namespace
