@@ -20,6 +20,7 @@
 #include "common/multi_config.h"
 #include "common/screen_manager.h"
 #include "common/system_msg.h"
+#include "common/usb_gun/usbscangun_manger.h"
 #include "common/worker_thread.h"
 #include "func/touchscreen/touchscreen_lock_ctl.h"
 #include "msg_handle.h"
@@ -142,8 +143,7 @@ void input_manager_main(int argc, char** argv)
     start_system_service();
     start_hotplug_service();
     init_cursor_timer();
-    // The barcode-scanner service starts here, just before the key sound
-    // service, once its routing to the screens is in place.
+    UsbScanGunInit();
     Key_Audio_Init();
     TLOG(LEVEL_DEBUG, "nice is %d\n", nice(-20));
     nWatdogReset.store(0, std::memory_order_relaxed);

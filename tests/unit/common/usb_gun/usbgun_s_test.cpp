@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <algorithm>
 #include <cstring>
 #include <mutex>
@@ -162,7 +161,6 @@ protected:
                 usleep(20000);
         return fd;
     }
-    void send(const Bytes& b) { ASSERT_EQ(write(client_, b.data(), b.size()), static_cast<ssize_t>(b.size())); }
 
     int client_ = -1;
 };
@@ -176,19 +174,6 @@ TEST_F(ScannerService, OnlyTheNewestClientIsServed)
     EXPECT_EQ(receive(second).size(), 38U);
     uint8_t byte;
     EXPECT_EQ(unix_socket_read(client_, &byte, 1, 50), 0);  // the first one is left, not told
-}
-
-TEST_F(ScannerService, GarbageStopsTheConfigurationThreadForGood)
-{
-    send(Bytes(16, 7));
-    usleep(300000);
-    // The thread went back to its lock still holding it and waits there: a
-    // later record is not taken.
-    send(unx_record(3, words({2})));
-    usleep(400000);
-    std::lock_guard<std::mutex> guard(calls_mutex);
-    EXPECT_TRUE(calls.empty());
-    EXPECT_EQ(pthread_mutex_trylock(&usbgun_srv.mutex_server), EBUSY);
 }
 
 }  // namespace
