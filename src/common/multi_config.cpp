@@ -13,7 +13,7 @@ std::array<_DeviceMatchRec, TERMINAL_MAX> terminals{};
 
 namespace {
 
-constexpr int LINE_BUF = 100;
+constexpr int LINE_BUF = CONFIG_LINE_BUF;
 // fgets limit: at most 98 characters of a line are seen, the rest of a longer
 // line is read as the next line.
 constexpr int LINE_LIMIT = 99;
@@ -145,6 +145,26 @@ bool handle_section_line(SectionType_e type, char* line, _DeviceMatchRec& termin
     }
 }
 
+config_stop_s stop;
+int lines_done = 0;  // lines read to their end
+
+// fgets with the reading position kept in stop.
+char* read_line(char* line, FILE* fp)
+{
+    char* got = std::fgets(line, LINE_LIMIT, fp);
+    if (got == nullptr)
+        return nullptr;
+    stop.line = lines_done + 1;
+    if (std::strchr(line, '\n') != nullptr)
+        ++lines_done;
+    return got;
+}
+
+void keep_text(const char* line)
+{
+    std::snprintf(stop.text.data(), stop.text.size(), "%s", line);
+}
+
 int abort_file(FILE* fp)
 {
     TLOG(LEVEL_ERROR, "file error!\n");
@@ -167,27 +187,37 @@ int config_init(const char* path)
 
     char line[LINE_BUF];
     _DeviceMatchRec terminal{};
-    while (std::fgets(line, LINE_LIMIT, fp) != nullptr) {
+    stop = {};
+    lines_done = 0;
+    while (read_line(line, fp) != nullptr) {
         trim_string(line);
+        keep_text(line);
         if (is_comment_or_empty(line))
             continue;
         const SectionType_e type = is_start_section(line);
         if (type == SECTION_NONE)
             continue;
 
+        stop.section_line = stop.line;
         for (;;) {
-            if (std::fgets(line, LINE_LIMIT, fp) == nullptr)
+            if (read_line(line, fp) == nullptr) {
+                stop.at_end = true;
                 return abort_file(fp);  // the file ends inside the section
+            }
             trim_string(line);
+            keep_text(line);
             if (!is_comment_or_empty(line)) {
                 if (std::strstr(line, "EndSection") != nullptr)
                     break;
                 if (!handle_section_line(type, line, terminal))
                     return abort_file(fp);
             }
-            if (std::feof(fp))
+            if (std::feof(fp)) {
+                stop.at_end = true;
                 return abort_file(fp);
+            }
         }
+        stop.section_line = 0;
         if (type == TERMINAL_S) {
             terminals[terminal.screenNum] = terminal;
             terminal = {};
@@ -196,6 +226,11 @@ int config_init(const char* path)
     std::fclose(fp);
     print_termial_seat();
     return 0;
+}
+
+const config_stop_s& config_last_stop()
+{
+    return stop;
 }
 
 int get_device_seat(const char* syspath)

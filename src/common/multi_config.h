@@ -29,6 +29,19 @@ struct _DeviceMatchRec {
 };
 
 int config_init(const char* path);
+
+inline constexpr int CONFIG_LINE_BUF = 100;
+// Where the last config_init stopped reading: the number and trimmed text of
+// the last line it read, the line that opened the section in force then (0
+// when none), and whether the file ended inside that section. A line longer
+// than the parser reads at once counts as one line.
+struct config_stop_s {
+    int line = 0;
+    int section_line = 0;
+    bool at_end = false;
+    std::array<char, CONFIG_LINE_BUF> text{};
+};
+const config_stop_s& config_last_stop();
 int get_device_seat(const char* syspath);
 const char* get_seat_syspath(int seat);
 int get_input_conf_display(int seat);
