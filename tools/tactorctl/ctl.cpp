@@ -403,7 +403,7 @@ int touchscreen(CtlContext& ctx, const std::vector<std::string>& args)
     msg.data.nValue = args[0] == "on" ? 1 : 0;
     return send_plain(ctx, msg,
                       std::string(*index == 0 ? "board" : "USB") + " touchscreen switched " + args[0] +
-                          (args[0] == "off" ? " (a double tap sends KEY_WAKEUP to the main screen)" : ""));
+                          (args[0] == "off" ? " (a double tap on it sends key code 199 to the main screen)" : ""));
 }
 
 int do_register(CtlContext& ctx, const std::vector<std::string>& args)
@@ -489,8 +489,8 @@ std::vector<Command> command_table()
         {{"recovery-screen"}, "", "TYPE_RECOVERY_SCREEN: accepted by the daemon, no effect.", recovery_screen},
         {{"touchscreen"}, "on|off main|sub",
          "TYPE_SWITCH_TOUCH_SCREEN: switches the board's touchscreen (main) or a USB touchscreen (sub)\n"
-         "on or off. A switched-off touchscreen delivers nothing; a double tap on it sends KEY_WAKEUP\n"
-         "to the main screen.",
+         "on or off. A switched-off touchscreen delivers nothing; a double tap on it sends key code\n"
+         "199 to the main screen.",
          touchscreen},
     };
     add_calibration_commands(t);
