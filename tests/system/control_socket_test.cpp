@@ -13,11 +13,11 @@
 #include <sys/stat.h>
 
 #include "common/OrvelClient.h"
-#include "harness/daemon_process.h"
+#include "sim/daemon_process.h"
 #include "harness/display_client.h"
-#include "harness/evdev_testbed.h"
-#include "harness/fb_emul.h"
-#include "support/devices.h"
+#include "sim/evdev_testbed.h"
+#include "sim/fb_emul.h"
+#include "sim/devices.h"
 #include "support/scratch_root.h"
 
 namespace {
@@ -32,8 +32,8 @@ class ControlSocket : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        bed_.add(0, testsupport::devices::single_touch_screen());
-        daemon_ = std::make_unique<testharness::DaemonProcess>(root_.at("/work"));
+        bed_.add(0, emul::devices::single_touch_screen());
+        daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/work"));
         ASSERT_TRUE(daemon_->started());
         ASSERT_TRUE(daemon_->wait_for("add screen id:0, seat 5 to touchscreen...\n"));
         ASSERT_TRUE(daemon_->wait_for("nice is "));
@@ -42,9 +42,9 @@ protected:
 
     testsupport::ScratchRoot root_;
     const std::string conf_ = testsupport::write_port_conf(root_.at("/work"));
-    testharness::EvdevTestbed bed_;
-    testharness::FramebufferEmulator fb_{bed_.testbed(), 800, 1280};
-    std::unique_ptr<testharness::DaemonProcess> daemon_;
+    emul::EvdevTestbed bed_;
+    emul::FramebufferEmulator fb_{bed_.testbed(), 800, 1280};
+    std::unique_ptr<emul::DaemonProcess> daemon_;
 };
 
 bool same_bytes(const SystemMsg& a, const SystemMsg& b)

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "common/usb_gun/unixsocket.h"
-#include "harness/daemon_process.h"
+#include "sim/daemon_process.h"
 #include "support/scratch_root.h"
 
 namespace {
@@ -24,7 +24,7 @@ long main_thread_waits(pid_t pid)
 }
 
 // The output starts with the banner, line for line.
-void expect_banner(const testharness::DaemonProcess& daemon)
+void expect_banner(const emul::DaemonProcess& daemon)
 {
     ASSERT_TRUE(daemon.wait_for("Build time "));
     const std::string full(61, '@'), blank = "@" + std::string(59, ' ') + "@";
@@ -42,7 +42,7 @@ TEST(DaemonStart, PrintsTheBannerOnStandardOutputAndKeepsLooping)
 {
     testsupport::ScratchRoot root;
     testsupport::write_port_conf(root.at("/run"));
-    testharness::DaemonProcess daemon(root.at("/run"), {"-p", "0", "-i", "0"});
+    emul::DaemonProcess daemon(root.at("/run"), {"-p", "0", "-i", "0"});
     ASSERT_TRUE(daemon.started());
     expect_banner(daemon);
 
@@ -63,7 +63,7 @@ TEST(DaemonStart, ReadsPortConfFromItsWorkingDirectory)
 {
     testsupport::ScratchRoot root;
     testsupport::write_port_conf(root.at("/run"));
-    testharness::DaemonProcess daemon(root.at("/run"));
+    emul::DaemonProcess daemon(root.at("/run"));
     ASSERT_TRUE(daemon.started());
     expect_banner(daemon);
     for (const char* line : {"path:usb-musb-hdrc.0-1----seat:5\n", "screen:1 ______ 2\n", "nice is "})
@@ -75,7 +75,7 @@ TEST(DaemonStart, ConversionsInAConfigurationLineAreLoggedAsTheyStand)
 {
     testsupport::ScratchRoot root;
     testsupport::write_port_conf(root.at("/run"), std::string("StartSection %n%n%n%n\n") + testsupport::kExamplePortConf);
-    testharness::DaemonProcess daemon(root.at("/run"), {"-p", "0", "-d", "0", "-i", "0"});
+    emul::DaemonProcess daemon(root.at("/run"), {"-p", "0", "-d", "0", "-i", "0"});
     ASSERT_TRUE(daemon.started());
     EXPECT_TRUE(daemon.wait_for("parse error section %n%n%n%n is unsurpport\n"));
     EXPECT_TRUE(daemon.wait_for("nice is "));

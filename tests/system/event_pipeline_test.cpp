@@ -11,12 +11,12 @@
 
 #include "common/inputevent_handle.h"
 #include "common/ts_cali.h"
-#include "harness/daemon_process.h"
-#include "harness/dev_mod_cfg_emul.h"
+#include "sim/daemon_process.h"
+#include "sim/dev_mod_cfg_emul.h"
 #include "harness/display_client.h"
-#include "harness/evdev_testbed.h"
-#include "harness/fb_emul.h"
-#include "support/devices.h"
+#include "sim/evdev_testbed.h"
+#include "sim/fb_emul.h"
+#include "sim/devices.h"
 #include "support/scratch_root.h"
 #include "support/screen_clients.h"
 
@@ -24,12 +24,12 @@ namespace {
 
 using namespace std::chrono_literals;
 using testharness::DisplayClient;
-using testharness::ev;
+using emul::ev;
 using testharness::make_msg;
 using testsupport::Ev;
 using Evs = std::vector<Ev>;
 using Events = std::vector<tactord::input_event>;
-namespace dev = testsupport::devices;
+namespace dev = emul::devices;
 
 SystemMsg msg(int32_t type, int32_t scr, int32_t value = 0)
 {
@@ -64,7 +64,7 @@ class EventPipeline : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        daemon_ = std::make_unique<testharness::DaemonProcess>(root_.at("/work"));
+        daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/work"));
         ASSERT_TRUE(daemon_->wait_for("nice is "));
         for (auto* c : {&ctl_, &main_, &sub_})
             *c = std::make_unique<DisplayClient>(root_.path());
@@ -78,7 +78,7 @@ protected:
         if (HasFailure())
             std::fprintf(stderr, "%s", daemon_->output().c_str());
     }
-    void plug(int node, const testsupport::TestDevice& d, const std::string& line)
+    void plug(int node, const emul::TestDevice& d, const std::string& line)
     {
         const std::size_t since = daemon_->mark();
         ASSERT_TRUE(bed_.add(node, d));
@@ -139,10 +139,10 @@ protected:
 
     testsupport::ScratchRoot root_;
     const std::string conf_ = testsupport::write_port_conf(root_.at("/work"));
-    testharness::EvdevTestbed bed_;
-    testharness::FramebufferEmulator fb_{bed_.testbed(), 1280, 800};
-    testharness::DevModCfgEmulator lock_{bed_.testbed()};
-    std::unique_ptr<testharness::DaemonProcess> daemon_;
+    emul::EvdevTestbed bed_;
+    emul::FramebufferEmulator fb_{bed_.testbed(), 1280, 800};
+    emul::DevModCfgEmulator lock_{bed_.testbed()};
+    std::unique_ptr<emul::DaemonProcess> daemon_;
     std::unique_ptr<DisplayClient> ctl_, main_, sub_;
 };
 

@@ -11,24 +11,24 @@
 #include <thread>
 #include <string>
 
-#include "harness/daemon_process.h"
+#include "sim/daemon_process.h"
 #include "harness/display_client.h"
-#include "harness/evdev_testbed.h"
-#include "support/devices.h"
+#include "sim/evdev_testbed.h"
+#include "sim/devices.h"
 #include "support/scratch_root.h"
 #include "support/screen_clients.h"
 
 namespace {
 
-using testharness::ev;
+using emul::ev;
 using testsupport::Ev;
-namespace dev = testsupport::devices;
+namespace dev = emul::devices;
 
 class DaemonWithDevices : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        daemon_ = std::make_unique<testharness::DaemonProcess>(root_.at("/work"));
+        daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/work"));
         ASSERT_TRUE(daemon_->started());
         ASSERT_TRUE(daemon_->wait_for("path:usb-musb-hdrc.0-1----seat:5"));
     }
@@ -59,8 +59,8 @@ protected:
 
     testsupport::ScratchRoot root_;
     const std::string conf_ = testsupport::write_port_conf(root_.at("/work"));
-    testharness::EvdevTestbed bed_;
-    std::unique_ptr<testharness::DaemonProcess> daemon_;
+    emul::EvdevTestbed bed_;
+    std::unique_ptr<emul::DaemonProcess> daemon_;
     std::unique_ptr<testharness::DisplayClient> client_;
 };
 

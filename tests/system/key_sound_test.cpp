@@ -8,7 +8,7 @@
 #include "common/keyaudio/key_voice.h"
 #include "common/usb_gun/unixsocket.h"
 #include "func/touchscreen/touchscreen_lock_ctl.h"
-#include "harness/dev_mod_cfg_emul.h"
+#include "sim/dev_mod_cfg_emul.h"
 #include "support/scanner.h"
 #include "support/scratch_root.h"
 
@@ -26,7 +26,7 @@ Bytes receive(int fd, unsigned timeout_ms = 1000)
 TEST(KeySound, PressesClickTheNewestAudioClientAtTheDriversVolume)
 {
     ScratchRoot root;
-    testharness::DevModCfgEmulator drv;
+    emul::DevModCfgEmulator drv;
     touchscreeninit();
     tactord::input_event press{0, 0, EV_KEY, BTN_TOUCH, 1};
     tactord::input_event release{0, 0, EV_KEY, BTN_TOUCH, 0};

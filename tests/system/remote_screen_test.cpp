@@ -10,10 +10,10 @@
 
 #include "common/OrvelClient.h"
 #include "common/screen_manager.h"
-#include "harness/daemon_process.h"
 #include "harness/display_client.h"
-#include "harness/evdev_testbed.h"
-#include "support/devices.h"
+#include "sim/daemon_process.h"
+#include "sim/devices.h"
+#include "sim/evdev_testbed.h"
 #include "support/remote_link.h"
 #include "support/scratch_root.h"
 
@@ -31,9 +31,9 @@ TEST(RemoteScreen, TheAgentsAnswersReachTheControlSocketAndASilentAgentIsDropped
         GTEST_SKIP() << "no private network namespace (" << why << "): never on the real network";
     testsupport::ScratchRoot root;
     testsupport::write_port_conf(root.at("/work"));
-    testharness::EvdevTestbed bed;
+    emul::EvdevTestbed bed;
     testsupport::FakePeer agent("173.0.0.2", IPC_PORT);
-    testharness::DaemonProcess daemon(root.at("/work"), {"-p", "0", "-d", "0", "-i", "1"});
+    emul::DaemonProcess daemon(root.at("/work"), {"-p", "0", "-d", "0", "-i", "1"});
     ASSERT_TRUE(agent.accept(10s));
     const auto connected = std::chrono::steady_clock::now();
     for (const Words& want : {Words{IPC_PKG_FLAG, 4, 0, 10}, {IPC_PKG_FLAG, 4, 0, 17}, {IPC_PKG_FLAG, 4, 0, 0}})
@@ -77,7 +77,7 @@ protected:
         testsupport::write_port_conf(root_.at("/work"));
         agent_ = std::make_unique<testsupport::FakePeer>("173.0.0.2", IPC_PORT);
         agent_->answer_ticks = true;
-        daemon_ = std::make_unique<testharness::DaemonProcess>(
+        daemon_ = std::make_unique<emul::DaemonProcess>(
             root_.at("/work"), std::vector<std::string>{"-p", "0", "-d", "0", "-i", "1", "-t", GetParam()});
         ASSERT_TRUE(agent_->accept(10s));
         ASSERT_EQ(agent_->frame(), (Words{IPC_PKG_FLAG, 4, 0, MessageType_WindowsSize}));
@@ -87,7 +87,7 @@ protected:
 
         main_ = std::make_unique<testharness::DisplayClient>(root_.path());
         ASSERT_TRUE(main_->register_for(MAIN_SCREEN));
-        namespace dev = testsupport::devices;
+        namespace dev = emul::devices;
         ASSERT_TRUE(bed_.add(1, dev::mouse().on("usb-musb-hdrc.1-1.2/input0")));
         ASSERT_TRUE(bed_.add(2, dev::full_keyboard().on("usb-musb-hdrc.1-1.1/input0")));
         ASSERT_TRUE(daemon_->wait_for("/dev/event1 is mouse...\n") && daemon_->wait_for("/dev/event2 is keyboard...\n"));
@@ -119,15 +119,15 @@ protected:
     }
 
     testsupport::ScratchRoot root_;
-    testharness::EvdevTestbed bed_;
+    emul::EvdevTestbed bed_;
     std::unique_ptr<testsupport::FakePeer> agent_;
-    std::unique_ptr<testharness::DaemonProcess> daemon_;
+    std::unique_ptr<emul::DaemonProcess> daemon_;
     std::unique_ptr<testharness::DisplayClient> main_;
 };
 
 TEST_P(IpcScreenInput, ThePointerKeysAndFocusRoutedToTheIpcScreenReachTheAgent)
 {
-    using testharness::ev;
+    using emul::ev;
     // Right of the 1920-wide main screen: x = 100 + 2000 - 1920 = 180 on the
     // 1024 x 768 IPC screen.
     bed_.play(1, {ev(EV_REL, REL_X, 2000), ev(EV_SYN, SYN_REPORT, 0)});

@@ -16,14 +16,14 @@
 #include "common/usb_gun/usbkbd_scanner.h"
 #include "common/usb_gun/usbkbd_scanner_internal.h"
 #include "common/usb_gun/usblog.h"
-#include "harness/evdev_testbed.h"
-#include "support/devices.h"
+#include "sim/evdev_testbed.h"
+#include "sim/devices.h"
 #include "support/scanner.h"
 #include "support/scratch_root.h"
 
 namespace {
 
-namespace dev = testsupport::devices;
+namespace dev = emul::devices;
 
 // The readers' data callback: what they hand on is followed to the client
 // by the scanner service's tests in the running daemon.
@@ -61,7 +61,7 @@ protected:
     }
 
     testsupport::ScratchRoot root_;
-    testharness::EvdevTestbed bed_;
+    emul::EvdevTestbed bed_;
 };
 
 TEST_F(ScannerReaders, WedgeScannerIsReadWhereTheEventNodesLieUntilItGoes)

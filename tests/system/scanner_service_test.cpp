@@ -11,9 +11,10 @@
 #include "common/usb_gun/unixsocket.h"
 #include "common/usb_gun/usbgun_records.h"
 #include "common/usb_gun/usbscangun_manger.h"
-#include "harness/daemon_process.h"
 #include "harness/display_client.h"
-#include "harness/evdev_testbed.h"
+#include "sim/daemon_process.h"
+#include "sim/devices.h"
+#include "sim/evdev_testbed.h"
 #include "support/scanner.h"
 #include "support/scratch_root.h"
 
@@ -28,13 +29,13 @@ protected:
     {
         std::string listing;
         for (int node = 3; node <= 7; ++node) {
-            ASSERT_TRUE(bed_.add(node, testsupport::devices::wedge_scanner()));
+            ASSERT_TRUE(bed_.add(node, emul::devices::wedge_scanner()));
             listing += testsupport::listed_device(1, 2, node < 7 ? "Test Scanner" : "Last Scanner", "usb-1/input0",
                                                   "kbd event" + std::to_string(node));
         }
         std::filesystem::create_directories(root_.at("/proc/bus/input"));
         testsupport::write_file(root_.at("/proc/bus/input/devices"), listing);
-        daemon_ = std::make_unique<testharness::DaemonProcess>(root_.at("/w"));
+        daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/w"));
         for (int i = 0; i < 100 && !std::filesystem::exists(root_.at(SCANNER_SOCKET_PATH)); ++i)
             usleep(50000);  // made on the service's own thread
     }
@@ -52,7 +53,7 @@ protected:
     }
     bool daemon_reads_once(int node)
     {
-        using testharness::ev;
+        using emul::ev;
         if (!display_) {
             display_ = std::make_unique<testharness::DisplayClient>(root_.path());
             if (!display_->register_for(MAIN_SCREEN))
@@ -77,8 +78,8 @@ protected:
 
     testsupport::ScratchRoot root_;
     const std::string conf_ = testsupport::write_port_conf(root_.at("/w"));
-    testharness::EvdevTestbed bed_;
-    std::unique_ptr<testharness::DaemonProcess> daemon_;
+    emul::EvdevTestbed bed_;
+    std::unique_ptr<emul::DaemonProcess> daemon_;
     std::unique_ptr<testharness::DisplayClient> display_;
 };
 
@@ -110,7 +111,7 @@ TEST_F(ScannerServiceInDaemon, ScansFromLentWedgeScannersAndCdcPortsReachTheClie
     ASSERT_EQ(UsbGunConfigSet("Test Scanner", 0), 0);
     ASSERT_TRUE(logged("Set event6 as NOT ScanGun device success...\r\n"));
     EXPECT_TRUE(daemon_reads(node, 5));
-    ASSERT_TRUE(bed_.play(7, {testharness::ev(EV_KEY, KEY_2, 1)}));
+    ASSERT_TRUE(bed_.play(7, {emul::ev(EV_KEY, KEY_2, 1)}));
     EXPECT_EQ(std::get<0>(next_scan(150)), -1);
     EXPECT_EQ(testsupport::count_text(testsupport::read_file(root_.at(SCANNER_LOG_PATH)), "event7 starting"), 0);
 }

@@ -13,11 +13,11 @@
 #include "func/device/drv_device.h"
 #include "func/sound/sound.h"
 #include "func/touchscreen/touchscreen_lock_ctl_internal.h"
-#include "harness/dev_mod_cfg_emul.h"
+#include "sim/dev_mod_cfg_emul.h"
 
 namespace {
 
-using testharness::DevModCfgEmulator;
+using emul::DevModCfgEmulator;
 
 std::mutex g_seen_lock;  // guards every g_seen_* below
 std::vector<std::string> g_seen_log;

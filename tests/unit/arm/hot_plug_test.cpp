@@ -12,22 +12,22 @@
 #include "common/log.h"
 #include "common/multi_config.h"
 #include "common/usb_gun/usblog.h"
-#include "support/devices.h"
+#include "sim/devices.h"
 #include "support/log_capture.h"
 #include "support/scratch_root.h"
 
 namespace {
 
-using testsupport::TestDevice;
-namespace dev = testsupport::devices;
+using emul::TestDevice;
+namespace dev = emul::devices;
 
 int classify(const TestDevice& d, int* need_cali)
 {
     evdev_bitmaps bits{};
-    testsupport::fill_bits(d.ev, bits.ev.data(), bits.ev.size());
-    testsupport::fill_bits(d.abs, bits.abs.data(), bits.abs.size());
-    testsupport::fill_bits(d.key, bits.key.data(), bits.key.size());
-    testsupport::fill_bits(d.rel, bits.rel.data(), bits.rel.size());
+    emul::fill_bits(d.ev, bits.ev.data(), bits.ev.size());
+    emul::fill_bits(d.abs, bits.abs.data(), bits.abs.size());
+    emul::fill_bits(d.key, bits.key.data(), bits.key.size());
+    emul::fill_bits(d.rel, bits.rel.data(), bits.rel.size());
     return classify_event_device(bits, need_cali);
 }
 

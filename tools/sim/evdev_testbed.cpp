@@ -1,4 +1,4 @@
-#include "harness/evdev_testbed.h"
+#include "sim/evdev_testbed.h"
 
 #include <linux/input.h>
 #include <fcntl.h>
@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <tuple>
 
-namespace testharness {
+namespace emul {
 
 std::string EvdevTestbed::devnode_of(int node)
 {
@@ -23,7 +23,7 @@ std::string EvdevTestbed::devnode_of(int node)
 EvdevTestbed::EvdevTestbed() : testbed_(umockdev_testbed_new()), handler_(umockdev_ioctl_base_new())
 {
     const char* path = std::getenv("PATH");
-    const std::string shim = TACTORD_SOURCE_DIR "/tests/harness/bin";
+    const std::string shim = TACTORD_SOURCE_DIR "/tools/sim/bin";
     if (path == nullptr || std::string(path).find(shim) == std::string::npos)
         setenv("PATH", (shim + ":" + (path != nullptr ? path : "/usr/bin:/bin")).c_str(), 1);
     g_signal_connect(handler_, "handle-ioctl", G_CALLBACK(&EvdevTestbed::on_ioctl), this);
@@ -37,7 +37,7 @@ EvdevTestbed::~EvdevTestbed()
     g_object_unref(testbed_);
 }
 
-bool EvdevTestbed::add(int node, const testsupport::TestDevice& dev, NodeOptions opts)
+bool EvdevTestbed::add(int node, const emul::TestDevice& dev, NodeOptions opts)
 {
     const std::string devnode = (opts.input_dir ? "/dev/input/event" : "/dev/event") + std::to_string(node);
     const std::string input = "/devices/platform/test/input/input" + std::to_string(next_input_++);
@@ -219,13 +219,13 @@ gboolean EvdevTestbed::handle_ioctl(UMockdevIoctlClient* client)
             {EV_REL, {&node.dev.rel, REL_MAX}}};
         const auto it = maps.find(nr - 0x20);
         const std::size_t len = it == maps.end() ? 0 : std::min<std::size_t>(size, (it->second.second + 8) / 8);
-        testsupport::fill_bits(it == maps.end() ? std::vector<unsigned>{} : *it->second.first, out, len);
+        emul::fill_bits(it == maps.end() ? std::vector<unsigned>{} : *it->second.first, out, len);
         result = static_cast<long>(len);
         err = 0;
     } else if (nr >= 0x40 && nr < 0x40 + ABS_CNT && size == sizeof(input_absinfo)) {
         // EVIOCGABS
         input_absinfo info{};
-        for (const testsupport::AbsAxis& axis : node.dev.axes)
+        for (const emul::AbsAxis& axis : node.dev.axes)
             if (axis.code == nr - 0x40)
                 std::tie(info.minimum, info.maximum) = std::tie(axis.minimum, axis.maximum);
         std::memcpy(out, &info, sizeof info);
@@ -237,4 +237,4 @@ gboolean EvdevTestbed::handle_ioctl(UMockdevIoctlClient* client)
     return TRUE;
 }
 
-}  // namespace testharness
+}  // namespace emul

@@ -1,7 +1,8 @@
 // Runs the real tactord binary in a working directory (which holds its
-// "port.conf") with the test's environment ($TACTORD_ROOT, the umockdev
-// preload and testbed), collects its standard output, and kills and reaps it
-// on destruction.
+// "port.conf") with the caller's environment ($TACTORD_ROOT, the umockdev
+// testbed and, for a caller that is not preloaded itself, the umockdev
+// preload), collects its standard output, and kills and reaps it on
+// destruction.
 #pragma once
 
 #include <sys/types.h>
@@ -13,14 +14,22 @@
 #include <thread>
 #include <vector>
 
-namespace testharness {
+namespace emul {
 
 // The daemon's log on standard output, every level, no remote-screen clients.
 inline const std::vector<std::string> kStdoutLogArgs = {"-p", "0", "-d", "0", "-i", "0"};
 
+// How the daemon is started beyond its arguments.
+struct Launch {
+    std::string binary = TACTORD_BINARY;
+    bool umockdev_preload = false;  // put the umockdev preload into the daemon's LD_PRELOAD
+    std::string log_path;           // also append the output to this file
+};
+
 class DaemonProcess {
 public:
-    explicit DaemonProcess(const std::string& workdir, const std::vector<std::string>& args = kStdoutLogArgs);
+    explicit DaemonProcess(const std::string& workdir, const std::vector<std::string>& args = kStdoutLogArgs,
+                           const Launch& launch = {});
     ~DaemonProcess();
     DaemonProcess(const DaemonProcess&) = delete;
     DaemonProcess& operator=(const DaemonProcess&) = delete;
@@ -45,6 +54,7 @@ private:
 
     pid_t pid_ = -1;
     int out_fd_ = -1;
+    int log_fd_ = -1;
     std::thread reader_;
     // Guards output_ and eof_.
     mutable std::mutex mutex_;
@@ -53,4 +63,4 @@ private:
     bool eof_ = false;
 };
 
-}  // namespace testharness
+}  // namespace emul

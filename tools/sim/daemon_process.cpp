@@ -1,20 +1,25 @@
-#include "harness/daemon_process.h"
+#include "sim/daemon_process.h"
 
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fcntl.h>
+
 #include <cerrno>
+#include <cstdlib>
 
-namespace testharness {
+namespace emul {
 
-DaemonProcess::DaemonProcess(const std::string& workdir, const std::vector<std::string>& args)
+DaemonProcess::DaemonProcess(const std::string& workdir, const std::vector<std::string>& args, const Launch& launch)
 {
     int fds[2];
-    if (pipe(fds) != 0)
+    if (pipe2(fds, O_CLOEXEC) != 0)
         return;
-    std::vector<std::string> argv_store = {TACTORD_BINARY};
+    if (!launch.log_path.empty())
+        log_fd_ = open(launch.log_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    std::vector<std::string> argv_store = {launch.binary};
     argv_store.insert(argv_store.end(), args.begin(), args.end());
     std::vector<char*> argv;
     for (std::string& a : argv_store)
@@ -31,6 +36,12 @@ DaemonProcess::DaemonProcess(const std::string& workdir, const std::vector<std::
         close(fds[1]);
         if (chdir(workdir.c_str()) != 0)
             _exit(126);
+        if (launch.umockdev_preload) {
+            const char* old = std::getenv("LD_PRELOAD");
+            const std::string preload =
+                std::string("libumockdev-preload.so.0") + (old != nullptr && old[0] != '\0' ? ":" + std::string(old) : "");
+            setenv("LD_PRELOAD", preload.c_str(), 1);
+        }
         execv(argv[0], argv.data());
         _exit(127);
     }
@@ -53,6 +64,8 @@ DaemonProcess::~DaemonProcess()
         reader_.join();
     if (out_fd_ >= 0)
         close(out_fd_);
+    if (log_fd_ >= 0)
+        close(log_fd_);
 }
 
 void DaemonProcess::collect()
@@ -69,6 +82,9 @@ void DaemonProcess::collect()
             return;
         }
         output_.append(buf, static_cast<std::size_t>(n));
+        if (log_fd_ >= 0 && write(log_fd_, buf, static_cast<std::size_t>(n)) < 0) {
+            // A full disk loses the copy, not the output.
+        }
         changed_.notify_all();
     }
 }
@@ -107,4 +123,4 @@ bool DaemonProcess::alive()
     return pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0;
 }
 
-}  // namespace testharness
+}  // namespace emul

@@ -1,6 +1,6 @@
-// Typical input devices described as data (capability bits, axis ranges,
-// sysfs name and physical path), shared by the unit tests and the umockdev
-// harness.
+// Input devices described as data (capability bits, axis ranges, sysfs name
+// and physical path): typical devices for the tests, and the simulated
+// board that tactord-sim and the system tests share.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace testsupport {
+namespace emul {
 
 struct AbsAxis {
     unsigned code;
@@ -50,4 +50,21 @@ const TestDevice& wedge_scanner();        // digits, Enter, Shift: no full first
 const TestDevice& misc_buttons();         // keys above 255 outside the high block only
 }  // namespace devices
 
-}  // namespace testsupport
+// One device of the simulated board. The USB ports are those of the sample
+// etc/port.conf: seat 5 (usb-musb-hdrc.0-1) is the main touchscreen's, seat 1
+// (usb-musb-hdrc.1-1.1) and screen 0 have the keyboard, seat 2
+// (usb-musb-hdrc.1-1.2) and screen 1 the mouse.
+struct BoardDevice {
+    std::string name;  // what a person calls it in tactord-sim
+    std::string what;  // one line about it
+    TestDevice dev;
+};
+// The board in plug order: "panel" (the board's own touch controller, no USB,
+// single touch, needs calibration), "touchscreen" (USB multi-touch on seat
+// 5), "keyboard", "mouse".
+const std::vector<BoardDevice>& board();
+// Framebuffer size of the board's main panel.
+inline constexpr unsigned kBoardWidth = 1280;
+inline constexpr unsigned kBoardHeight = 800;
+
+}  // namespace emul

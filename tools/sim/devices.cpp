@@ -1,10 +1,10 @@
-#include "support/devices.h"
+#include "sim/devices.h"
 
 #include <linux/input.h>
 
 #include <cstring>
 
-namespace testsupport {
+namespace emul {
 
 TestDevice TestDevice::on(const std::string& new_phys) const
 {
@@ -73,4 +73,22 @@ TEST_DEVICE(wedge_scanner, "Test Scanner", kSeatTwoPort, {EV_SYN, EV_KEY}, {},
 TEST_DEVICE(misc_buttons, "Test Buttons", "", {EV_SYN, EV_KEY}, {}, {BTN_0, BTN_MISC + 5, 0x2C0}, {}, {})
 
 }  // namespace devices
-}  // namespace testsupport
+
+const std::vector<BoardDevice>& board()
+{
+    static const std::vector<BoardDevice> b = {
+        {"panel", "the board's own touch panel (no USB, single touch, calibrated by tactord)",
+         {"Board Touch Panel", "tsc/input0", {EV_SYN, EV_KEY, EV_ABS}, {ABS_X, ABS_Y, ABS_PRESSURE}, {BTN_TOUCH}, {},
+          {{ABS_X, 0, 4095}, {ABS_Y, 0, 4095}}}},
+        {"touchscreen", "USB multi-touch screen on seat 5 (main screen)",
+         {"USB Touchscreen", "usb-musb-hdrc.0-1/input0", {EV_SYN, EV_KEY, EV_ABS},
+          {ABS_X, ABS_Y, ABS_MT_SLOT, ABS_MT_POSITION_X, ABS_MT_POSITION_Y, ABS_MT_TRACKING_ID}, {BTN_TOUCH}, {},
+          {{ABS_X, 0, 4095}, {ABS_Y, 0, 4095}, {ABS_MT_POSITION_X, 0, 4095}, {ABS_MT_POSITION_Y, 0, 4095}}}},
+        {"keyboard", "USB keyboard on seat 1 (main screen), with Caps, Num and Scroll Lock LEDs",
+         devices::full_keyboard().on("usb-musb-hdrc.1-1.1/input0")},
+        {"mouse", "USB wheel mouse on seat 2 (sub screen)", devices::mouse()},
+    };
+    return b;
+}
+
+}  // namespace emul

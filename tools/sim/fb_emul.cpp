@@ -1,11 +1,11 @@
-#include "harness/fb_emul.h"
+#include "sim/fb_emul.h"
 
 #include <linux/fb.h>
 
 #include <cerrno>
 #include <cstring>
 
-namespace testharness {
+namespace emul {
 
 FramebufferEmulator::FramebufferEmulator(UMockdevTestbed* testbed, unsigned xres, unsigned yres)
     : testbed_(testbed), handler_(umockdev_ioctl_base_new()), xres_(xres), yres_(yres)
@@ -52,4 +52,4 @@ gboolean FramebufferEmulator::on_ioctl(UMockdevIoctlBase*, UMockdevIoctlClient* 
     return TRUE;
 }
 
-}  // namespace testharness
+}  // namespace emul

@@ -4,7 +4,7 @@
 
 #include <umockdev.h>
 
-namespace testharness {
+namespace emul {
 
 class FramebufferEmulator {
 public:
@@ -22,4 +22,4 @@ private:
     unsigned yres_;
 };
 
-}  // namespace testharness
+}  // namespace emul

@@ -16,9 +16,9 @@
 #include <vector>
 
 #include "common/tactord_types.h"
-#include "support/devices.h"
+#include "sim/devices.h"
 
-namespace testharness {
+namespace emul {
 
 struct NodeOptions {
     bool fail_ioctls = false;  // every ioctl fails with EIO
@@ -37,7 +37,7 @@ public:
     // Plugs dev in as /dev/event<node>. A node number is used once per
     // testbed (the emulation keeps the other end of an unplugged node): false
     // for a number already used.
-    bool add(int node, const testsupport::TestDevice& dev, NodeOptions opts = {});
+    bool add(int node, const emul::TestDevice& dev, NodeOptions opts = {});
     // Unplugs /dev/event<node>.
     void remove(int node);
 
@@ -62,7 +62,7 @@ public:
 
 private:
     struct Node {
-        testsupport::TestDevice dev;
+        emul::TestDevice dev;
         NodeOptions opts;
         std::string input_syspath;  // the input device (name, phys)
         std::string event_syspath;  // its event node
@@ -88,4 +88,4 @@ inline tactord::input_event ev(uint16_t type, uint16_t code, int32_t value)
     return {0, 0, type, code, value};
 }
 
-}  // namespace testharness
+}  // namespace emul

@@ -1,9 +1,9 @@
-#include "harness/dev_mod_cfg_emul.h"
+#include "sim/dev_mod_cfg_emul.h"
 
 #include <cerrno>
 #include <cstring>
 
-namespace testharness {
+namespace emul {
 
 DevModCfgEmulator::DevModCfgEmulator() : DevModCfgEmulator(umockdev_testbed_new())
 {
@@ -134,4 +134,4 @@ gboolean DevModCfgEmulator::handle_ioctl(UMockdevIoctlClient* client)
     return TRUE;
 }
 
-}  // namespace testharness
+}  // namespace emul

@@ -13,7 +13,7 @@
 
 #include "func/touchscreen/touchscreen_lock_ctl.h"
 
-namespace testharness {
+namespace emul {
 
 class DevModCfgEmulator {
 public:
@@ -59,4 +59,4 @@ private:
     std::vector<Request> requests_;
 };
 
-}  // namespace testharness
+}  // namespace emul
