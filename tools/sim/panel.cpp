@@ -1,0 +1,373 @@
+#include "sim/panel.h"
+
+#include <linux/input.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+
+#include "client/record_text.h"
+#include "tactorctl/ctl.h"
+
+namespace emul {
+namespace {
+
+using namespace std::chrono_literals;
+
+// A kernel evdev node delivers whole records; an emulated one is a byte
+// stream, so large writes are cut into plays of at most this many records.
+constexpr std::size_t kRecordsPerWrite = 10;
+// Node numbers the daemon's hot-plug monitor looks at.
+constexpr int kNodes = 16;
+
+std::vector<std::string> split_words(const std::string& text)
+{
+    std::istringstream in(text);
+    std::vector<std::string> out;
+    for (std::string w; in >> w;)
+        out.push_back(w);
+    return out;
+}
+
+// The events of one write, in words: "REL_X 300, SYN_REPORT".
+std::string frame_text(const std::vector<tactord::input_event>& events)
+{
+    std::string text;
+    for (const auto& ev : events) {
+        std::string one = tools::describe_event(ev);
+        // The type is clear from the code's name.
+        if (const std::size_t blank = one.find(' '); blank != std::string::npos && one.rfind("EV_", 0) == 0)
+            one = one.substr(blank + 1);
+        text += (text.empty() ? "" : ", ") + one;
+    }
+    return text;
+}
+
+}  // namespace
+
+Panel::Panel(Transcript& transcript, PanelOptions options) : transcript_(transcript), options_(std::move(options)) {}
+
+Panel::~Panel()
+{
+    stop_.store(true);
+    if (watcher_.joinable())
+        watcher_.join();
+    for (const pid_t pid : clients_) {
+        kill(pid, SIGTERM);
+        waitpid(pid, nullptr, 0);
+    }
+    for (std::thread& t : readers_)
+        t.join();
+    daemon_.reset();
+    dev_mod_cfg_.reset();
+    fb_.reset();
+    bed_.reset();
+}
+
+bool Panel::start(std::string& error)
+{
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    for (const char* dir : {"/var/log", "/tmp", "/proc", "/work"})
+        fs::create_directories(options_.root + dir, ec);
+    fs::copy_file(options_.port_conf, options_.root + "/work/port.conf", fs::copy_options::overwrite_existing, ec);
+    if (ec) {
+        error = "cannot copy " + options_.port_conf + ": " + ec.message();
+        return false;
+    }
+    // The board's touch controller identifies itself as a 12-bit panel.
+    if (std::FILE* f = std::fopen((options_.root + "/proc/atmel_product").c_str(), "w")) {
+        std::fputs("2151", f);
+        std::fclose(f);
+    }
+    setenv("TACTORD_ROOT", options_.root.c_str(), 1);
+
+    bed_ = std::make_unique<EvdevTestbed>();
+    fb_ = std::make_unique<FramebufferEmulator>(bed_->testbed(), kBoardWidth, kBoardHeight);
+    dev_mod_cfg_ = std::make_unique<DevModCfgEmulator>(bed_->testbed());
+    for (const BoardDevice& b : board())
+        devices_.push_back({b.name, b.what, b.dev});
+
+    Launch launch;
+    launch.umockdev_preload = true;
+    launch.log_path = options_.root + "/tactord.log";
+    daemon_ = std::make_unique<DaemonProcess>(options_.root + "/work", split_words(options_.daemon_args), launch);
+    if (!daemon_->started()) {
+        error = "cannot start " + launch.binary;
+        return false;
+    }
+    transcript_.line("sim", "--",
+                     "tactord " + options_.daemon_args + " started in " + options_.root + " (its log: " +
+                         launch.log_path + ")");
+    if (!start_client(0, error) || !start_client(1, error))
+        return false;
+    watcher_ = std::thread([this] { watch_devices(); });
+    for (const BoardDevice& b : board())
+        if (!plug(b.name, error))
+            return false;
+    return true;
+}
+
+bool Panel::daemon_alive()
+{
+    return daemon_ && daemon_->alive();
+}
+
+bool Panel::start_client(int screen, std::string& error)
+{
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        error = std::string("pipe: ") + std::strerror(errno);
+        return false;
+    }
+    const std::size_t since = transcript_.mark();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        dup2(fds[1], STDOUT_FILENO);
+        dup2(fds[1], STDERR_FILENO);
+        const std::string n = std::to_string(screen);
+        execl(options_.events_binary.c_str(), options_.events_binary.c_str(), "--screen", n.c_str(), "--wait", "10",
+              static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(fds[1]);
+    if (pid < 0) {
+        close(fds[0]);
+        error = std::string("fork: ") + std::strerror(errno);
+        return false;
+    }
+    clients_.push_back(pid);
+    readers_.emplace_back([this, screen, fd = fds[0]] { read_client(screen, fd); });
+    // The client's first line is the answer that shows it is registered.
+    if (!transcript_.wait_for("screen " + std::to_string(screen), "reply TYPE_MODE_GET", since, 15s)) {
+        error = "the display client of screen " + std::to_string(screen) + " did not register";
+        return false;
+    }
+    return true;
+}
+
+void Panel::read_client(int screen, int fd)
+{
+    const std::string source = "screen " + std::to_string(screen);
+    std::string pending;
+    char buf[1024];
+    for (;;) {
+        const ssize_t n = read(fd, buf, sizeof buf);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        pending.append(buf, static_cast<std::size_t>(n));
+        for (std::size_t nl; (nl = pending.find('\n')) != std::string::npos; pending.erase(0, nl + 1))
+            transcript_.line(source, "<<", pending.substr(0, nl));
+    }
+    close(fd);
+}
+
+void Panel::watch_devices()
+{
+    // What the daemon writes to a device (LED states to keyboards) arrives
+    // on the node's other end, in the host kernel's record layout.
+    while (!stop_.load()) {
+        std::vector<pollfd> fds;
+        std::vector<std::string> names;
+        {
+            std::lock_guard<std::mutex> guard(mutex_);
+            for (const Device& d : devices_)
+                if (d.fd >= 0) {
+                    fds.push_back({d.fd, POLLIN, 0});
+                    names.push_back(d.name);
+                }
+        }
+        if (fds.empty() || poll(fds.data(), fds.size(), 50) <= 0) {
+            usleep(50000);
+            continue;
+        }
+        for (std::size_t i = 0; i < fds.size(); ++i) {
+            if ((fds[i].revents & POLLIN) == 0) {
+                // A node nobody has open reports a hang-up: nothing to read.
+                continue;
+            }
+            ::input_event raw[16];
+            std::lock_guard<std::mutex> guard(mutex_);
+            const ssize_t n = read(fds[i].fd, raw, sizeof raw);
+            for (ssize_t k = 0; n > 0 && k < n / static_cast<ssize_t>(sizeof(::input_event)); ++k) {
+                const tactord::input_event ev{0, 0, raw[k].type, raw[k].code, raw[k].value};
+                transcript_.line(names[i], "<<", tools::describe_event(ev));
+            }
+        }
+        usleep(20000);
+    }
+}
+
+std::vector<Panel::Device> Panel::devices() const
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    return devices_;
+}
+
+std::optional<Panel::Device> Panel::find(const std::string& name) const
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    for (const Device& d : devices_)
+        if (d.name == name)
+            return d;
+    return std::nullopt;
+}
+
+Panel::Device* Panel::lookup(const std::string& name)
+{
+    for (Device& d : devices_)
+        if (d.name == name)
+            return &d;
+    return nullptr;
+}
+
+bool Panel::add_device(const std::string& name, const std::string& what, const TestDevice& dev, std::string& error)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (lookup(name) != nullptr) {
+        error = "there is already a device called " + name;
+        return false;
+    }
+    devices_.push_back({name, what, dev});
+    return true;
+}
+
+bool Panel::plug(const std::string& name, std::string& error)
+{
+    int node = -1;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        Device* d = lookup(name);
+        if (d == nullptr) {
+            error = "no device called " + name;
+            return false;
+        }
+        if (d->node >= 0) {
+            error = name + " is plugged in already";
+            return false;
+        }
+        // The emulation keeps the other end of an unplugged node, so each
+        // node number serves once per run.
+        if (next_node_ >= kNodes) {
+            error = "no event node left: the emulation uses each of /dev/event0..15 once per run";
+            return false;
+        }
+        node = next_node_++;
+        if (!bed_->add(node, d->dev)) {
+            error = "cannot emulate /dev/event" + std::to_string(node);
+            return false;
+        }
+        d->node = node;
+        d->fd = umockdev_testbed_get_dev_fd(bed_->testbed(), ("/dev/event" + std::to_string(node)).c_str());
+        transcript_.line(name, "--", "plugged in as /dev/event" + std::to_string(node) + ": " + d->what);
+    }
+    // The hot-plug monitor looks every 200 ms; the classification line says
+    // the daemon has the device (or could not identify it).
+    const std::string devnode = "/dev/event" + std::to_string(node);
+    const char* const unknown = "This is not a USB device or type is not identified";
+    const int unknown_before = daemon_->count(unknown);
+    bool seen = false;
+    for (int i = 0; i < 50 && !seen; ++i) {
+        seen = daemon_->count(devnode + " is ") > 0 || daemon_->count(unknown) > unknown_before;
+        if (!seen)
+            std::this_thread::sleep_for(100ms);
+    }
+    if (!seen) {
+        error = "tactord did not report " + devnode + " (see its log)";
+        return false;
+    }
+    std::this_thread::sleep_for(200ms);  // registration follows the classification line
+    return true;
+}
+
+bool Panel::unplug(const std::string& name, std::string& error)
+{
+    std::string devnode;
+    {
+        std::lock_guard<std::mutex> guard(mutex_);
+        Device* d = lookup(name);
+        if (d == nullptr || d->node < 0) {
+            error = d == nullptr ? "no device called " + name : name + " is not plugged in";
+            return false;
+        }
+        devnode = "/dev/event" + std::to_string(d->node);
+        bed_->remove(d->node);
+        d->node = -1;
+        d->fd = -1;
+        transcript_.line(name, "--", "unplugged (" + devnode + " gone)");
+    }
+    if (!daemon_->wait_for(devnode + " fail to connect!", 0, 10s)) {
+        error = "tactord did not notice that " + devnode + " went";
+        return false;
+    }
+    return true;
+}
+
+bool Panel::play(const std::string& name, const std::vector<tactord::input_event>& events, std::string& error)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    Device* d = lookup(name);
+    if (d == nullptr || d->node < 0) {
+        error = d == nullptr ? "no device called " + name : name + " is not plugged in";
+        return false;
+    }
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    for (std::size_t at = 0; at < events.size(); at += kRecordsPerWrite) {
+        std::vector<tactord::input_event> chunk(events.begin() + static_cast<std::ptrdiff_t>(at),
+                                                events.begin() + static_cast<std::ptrdiff_t>(
+                                                                     std::min(events.size(), at + kRecordsPerWrite)));
+        for (auto& ev : chunk) {
+            ev.tv_sec = static_cast<int32_t>(now.tv_sec);
+            ev.tv_usec = static_cast<int32_t>(now.tv_usec);
+        }
+        if (!bed_->play(d->node, chunk)) {
+            error = "cannot write into " + name;
+            return false;
+        }
+    }
+    transcript_.line(name, ">>", frame_text(events));
+    return true;
+}
+
+int Panel::ctl(const std::vector<std::string>& args)
+{
+    std::string line;
+    for (const std::string& a : args)
+        line += " " + a;
+    transcript_.line("tactorctl", "$", line.substr(line.empty() ? 0 : 1));
+    char* out_text = nullptr;
+    char* err_text = nullptr;
+    std::size_t out_len = 0;
+    std::size_t err_len = 0;
+    std::FILE* out = open_memstream(&out_text, &out_len);
+    std::FILE* err = open_memstream(&err_text, &err_len);
+    int status = tools::kExitFailed;
+    if (out != nullptr && err != nullptr)
+        status = tools::tactorctl_run(args, out, err);
+    for (std::FILE* f : {out, err})
+        if (f != nullptr)
+            std::fclose(f);
+    for (char* text : {out_text, err_text}) {
+        std::istringstream lines(text != nullptr ? text : "");
+        for (std::string l; std::getline(lines, l);)
+            transcript_.line("tactorctl", text == err_text ? "!!" : "--", l);
+        std::free(text);
+    }
+    return status;
+}
+
+}  // namespace emul

@@ -1,0 +1,97 @@
+// The simulated panel: the board's devices emulated under umockdev (evdev
+// nodes, the framebuffer, /dev/dev_mod_cfg), the real tactord binary run under
+// the umockdev preload in a sandbox ($TACTORD_ROOT), and a display client for
+// screen 0 and one for screen 1 (tactord-events processes). Whatever the
+// clients receive, and whatever the daemon writes back to a device (keyboard
+// LEDs), goes to the transcript.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/tactord_types.h"
+#include "sim/daemon_process.h"
+#include "sim/dev_mod_cfg_emul.h"
+#include "sim/devices.h"
+#include "sim/evdev_testbed.h"
+#include "sim/fb_emul.h"
+#include "sim/transcript.h"
+
+namespace emul {
+
+struct PanelOptions {
+    std::string root;            // the sandbox: $TACTORD_ROOT, port.conf in root/work
+    std::string port_conf;       // the seat file to use
+    std::string events_binary;   // tactord-events
+    std::string daemon_args = "-p 0 -d 2 -i 0";  // logs to standard output, warnings and errors
+};
+
+class Panel {
+public:
+    Panel(Transcript& transcript, PanelOptions options);
+    ~Panel();
+    Panel(const Panel&) = delete;
+    Panel& operator=(const Panel&) = delete;
+
+    // Emulation, daemon, the two display clients, then the board's devices.
+    bool start(std::string& error);
+    bool daemon_alive();
+    const std::string& root() const { return options_.root; }
+
+    // A device of the board, or one plugged in from a recording's header.
+    struct Device {
+        std::string name;
+        std::string what;
+        TestDevice dev;
+        int node = -1;  // /dev/eventN while plugged
+        int fd = -1;    // the node's other end
+    };
+    std::vector<Device> devices() const;
+    std::optional<Device> find(const std::string& name) const;
+    // Adds a device that is not on the board (unplugged until plug()).
+    bool add_device(const std::string& name, const std::string& what, const TestDevice& dev, std::string& error);
+
+    // Plugs a device in and waits until the daemon has classified it.
+    bool plug(const std::string& name, std::string& error);
+    bool unplug(const std::string& name, std::string& error);
+    // Writes events into the device (time-stamped now), at most ten records
+    // a write as a kernel node delivers them; shown in the transcript.
+    bool play(const std::string& name, const std::vector<tactord::input_event>& events, std::string& error);
+
+    // Runs a tactorctl command in this process against the daemon; its
+    // output goes to the transcript. Returns its exit status.
+    int ctl(const std::vector<std::string>& args);
+
+private:
+    bool start_client(int screen, std::string& error);
+    void read_client(int screen, int fd);
+    void watch_devices();
+    Device* lookup(const std::string& name);
+
+    Transcript& transcript_;
+    PanelOptions options_;
+    std::unique_ptr<EvdevTestbed> bed_;
+    std::unique_ptr<FramebufferEmulator> fb_;
+    std::unique_ptr<DevModCfgEmulator> dev_mod_cfg_;
+    std::unique_ptr<DaemonProcess> daemon_;
+
+    // Guards devices_ and the testbed, used by the command thread and the
+    // device watcher.
+    mutable std::mutex mutex_;
+    std::vector<Device> devices_;
+    int next_node_ = 0;
+
+    std::vector<pid_t> clients_;
+    std::vector<std::thread> readers_;
+    std::thread watcher_;
+    std::atomic<bool> stop_{false};
+};
+
+}  // namespace emul

@@ -1,0 +1,129 @@
+// tactord-sim: the simulated panel on an ordinary PC. It emulates the board's
+// devices, runs the real tactord under the emulation with two display
+// clients, plays a short demonstration and then takes commands from the
+// terminal, or runs a script of commands (--script FILE) and exits.
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "sim/commands.h"
+#include "sim/panel.h"
+
+namespace {
+
+int usage(std::FILE* to, int status)
+{
+    std::fprintf(to,
+                 "usage: tactord-sim [--script FILE] [--no-demo] [--root DIR] [--port-conf FILE] [--log-level N]\n"
+                 "Emulates the panel's board (a 1280x800 framebuffer, /dev/dev_mod_cfg, the board's touch panel,\n"
+                 "a USB touchscreen on seat 5, a USB keyboard on seat 1, a USB mouse on seat 2) under umockdev,\n"
+                 "runs the real tactord under it in a sandbox ($TACTORD_ROOT), and a display client for screen 0\n"
+                 "and one for screen 1 that print what they receive. Without --script it plays a demonstration\n"
+                 "and reads commands from the terminal (type help); with --script it runs the file's commands\n"
+                 "and exits: 0 when every command worked and every expectation was met, else 1.\n"
+                 "  --root DIR       the sandbox (default: a new directory under /tmp, removed at the end)\n"
+                 "  --port-conf FILE the seat file (default: the sample etc/port.conf)\n"
+                 "  --log-level N    tactord's -d level (default 2: warnings and errors)\n");
+    return status;
+}
+
+std::string self_dir()
+{
+    std::error_code ec;
+    return std::filesystem::read_symlink("/proc/self/exe", ec).parent_path().string();
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    std::string script;
+    bool demo = true;
+    bool own_root = true;
+    emul::PanelOptions options;
+    options.port_conf = TACTORD_SOURCE_DIR "/etc/port.conf";
+    options.events_binary = self_dir() + "/tactord-events";
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const bool value = i + 1 < argc;
+        if (arg == "--help")
+            return usage(stdout, 0);
+        if (arg == "--script" && value) {
+            script = argv[++i];
+        } else if (arg == "--no-demo") {
+            demo = false;
+        } else if (arg == "--root" && value) {
+            options.root = std::filesystem::absolute(argv[++i]).string();
+            own_root = false;
+        } else if (arg == "--port-conf" && value) {
+            options.port_conf = argv[++i];
+        } else if (arg == "--log-level" && value) {
+            options.daemon_args = std::string("-p 0 -d ") + argv[++i] + " -i 0";
+        } else {
+            std::fprintf(stderr, "tactord-sim: unexpected argument '%s'\n", arg.c_str());
+            return usage(stderr, 2);
+        }
+    }
+    std::ifstream script_file;
+    if (!script.empty()) {
+        script_file.open(script);
+        if (!script_file) {
+            std::fprintf(stderr, "tactord-sim: cannot read %s\n", script.c_str());
+            return 2;
+        }
+    }
+    if (own_root) {
+        std::string tmpl = (std::filesystem::temp_directory_path() / "tactord-sim-XXXXXX").string();
+        if (mkdtemp(tmpl.data()) == nullptr) {
+            std::perror("tactord-sim: mkdtemp");
+            return 1;
+        }
+        options.root = tmpl;
+    }
+
+    int status = 0;
+    {
+        emul::Transcript transcript(stdout);
+        emul::Panel panel(transcript, options);
+        emul::Interpreter interpreter(panel, transcript);
+        std::string error;
+        if (!panel.start(error)) {
+            transcript.line("sim", "!!", error);
+            status = 1;
+        } else if (!script.empty()) {
+            for (std::string line; std::getline(script_file, line);) {
+                if (!interpreter.run(line))
+                    break;
+            }
+            status = interpreter.failures() == 0 ? 0 : 1;
+            transcript.line("sim", "--",
+                            status == 0 ? "script done" : "script done, " + std::to_string(interpreter.failures()) +
+                                                              " failure(s)");
+        } else {
+            if (demo)
+                interpreter.run("demo");
+            const bool tty = isatty(STDIN_FILENO) != 0;
+            for (std::string line;;) {
+                if (tty) {
+                    std::fputs("tactord-sim> ", stdout);
+                    std::fflush(stdout);
+                }
+                if (!std::getline(std::cin, line) || !interpreter.run(line))
+                    break;
+            }
+        }
+    }
+    if (own_root) {
+        std::error_code ec;
+        std::filesystem::remove_all(options.root, ec);
+    }
+    return status;
+}

@@ -1,0 +1,43 @@
+// What the simulated panel shows a person: one line per record, saying which
+// device or client it concerns, in which direction, and what it is. Every
+// line is also kept, so that a script can wait for one to appear.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace emul {
+
+class Transcript {
+public:
+    explicit Transcript(std::FILE* out) : out_(out) {}
+
+    // Arrows: ">>" into a device (played by the simulation), "<<" received
+    // by a display client or written to a device by the daemon, "--" a note.
+    void line(const std::string& source, const char* arrow, const std::string& text);
+    // Number of lines so far: pass it to wait_for to look at later lines only.
+    std::size_t mark() const;
+    // Waits until a line of source whose text contains what appears at or
+    // after since.
+    bool wait_for(const std::string& source, const std::string& what, std::size_t since,
+                  std::chrono::milliseconds timeout);
+    // Waits until no line has come for quiet since the call (at most max).
+    void settle(std::chrono::milliseconds quiet, std::chrono::milliseconds max);
+
+private:
+    struct Line {
+        std::string source;
+        std::string text;
+    };
+    std::FILE* out_;
+    mutable std::mutex mutex_;  // guards lines_ and last_
+    std::condition_variable changed_;
+    std::vector<Line> lines_;
+    std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
+};
+
+}  // namespace emul
