@@ -115,11 +115,13 @@ bool Interpreter::fail(const std::string& text)
     return true;
 }
 
-void Interpreter::press(const std::string& device, uint16_t type, uint16_t code, int32_t value)
+bool Interpreter::press(const std::string& device, uint16_t type, uint16_t code, int32_t value)
 {
     std::string error;
-    if (!panel_.play(device, {ev(type, code, value), kSyn}, error))
-        fail(error);
+    if (panel_.play(device, {ev(type, code, value), kSyn}, error))
+        return true;
+    fail(error);
+    return false;
 }
 
 bool Interpreter::run(const std::string& line)
@@ -201,8 +203,8 @@ bool Interpreter::run(const std::string& line)
         const uint16_t code = button == "right" ? BTN_RIGHT : button == "middle" ? BTN_MIDDLE : BTN_LEFT;
         if (button != "left" && button != "right" && button != "middle")
             return fail("click takes left, right or middle");
-        press("mouse", EV_KEY, code, 1);
-        press("mouse", EV_KEY, code, 0);
+        if (press("mouse", EV_KEY, code, 1))
+            press("mouse", EV_KEY, code, 0);
     } else if (cmd == "wheel") {
         const auto n = w.size() == 2 ? tools::parse_integer(w[1], -100, 100) : std::nullopt;
         if (!n)
@@ -217,11 +219,8 @@ bool Interpreter::run(const std::string& line)
         if (!code || code->first != EV_KEY || w.size() > 3 ||
             (!how.empty() && how != "press" && how != "release" && how != "repeat"))
             return fail("key takes a key name (KEY_A, a, KEY_CAPSLOCK) and press, release or repeat");
-        if (how.empty() || how == "press")
-            press("keyboard", EV_KEY, code->second, 1);
-        if (how == "repeat")
-            press("keyboard", EV_KEY, code->second, 2);
-        if (how.empty() || how == "release")
+        const int32_t value = how == "release" ? 0 : how == "repeat" ? 2 : 1;
+        if (press("keyboard", EV_KEY, code->second, value) && how.empty())
             press("keyboard", EV_KEY, code->second, 0);
     } else if (cmd == "type") {
         for (const char c : rest_of(w, 1)) {
@@ -234,12 +233,11 @@ bool Interpreter::run(const std::string& line)
                 fail(std::string("type: no key for '") + c + "'");
                 continue;
             }
-            if (upper)
-                press("keyboard", EV_KEY, KEY_LEFTSHIFT, 1);
-            press("keyboard", EV_KEY, code->second, 1);
-            press("keyboard", EV_KEY, code->second, 0);
-            if (upper)
-                press("keyboard", EV_KEY, KEY_LEFTSHIFT, 0);
+            const bool ok = (!upper || press("keyboard", EV_KEY, KEY_LEFTSHIFT, 1)) &&
+                            press("keyboard", EV_KEY, code->second, 1) && press("keyboard", EV_KEY, code->second, 0) &&
+                            (!upper || press("keyboard", EV_KEY, KEY_LEFTSHIFT, 0));
+            if (!ok)
+                break;
         }
     } else if (cmd == "touch") {
         touch(w);

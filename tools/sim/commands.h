@@ -28,7 +28,8 @@ private:
     void touch(const std::vector<std::string>& words);
     void replay(const std::vector<std::string>& words);
     void plug_recording(const std::vector<std::string>& words);
-    void press(const std::string& device, uint16_t type, uint16_t code, int32_t value);
+    // One event and its SYN_REPORT; false (counted) when it cannot be played.
+    bool press(const std::string& device, uint16_t type, uint16_t code, int32_t value);
 
     Panel& panel_;
     Transcript& transcript_;
