@@ -138,8 +138,10 @@ std::string reply_payload(const SystemMsg& msg)
         return "touchscreen type " + std::to_string(d.ts_type);
     case TYPE_GET_TS_CALI_PARA: {
         std::string text = "seat " + std::to_string(d.ts_cali_para[TS_CALI_PARA_INDEX]) + ":";
-        for (int i = 0; i < CALI_PARAM_NUM; ++i)
-            text += " " + std::to_string(d.ts_cali_para[i]);
+        for (int i = 0; i < CALI_PARAM_NUM; ++i) {
+            text += ' ';
+            text += std::to_string(d.ts_cali_para[i]);
+        }
         return text;
     }
     default:

@@ -101,6 +101,7 @@ bool Panel::start(std::string& error)
     Launch launch;
     launch.umockdev_preload = true;
     launch.log_path = options_.root + "/tactord.log";
+    fs::remove(launch.log_path, ec);  // a sandbox used before keeps the last run's log only until now
     daemon_ = std::make_unique<DaemonProcess>(options_.root + "/work", split_words(options_.daemon_args), launch);
     if (!daemon_->started()) {
         error = "cannot start " + launch.binary;

@@ -32,8 +32,11 @@ std::optional<int> parse_seat(const std::vector<std::string>& args, std::size_t 
 std::string params_text(const Params& p)
 {
     std::string s;
-    for (const int32_t v : p)
-        s += (s.empty() ? "" : " ") + std::to_string(v);
+    for (const int32_t v : p) {
+        if (!s.empty())
+            s += ' ';
+        s += std::to_string(v);
+    }
     return s;
 }
 

@@ -80,7 +80,8 @@ void print_map(CtlContext& ctx)
         std::string seats;
         for (int i = 0; i < terminals[t].inputCount && i < TERMINAL_INPUT_MAX; ++i) {
             const int seat = terminals[t].input[i];
-            seats += " " + std::to_string(seat);
+            seats += ' ';
+            seats += std::to_string(seat);
             if (with_rows.count(seat) == 0)
                 warnings.push_back("seat " + std::to_string(seat) + " of screen " + std::to_string(t) +
                                    " has no Input row: no device lands on it");
