@@ -287,19 +287,17 @@ void Interpreter::touch(const std::vector<std::string>& w)
     const bool multi = has_axis(dev->dev, ABS_MT_SLOT);
     const auto X = static_cast<int32_t>(x.value_or(0));
     const auto Y = static_cast<int32_t>(y.value_or(0));
-    std::vector<input_event> down;
-    if (multi)
-        down = {ev(EV_ABS, ABS_MT_SLOT, 0), ev(EV_ABS, ABS_MT_TRACKING_ID, ++tracking_id_),
-                ev(EV_ABS, ABS_MT_POSITION_X, X), ev(EV_ABS, ABS_MT_POSITION_Y, Y)};
-    down.insert(down.end(), {ev(EV_KEY, BTN_TOUCH, 1), ev(EV_ABS, ABS_X, X), ev(EV_ABS, ABS_Y, Y), kSyn});
-    std::vector<input_event> move;
-    if (multi)
-        move = {ev(EV_ABS, ABS_MT_POSITION_X, X), ev(EV_ABS, ABS_MT_POSITION_Y, Y)};
-    move.insert(move.end(), {ev(EV_ABS, ABS_X, X), ev(EV_ABS, ABS_Y, Y), kSyn});
-    std::vector<input_event> up;
-    if (multi)
-        up.push_back(ev(EV_ABS, ABS_MT_TRACKING_ID, -1));
-    up.insert(up.end(), {ev(EV_KEY, BTN_TOUCH, 0), kSyn});
+    using Frame = std::vector<input_event>;
+    const input_event mt_x = ev(EV_ABS, ABS_MT_POSITION_X, X), mt_y = ev(EV_ABS, ABS_MT_POSITION_Y, Y);
+    const input_event abs_x = ev(EV_ABS, ABS_X, X), abs_y = ev(EV_ABS, ABS_Y, Y);
+    const input_event touch_down = ev(EV_KEY, BTN_TOUCH, 1), touch_up = ev(EV_KEY, BTN_TOUCH, 0);
+    const Frame down = multi ? Frame{ev(EV_ABS, ABS_MT_SLOT, 0), ev(EV_ABS, ABS_MT_TRACKING_ID, tracking_id_ + 1), mt_x,
+                                     mt_y, touch_down, abs_x, abs_y, kSyn}
+                             : Frame{touch_down, abs_x, abs_y, kSyn};
+    const Frame move = multi ? Frame{mt_x, mt_y, abs_x, abs_y, kSyn} : Frame{abs_x, abs_y, kSyn};
+    const Frame up = multi ? Frame{ev(EV_ABS, ABS_MT_TRACKING_ID, -1), touch_up, kSyn} : Frame{touch_up, kSyn};
+    if (phase == "tap" || phase == "down")
+        ++tracking_id_;
 
     std::string error;
     bool ok = true;

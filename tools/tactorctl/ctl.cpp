@@ -249,24 +249,24 @@ int window_cutout(CtlContext& ctx, const std::vector<std::string>& args)
     static constexpr std::array<std::pair<const char*, int>, 3> kOps = {
         {{"del", OP_IPC_WIN_DEL}, {"add", OP_IPC_WIN_ADD}, {"clear", OP_IPC_WIN_CLR}}};
     const auto op = std::find_if(kOps.begin(), kOps.end(), [&](const auto& o) { return !args.empty() && args[0] == o.first; });
-    const auto screen = args.size() >= 2 ? parse_screen(args[1]) : std::nullopt;
+    const int screen = args.size() >= 2 ? parse_screen(args[1]).value_or(-1) : -1;
     std::optional<RECT_BOX> box = RECT_BOX{};
     if (op != kOps.end() && op->second != OP_IPC_WIN_CLR)
         box = parse_box(args, 2);
     else if (args.size() != 2)
         box.reset();
-    if (op == kOps.end() || !screen || !box)
+    if (op == kOps.end() || screen < 0 || !box)
         return usage_error(ctx, "ipc-window cutout takes add|del SCREEN X1 Y1 X2 Y2, or clear SCREEN");
     // The daemon refuses cut-outs of a screen without the IPC window (it
     // only logs that): ask first.
     const auto info = window_info(ctx);
     if (!info)
         return kExitFailed;
-    if (info->isIpcWin == 0 || info->index != *screen)
-        return ctx.fail(kExitFailed, "refused: screen " + std::to_string(*screen) + " has no IPC window");
-    SystemMsg msg = make_request(TYPE_IPC_WINDOW, *screen);
+    if (info->isIpcWin == 0 || info->index != screen)
+        return ctx.fail(kExitFailed, "refused: screen " + std::to_string(screen) + " has no IPC window");
+    SystemMsg msg = make_request(TYPE_IPC_WINDOW, screen);
     msg.data.win = {op->second, *box};
-    return send_plain(ctx, msg, std::string("cut-out ") + op->first + " done on screen " + std::to_string(*screen));
+    return send_plain(ctx, msg, std::string("cut-out ") + op->first + " done on screen " + std::to_string(screen));
 }
 
 // ---- the remote computer ----
