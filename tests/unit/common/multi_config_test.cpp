@@ -107,6 +107,8 @@ TEST_F(SeatConfig, LinesAreSplitAfter98Characters)
     // The first 98 characters are a comment; the rest is read as a line of its own.
     ASSERT_EQ(load("#" + std::string(97, '-') + "StartSection \"Input\"\nusb-a 3\nEndSection\n"), 0);
     EXPECT_EQ(get_device_seat("usb-a/input0"), 3);
+    // ... and still counts as one line where the parser says it stopped.
+    EXPECT_EQ(config_last_stop().line, 3);
 }
 
 TEST_F(SeatConfig, AbortReleasesPortRowsButKeepsStoredTerminals)
@@ -115,6 +117,11 @@ TEST_F(SeatConfig, AbortReleasesPortRowsButKeepsStoredTerminals)
                    "StartSection \"Input\"\nusb-a 1\nusb-b 2\nusb-c\nEndSection\n"),
               -1);
     EXPECT_TRUE(log.has("file error!\n"));
+    const config_stop_s& stop = config_last_stop();
+    EXPECT_EQ(stop.line, 8);
+    EXPECT_EQ(stop.section_line, 5);
+    EXPECT_FALSE(stop.at_end);
+    EXPECT_STREQ(stop.text.data(), "usb-c");
     EXPECT_TRUE(device_table_empty());
     EXPECT_EQ(get_device_seat("usb-a/input0"), -1);
     EXPECT_EQ(get_input_conf_display(2), 1);
