@@ -78,6 +78,10 @@ bool Panel::start(std::string& error)
 {
     namespace fs = std::filesystem;
     std::error_code ec;
+    if (access(options_.events_binary.c_str(), X_OK) != 0) {
+        error = "cannot run the display client " + options_.events_binary;
+        return false;
+    }
     for (const char* dir : {"/var/log", "/tmp", "/proc", "/work"})
         fs::create_directories(options_.root + dir, ec);
     fs::copy_file(options_.port_conf, options_.root + "/work/port.conf", fs::copy_options::overwrite_existing, ec);
@@ -103,8 +107,12 @@ bool Panel::start(std::string& error)
     launch.log_path = options_.root + "/tactord.log";
     fs::remove(launch.log_path, ec);  // a sandbox used before keeps the last run's log only until now
     daemon_ = std::make_unique<DaemonProcess>(options_.root + "/work", split_words(options_.daemon_args), launch);
-    if (!daemon_->started()) {
-        error = "cannot start " + launch.binary;
+    // Without the preload the daemon would read this machine's own devices:
+    // the loader's complaint comes before the daemon's banner.
+    if (!daemon_->started() || !daemon_->wait_for("Build time ", 0, 10s) ||
+        daemon_->count("cannot be preloaded") > 0) {
+        daemon_.reset();
+        error = "cannot start " + launch.binary + " under the umockdev preload (is the umockdev package installed?)";
         return false;
     }
     transcript_.line("sim", "--",

@@ -18,6 +18,13 @@
 
 namespace {
 
+volatile std::sig_atomic_t g_interrupted = 0;
+
+void on_interrupt(int)
+{
+    g_interrupted = 1;
+}
+
 int usage(std::FILE* to, int status)
 {
     std::fprintf(to,
@@ -45,6 +52,12 @@ std::string self_dir()
 int main(int argc, char** argv)
 {
     std::signal(SIGPIPE, SIG_IGN);
+    // Ctrl-C ends the session like "quit": the prompt's read is interrupted
+    // (no restart), and the daemon, the clients and the sandbox are cleaned up.
+    struct sigaction stop {};
+    stop.sa_handler = on_interrupt;
+    sigaction(SIGINT, &stop, nullptr);
+    sigaction(SIGTERM, &stop, nullptr);
     std::string script;
     bool demo = true;
     bool own_root = true;
@@ -99,7 +112,7 @@ int main(int argc, char** argv)
             transcript.line("sim", "!!", error);
             status = 1;
         } else if (!script.empty()) {
-            for (std::string line; std::getline(script_file, line);) {
+            for (std::string line; g_interrupted == 0 && std::getline(script_file, line);) {
                 if (!interpreter.run(line))
                     break;
             }
@@ -108,7 +121,7 @@ int main(int argc, char** argv)
                             status == 0 ? "script done" : "script done, " + std::to_string(interpreter.failures()) +
                                                               " failure(s)");
         } else {
-            if (demo)
+            if (demo && g_interrupted == 0)
                 interpreter.run("demo");
             const bool tty = isatty(STDIN_FILENO) != 0;
             for (std::string line;;) {
@@ -116,7 +129,7 @@ int main(int argc, char** argv)
                     std::fputs("tactord-sim> ", stdout);
                     std::fflush(stdout);
                 }
-                if (!std::getline(std::cin, line) || !interpreter.run(line))
+                if (g_interrupted != 0 || !std::getline(std::cin, line) || !interpreter.run(line))
                     break;
             }
         }
