@@ -117,13 +117,4 @@ bool DisplayClient::closed_by_peer(std::chrono::milliseconds timeout)
     return false;
 }
 
-SystemMsg make_msg(int32_t type, int32_t scr_index)
-{
-    SystemMsg msg;
-    std::memset(&msg, 0, sizeof msg);
-    msg.type = type;
-    msg.scr_index = scr_index;
-    return msg;
-}
-
 }  // namespace testharness

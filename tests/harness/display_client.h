@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "client/control_client.h"
 #include "common/system_msg.h"
 #include "common/tactord_types.h"
 
@@ -44,6 +45,10 @@ private:
     int fd_ = -1;
 };
 
-SystemMsg make_msg(int32_t type, int32_t scr_index = 0);
+// A request with every byte zero but type and index, as the tools build it.
+inline SystemMsg make_msg(int32_t type, int32_t scr_index = 0)
+{
+    return tools::make_request(type, scr_index);
+}
 
 }  // namespace testharness
