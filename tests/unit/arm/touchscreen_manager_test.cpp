@@ -6,7 +6,6 @@
 
 #include "arm/touchscreen_manager_internal.h"
 #include "common/inputevent_handle.h"
-#include "common/usb_gun/crc32.h"
 #include "func/touchscreen/touchscreen_lock_ctl.h"
 
 namespace {
@@ -39,17 +38,6 @@ TEST(TouchWrappers, CoordinatesReachTheAdapterScaledToTwelveBits)
     tactord::input_event ev{0, 0, 3, 0, 5};
     EXPECT_EQ(touch_screen_lock_ABS(&ev, 3), 0);
     ts_num_x = 4095;
-}
-
-TEST(TouchWrappers, KeySoundRequestCarriesVolumeSeatAndCrc)
-{
-    const KeyAudioDatabuf rec = build_key_audio_request(7, 2);
-    EXPECT_EQ(rec.Heard.flag, 0xAABBCCFFU);
-    EXPECT_EQ(rec.Heard.length, 20U);
-    EXPECT_EQ(rec.keyvolume, 7U);
-    EXPECT_EQ(rec.index, 2U);
-    EXPECT_EQ(rec.check, calculate_CRC32(&rec, 16));
-    EXPECT_NE(rec.check, build_key_audio_request(7, 1).check);
 }
 
 }  // namespace

@@ -214,35 +214,6 @@ TEST(IpcReceive, FramesAreResynchronisedSplicedAndBounded)
 
 using RemoteLink = testsupport::RemoteLinkTest;
 
-// Events routed with send_event as the event pipeline does for screen 2.
-TEST_F(RemoteLink, ConnectsAsksTicksTakesTheAnswersAndCarriesScreenTwosEvents)
-{
-    set_ipc_window_size(1280, 720);  // the loop's thread owns the screen model once the link is up
-    FakePeer agent("173.0.0.2", IPC_PORT);
-    ASSERT_EQ(initIpcClient(), 0);
-    ASSERT_TRUE(agent.accept());
-    EXPECT_EQ(agent.peer_address(), LINK_LOCAL_ADDR);
-    for (const std::vector<uint32_t>& want : {std::vector<uint32_t>{F, 4, 0, 10}, {F, 4, 0, 17}, {F, 4, 0, 0}})
-        EXPECT_EQ(agent.frame(3s, true), want);
-    agent.send(agent_frame(MessageType_OrvelExtentScreen, {1}));
-    EXPECT_TRUE(eventually([] { return getIpcExtScrExist() == 1; }));
-    EXPECT_EQ(ipcIsExist(), 1);
-    EXPECT_EQ(gs_clients[IPC_SCREEN].load(), getIpcHanle());
-
-    tactord::input_event events[] = {{0, 0, 3, 53, 640}, {0, 0, 1, 330, 1}, {0, 0, 1, 30, 0}};
-    for (tactord::input_event& ev : events)
-        EXPECT_GT(send_event(IPC_SCREEN, &ev), 0);
-    for (const std::vector<uint32_t>& want : {std::vector<uint32_t>{F, 28, 0, 16, 32767, 0, 0, 0x8001, 0, 0},
-                                              {F, 28, 0, 16, 0, 0, 0, 0x0002, 0, 0}, {F, 20, 0, 2, 30u << 16, 0x0A, 0, 0}})
-        EXPECT_EQ(agent.frame(), want);
-    gs_ipcType = 1;  // -t 1: raw records
-    EXPECT_EQ(send_event(IPC_SCREEN, &events[2]), 16);
-    Bytes raw;
-    while ((raw = agent.bytes(16)) == agent_frame(MessageType_Tick)) {
-    }
-    EXPECT_EQ(raw, Bytes(reinterpret_cast<uint8_t*>(&events[2]), reinterpret_cast<uint8_t*>(&events[2] + 1)));
-}
-
 // Link time divided: a tick every 50 ms, a check every 200 ms, a refused
 // cycle in 60 ms (6 ms while divided by 1000).
 TEST_F(RemoteLink, ConnectsAreRetriedAndALinkThatEndsIsDroppedAndFollowsTheAddress)

@@ -110,22 +110,4 @@ TEST_F(Reading, TornReadIsDroppedWholeAndOnlyRealErrorsAreLogged)
     EXPECT_NE(log.lines()[1].text.find("Read error: "), std::string::npos);
 }
 
-TEST(Writing, LedEventGoesOutInTheKernelLayout)
-{
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    _InputDev dev;
-    dev.fd = fds[1];
-    tactord::input_event led{5, 6, EV_LED, LED_NUML, 1};
-    EXPECT_EQ(EvdevWrite(&dev, &led), static_cast<int>(sizeof(::input_event)));
-    EXPECT_EQ(EvdevWrite(nullptr, &led), -1);
-    EXPECT_EQ(EvdevWrite(&dev, nullptr), -1);
-    ::input_event out{};
-    ASSERT_EQ(read(fds[0], &out, sizeof out), static_cast<ssize_t>(sizeof out));
-    const ::input_event want = native(5, 6, EV_LED, LED_NUML, 1);
-    EXPECT_EQ(std::memcmp(&out, &want, sizeof out), 0);
-    close(fds[0]);
-    close(fds[1]);
-}
-
 }  // namespace

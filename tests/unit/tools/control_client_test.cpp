@@ -105,14 +105,6 @@ TEST_F(ControlClient, AReplyIsToldFromEventsAndTheFenceEndsTheExchange)
     EXPECT_FALSE(conn->exchange(tools::make_request(TYPE_MODE_GET), 1s).ok);
 }
 
-TEST_F(ControlClient, MissingSocketIsNamedInTheError)
-{
-    std::string error;
-    EXPECT_FALSE(tools::ControlConnection::open(root_.at("/none.sock"), 100ms, error));
-    EXPECT_NE(error.find(root_.at("/none.sock")), std::string::npos) << error;
-    EXPECT_NE(error.find("No such file"), std::string::npos) << error;
-}
-
 TEST_F(ControlClient, MonitorRegistersAndPrintsEachRecordUntilItsCount)
 {
     std::string error;
