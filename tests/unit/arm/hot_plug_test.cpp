@@ -50,7 +50,6 @@ TEST(Classification, EveryKindOfDevice)
         {dev::joystick(), USB_INPUT_OTHER, "JOYSTICK device type...\n", -7},
         {dev::accelerometer(), USB_INPUT_OTHER, "ACCELEROMETER  device type...\n", -7},
         {dev::front_panel(), USB_INPUT_OTHER, "Found key 160 in high block\n", -7},
-        {dev::wedge_scanner(), USB_INPUT_OTHER, "KEY device type...\n", -7},
     };
     for (const Case& c : cases) {
         testsupport::LogCapture log(LEVEL_INFO);

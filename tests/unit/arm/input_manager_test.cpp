@@ -17,7 +17,6 @@
 #include "common/worker_thread.h"
 #include "msg_handle.h"
 #include "support/log_capture.h"
-#include "vr_memmanager.h"
 
 namespace {
 
@@ -105,20 +104,6 @@ TEST(Signals, ASignalInsideTheLoggerDropsItsLineAndWorkerThreadsNeverTakeOne)
     sigset_t own;
     pthread_sigmask(SIG_BLOCK, nullptr, &own);
     EXPECT_EQ(sigismember(&own, SIGWINCH), 0);  // the creator keeps its mask
-}
-
-TEST(MemoryHooks, ConfigurationAndHeapSizeAnswerSeparately)
-{
-    UserDefinedMemManagerConfig cfg;
-    std::memset(&cfg, 0xA5, sizeof cfg);
-    GetUserDefinedMemManagerConfig(&cfg);
-    GetUserDefinedMemManagerConfig(nullptr);
-    EXPECT_TRUE(cfg.m_initMallocFuncPtr == nullptr && cfg.m_reportMemErrorFuncPtr == nullptr);
-    EXPECT_EQ(cfg.m_memManageAlgorithm, MemManageAlgorithm_Buddy);
-    EXPECT_TRUE(cfg.m_initializememory == 0 && cfg.m_uninitializememory == 0 && cfg.m_record_alloc_memory_info == 1);
-    EXPECT_EQ(cfg.m_heapSize, 0x2000000u);
-    EXPECT_TRUE(cfg.m_maxHoles == 0xA5A5A5A5u && cfg.m_fragmentMinSize == 0xA5A5A5A5u);  // left alone
-    EXPECT_EQ(GetHeapSize(), 52428800u);
 }
 
 std::vector<int> handled;

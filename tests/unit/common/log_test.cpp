@@ -114,13 +114,6 @@ TEST_F(LogFile, FirstWrittenMessageRotatesThePreviousRunToOldThenAppends)
     EXPECT_EQ(read(".old"), "previous run\n");
 }
 
-TEST_F(LogFile, NoPreviousLogLeavesNoOldFile)
-{
-    log_write(LEVEL_ERROR, "a", 1, "only\n");
-    EXPECT_EQ(read(), "[TACTORD] a:1 only\n");
-    EXPECT_FALSE(std::filesystem::exists(root.at("/var/log/tactord.log.old")));
-}
-
 TEST_F(LogFile, UnopenableFileReportsMinusOne)
 {
     std::filesystem::remove_all(root.at("/var/log"));

@@ -56,13 +56,6 @@ TEST_F(SeatConfig, ExampleFileFillsPortsAndTerminalsAndIsPrinted)
     EXPECT_EQ(log.count("screen:1 ______ 2\n"), 1);
 }
 
-TEST_F(SeatConfig, CommentsAndBlankLinesOnlyGiveEmptyTables)
-{
-    EXPECT_EQ(load("# nothing here\n\n   \t\n  # StartSection \"Input\"\n"), 0);
-    EXPECT_TRUE(device_table_empty());
-    EXPECT_EQ(terminals[0].inputCount, 0);
-}
-
 TEST_F(SeatConfig, MissingFileIsReported)
 {
     const std::string path = root.at("/absent.conf");

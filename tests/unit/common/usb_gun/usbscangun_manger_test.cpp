@@ -51,7 +51,6 @@ TEST(ScannerRouting, ScansFollowTheRouteAndTheDataTypeIsAnnounced)
         {eModeFixed, -1, 0, -1, "-1 screen type not Support...\r\n"},
         {2, eScreenMain, 0, -1, "2 mode Not support\r\n"},
         {eModeFocus, eScreenOrvel, 0, 0, nullptr},
-        {eModeFocus, eScreenMain, 1, 1, nullptr},
         {eModeFocus, eScreenMain, 2, 2, nullptr},
         {eModeFocus, eScreenMain, 3, -1, "3 screen type not Support...\r\n"},
     };
