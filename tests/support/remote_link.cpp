@@ -163,6 +163,14 @@ void FakePeer::hang_up()
     conn_fd_ = -1;
 }
 
+void FakePeer::reset()
+{
+    const linger abort{1, 0};
+    if (conn_fd_ >= 0)
+        setsockopt(conn_fd_, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    hang_up();
+}
+
 std::string FakePeer::peer_address() const
 {
     sockaddr_in in{};

@@ -52,6 +52,8 @@ public:
     // Bytes the daemon sent until it closed the link; -1 if it kept it.
     int bytes_until_closed(std::chrono::milliseconds timeout);
     void hang_up();
+    // Drops the connection with a reset instead of an orderly close.
+    void reset();
     std::string peer_address() const;
 
     bool answer_ticks = false;
