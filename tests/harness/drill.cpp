@@ -23,6 +23,17 @@ int open_fds(pid_t pid)
     return n;
 }
 
+std::string fd_targets(pid_t pid)
+{
+    std::string out;
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", ec)) {
+        std::error_code gone;  // closed meanwhile
+        out += entry.path().filename().string() + " -> " + std::filesystem::read_symlink(entry.path(), gone).string() + "\n";
+    }
+    return out;
+}
+
 long rss_kib(pid_t pid)
 {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");

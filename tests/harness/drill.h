@@ -29,6 +29,8 @@ inline constexpr std::chrono::milliseconds kServeBound = 5s;
 
 // Entries of /proc/<pid>/fd, -1 when unreadable.
 int open_fds(pid_t pid);
+// What each of pid's descriptors refers to, for a message.
+std::string fd_targets(pid_t pid);
 // VmRSS of /proc/<pid>/status in KiB, -1 when unreadable.
 long rss_kib(pid_t pid);
 // Waits for the child pid to end; the signal that ended it, 0 for a normal

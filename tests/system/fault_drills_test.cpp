@@ -70,11 +70,19 @@ protected:
         ASSERT_TRUE(bed_.add(SUB_PANEL, dev::multi_touch_screen().on("usb-musb-hdrc.1-1.3/input0")));
         daemon_ = std::make_unique<testharness::DaemonProcess>(root_.at("/work"), args);
         ASSERT_TRUE(daemon_->started());
-        DisplayClient ctl(root_.path());
+        // Both panels registered before a drill counts descriptors (a daemon
+        // logging elsewhere is seen only through its sockets).
+        if (args == testharness::kStdoutLogArgs) {
+            for (const char* line : {"add screen id:0, seat 5 to touchscreen...\n", "add screen id:1, seat 3 to touchscreen...\n"})
+                ASSERT_TRUE(daemon_->wait_for(line)) << line;
+        }
+        // Kept open: a connection closing now would still be counted by a
+        // drill that counts descriptors.
+        ctl_ = std::make_unique<DisplayClient>(root_.path());
         SystemMsg extended = make_msg(TYPE_MODE_SET);
         extended.data.mode_info = {MODE_EXTERN, {0, 0, 0, 1, 2, 0, 0, 0, 0}, {}};
-        ASSERT_TRUE(ctl.send(extended));
-        ASSERT_TRUE(testharness::round_trip(ctl, 1, 10s));
+        ASSERT_TRUE(ctl_->send(extended));
+        ASSERT_TRUE(testharness::round_trip(*ctl_, 1, 10s));
     }
     void TearDown() override
     {
@@ -94,10 +102,11 @@ protected:
     // The bad clients are gone: the daemon holds the descriptors it held
     // before, and a new client takes the sub screen (its old registration,
     // if any, was released) and gets a tap on the sub panel, whole.
-    void recovered(int fds_before)
+    void recovered(int fds_before, const std::string& were = "")
     {
         EXPECT_TRUE(eventually([&] { return testharness::open_fds(pid()) == fds_before; }, kServeBound))
-            << testharness::open_fds(pid()) << " descriptors, " << fds_before << " before";
+            << testharness::open_fds(pid()) << " descriptors, " << fds_before << " before:\n"
+            << testharness::fd_targets(pid()) << "were:\n" << were;
         const std::size_t mark = daemon_->mark();
         DisplayClient sub(root_.path());
         ASSERT_TRUE(sub.register_for(SUB_SCREEN));
@@ -113,6 +122,7 @@ protected:
     testharness::EvdevTestbed bed_;
     testharness::DevModCfgEmulator driver_{bed_.testbed()};
     std::unique_ptr<testharness::DaemonProcess> daemon_;
+    std::unique_ptr<DisplayClient> ctl_;
 };
 
 // ---------------------------------------------------------------------------
@@ -172,21 +182,43 @@ const ClientDrill kClientDrills[] = {
      }},
     {"WritesOneBytePerMillisecond",
      [](FaultDrills& f, DisplayClient& main) {
-         // 64 ms per record, well inside the ~100 ms a record may take:
-         // every record is answered.
+         // 64 ms per record, inside the window of 10 reading passes 10 ms
+         // apart: every record is answered, in order. (The pace is kept on
+         // average; should the writer be held up past the window on a busy
+         // machine, the record is dropped with its connection, as the
+         // daemon promises, and nothing after it is answered.)
          auto& d = static_cast<ControlClientDrill&>(f);
          DisplayClient slow(d.root());
-         const auto records = tagged(16);
+         constexpr int kRecords = 16;
+         const auto records = tagged(kRecords);
          std::thread writer([&] {
              const auto* p = reinterpret_cast<const uint8_t*>(records.data());
-             for (std::size_t i = 0; i < records.size() * sizeof(SystemMsg); ++i) {
-                 slow.send_raw(p + i, 1);
+             const std::size_t total = records.size() * sizeof(SystemMsg);
+             const auto start = std::chrono::steady_clock::now();
+             for (std::size_t sent = 0; sent < total;) {
+                 const auto due = static_cast<std::size_t>(
+                     std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
+                         .count());
+                 const std::size_t n = std::min(std::max<std::size_t>(due, sent + 1), total) - sent;
+                 if (!slow.send_raw(p + sent, n))
+                     return;
+                 sent += n;
                  std::this_thread::sleep_for(1ms);
              }
          });
          d.served(main);
          writer.join();
-         expect_replies_in_order(slow, 16);
+         int answered = 0;
+         for (; answered < kRecords; ++answered) {
+             const auto r = slow.read_reply(kServeBound);
+             if (!r)
+                 break;
+             ASSERT_EQ(r->scr_index, answered);
+         }
+         if (answered < kRecords) {
+             EXPECT_TRUE(slow.closed_by_peer(kServeBound)) << answered << " answered";
+             EXPECT_TRUE(d.daemon().wait_for("recv_need_len_data failed needlen =64"));
+         }
      }},
     {"FloodsRecords",
      [](FaultDrills& f, DisplayClient& main) {
@@ -205,21 +237,22 @@ const ClientDrill kClientDrills[] = {
     {"FortyClientsAtOnce",
      [](FaultDrills& f, DisplayClient& main) {
          // The monitor list holds 32 entries; the listening socket, the two
-         // panels, the main client and the probe take 5. Of 40 clients 27
-         // are served and the other 13 are closed at once, not left hanging.
+         // panels, the fixture's control client, the main client and the
+         // probe take 6. Of 40 clients 26 are served and the other 14 are
+         // closed at once, not left hanging.
          auto& d = static_cast<ControlClientDrill&>(f);
          std::vector<std::unique_ptr<DisplayClient>> crowd;
          for (int i = 0; i < 40; ++i)
              crowd.push_back(std::make_unique<DisplayClient>(d.root()));
          int served = 0, closed = 0;
          for (auto& c : crowd) {
-             if (testharness::round_trip(*c, 5, 1s))
+             if (testharness::round_trip(*c, 5))
                  ++served;
              else if (c->closed_by_peer(kServeBound))
                  ++closed;
          }
-         EXPECT_EQ(served, 27);
-         EXPECT_EQ(closed, 13);
+         EXPECT_EQ(served, 26);
+         EXPECT_EQ(closed, 14);
          d.served(main);
      }},
     {"RegistersAndNeverReads",
@@ -253,11 +286,15 @@ TEST_P(ControlClientDrill, OtherClientsAndDevicesAreServedAndTheDaemonRecovers)
     DisplayClient main(root_.path());
     ASSERT_TRUE(main.register_for(MAIN_SCREEN));
     ASSERT_TRUE(testharness::round_trip(main, 7));
+    // Counted once the hot-plug thread has closed the attribute files of
+    // its last pass.
+    ASSERT_TRUE(eventually([&] { return testharness::fd_targets(pid()).find("/sys/") == std::string::npos; }));
     const int fds_before = testharness::open_fds(pid());
+    const std::string were = testharness::fd_targets(pid());
     testharness::ServingProbe probe(root_.path());
     GetParam().run(*this, main);
     EXPECT_EQ(probe.stop(), 0) << "round trips beyond " << kServeBound.count() << " ms, of " << probe.rounds();
-    recovered(fds_before);
+    recovered(fds_before, were);
 }
 
 INSTANTIATE_TEST_SUITE_P(FaultDrills, ControlClientDrill, ::testing::ValuesIn(kClientDrills),
