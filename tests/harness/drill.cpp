@@ -82,8 +82,9 @@ bool round_trip(DisplayClient& c, int32_t tag, std::chrono::milliseconds bound)
     }
 }
 
-bool play_tap(EvdevTestbed& bed, int node)
+bool play_tap(emul::EvdevTestbed& bed, int node)
 {
+    using emul::ev;
     return bed.play(node, {ev(EV_KEY, BTN_TOUCH, 1), ev(EV_ABS, ABS_X, 100), ev(EV_ABS, ABS_Y, 200),
                            ev(EV_SYN, SYN_REPORT, 0)}) &&
            bed.play(node, {ev(EV_KEY, BTN_TOUCH, 0), ev(EV_SYN, SYN_REPORT, 0)});

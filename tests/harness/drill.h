@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "harness/display_client.h"
-#include "harness/evdev_testbed.h"
+#include "sim/evdev_testbed.h"
 
 namespace testharness {
 
@@ -42,7 +42,7 @@ std::optional<int> wait_end(pid_t pid, std::chrono::milliseconds timeout);
 bool round_trip(DisplayClient& c, int32_t tag, std::chrono::milliseconds bound = kServeBound);
 
 // A contact on a 0..4095 panel at (100, 200) and its release, played into node.
-bool play_tap(EvdevTestbed& bed, int node);
+bool play_tap(emul::EvdevTestbed& bed, int node);
 // What a client of a 1920 x 1080 screen receives for that tap.
 inline const std::vector<std::tuple<int, int, int>> kTapEvents = {
     {1, 272, 1}, {3, 0, 46}, {3, 1, 52}, {0, 0, 0}, {1, 272, 0}, {0, 0, 0}};

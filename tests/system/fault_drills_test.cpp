@@ -27,12 +27,12 @@
 
 #include "common/keyaudio/key_voice.h"
 #include "common/usb_gun/usbgun_records.h"
-#include "harness/daemon_process.h"
-#include "harness/dev_mod_cfg_emul.h"
+#include "sim/daemon_process.h"
+#include "sim/dev_mod_cfg_emul.h"
 #include "harness/display_client.h"
 #include "harness/drill.h"
-#include "harness/evdev_testbed.h"
-#include "support/devices.h"
+#include "sim/evdev_testbed.h"
+#include "sim/devices.h"
 #include "support/remote_link.h"
 #include "support/scanner.h"
 #include "support/scratch_root.h"
@@ -41,12 +41,12 @@ namespace {
 
 using namespace std::chrono_literals;
 using testharness::DisplayClient;
-using testharness::ev;
+using emul::ev;
 using testharness::kServeBound;
 using testharness::kTapEvents;
 using testharness::make_msg;
 using testsupport::eventually;
-namespace dev = testsupport::devices;
+namespace dev = emul::devices;
 
 constexpr int MAIN_PANEL = 0;  // seat 5, screen 0
 constexpr int SUB_PANEL = 1;   // seat 3, screen 1
@@ -64,15 +64,15 @@ const char* const kPortConf =
 // output unless a drill starts it otherwise.
 class FaultDrills : public ::testing::Test {
 protected:
-    void start(const std::vector<std::string>& args = testharness::kStdoutLogArgs)
+    void start(const std::vector<std::string>& args = emul::kStdoutLogArgs)
     {
         ASSERT_TRUE(bed_.add(MAIN_PANEL, dev::multi_touch_screen()));
         ASSERT_TRUE(bed_.add(SUB_PANEL, dev::multi_touch_screen().on("usb-musb-hdrc.1-1.3/input0")));
-        daemon_ = std::make_unique<testharness::DaemonProcess>(root_.at("/work"), args);
+        daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/work"), args);
         ASSERT_TRUE(daemon_->started());
         // Both panels registered before a drill counts descriptors (a daemon
         // logging elsewhere is seen only through its sockets).
-        if (args == testharness::kStdoutLogArgs) {
+        if (args == emul::kStdoutLogArgs) {
             for (const char* line : {"add screen id:0, seat 5 to touchscreen...\n", "add screen id:1, seat 3 to touchscreen...\n"})
                 ASSERT_TRUE(daemon_->wait_for(line)) << line;
         }
@@ -118,9 +118,9 @@ protected:
 
     testsupport::ScratchRoot root_;
     const std::string conf_ = testsupport::write_port_conf(root_.at("/work"), kPortConf);
-    testharness::EvdevTestbed bed_;
-    testharness::DevModCfgEmulator driver_{bed_.testbed()};
-    std::unique_ptr<testharness::DaemonProcess> daemon_;
+    emul::EvdevTestbed bed_;
+    emul::DevModCfgEmulator driver_{bed_.testbed()};
+    std::unique_ptr<emul::DaemonProcess> daemon_;
     std::unique_ptr<DisplayClient> ctl_;
 };
 
@@ -144,8 +144,8 @@ public:
     // The drills reach the fixture's helpers through this.
     void served(DisplayClient& main) { main_is_served(main); }
     DisplayClient connect() { return DisplayClient(root_.path()); }
-    testharness::EvdevTestbed& bed() { return bed_; }
-    testharness::DaemonProcess& daemon() { return *daemon_; }
+    emul::EvdevTestbed& bed() { return bed_; }
+    emul::DaemonProcess& daemon() { return *daemon_; }
     const std::string& root() const { return root_.path(); }
 };
 

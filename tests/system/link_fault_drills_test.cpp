@@ -10,12 +10,12 @@
 #include <thread>
 
 #include "common/OrvelClient.h"
-#include "harness/daemon_process.h"
-#include "harness/dev_mod_cfg_emul.h"
+#include "sim/daemon_process.h"
+#include "sim/dev_mod_cfg_emul.h"
 #include "harness/display_client.h"
 #include "harness/drill.h"
-#include "harness/evdev_testbed.h"
-#include "support/devices.h"
+#include "sim/evdev_testbed.h"
+#include "sim/devices.h"
 #include "support/remote_link.h"
 #include "support/scratch_root.h"
 
@@ -43,13 +43,13 @@ TEST(LinkFaultDrills, FloodResetAndSilenceOfTheAgentLeaveLocalClientsServed)
         GTEST_SKIP() << "no private network namespace (" << why << "): never on the real network";
     testsupport::ScratchRoot root;
     testsupport::write_port_conf(root.at("/work"));
-    testharness::EvdevTestbed bed;
-    ASSERT_TRUE(bed.add(0, testsupport::devices::multi_touch_screen()));
+    emul::EvdevTestbed bed;
+    ASSERT_TRUE(bed.add(0, emul::devices::multi_touch_screen()));
     // The touch-lock controller the taps ask (an emulated node that is
     // missing leaves a descriptor of the emulation behind at each open).
-    testharness::DevModCfgEmulator driver(bed.testbed());
+    emul::DevModCfgEmulator driver(bed.testbed());
     testsupport::FakePeer agent("173.0.0.2", IPC_PORT);
-    testharness::DaemonProcess daemon(root.at("/work"), {"-p", "0", "-d", "0", "-i", "1"});
+    emul::DaemonProcess daemon(root.at("/work"), {"-p", "0", "-d", "0", "-i", "1"});
     DisplayClient main(root.path());
     ASSERT_TRUE(main.register_for(0));
     ASSERT_TRUE(testharness::round_trip(main, 1));

@@ -16,7 +16,7 @@
 
 #include "harness/display_client.h"
 #include "harness/drill.h"
-#include "harness/evdev_testbed.h"
+#include "sim/evdev_testbed.h"
 #include "support/scratch_root.h"
 
 namespace {
@@ -78,7 +78,7 @@ TEST(Packaging, TheInittabLineRespawnsTheDaemonInTheDirectoryOfItsPortConf)
     testsupport::ScratchRoot root;
     const std::string workdir = root.at("/etc/tactord");
     testsupport::write_port_conf(workdir);
-    testharness::EvdevTestbed bed;  // the daemon's /dev and /sys are emulated
+    emul::EvdevTestbed bed;  // the daemon's /dev and /sys are emulated
     const std::string command =
         "exec " + replaced(replaced(m[3].str(), "/usr/sbin/tactord", TACTORD_BINARY), "/etc/tactord", workdir);
     const pid_t pid = fork();
