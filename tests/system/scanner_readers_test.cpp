@@ -13,6 +13,7 @@
 
 #include "common/usb_gun/usbcdc_scanner.h"
 #include "common/usb_gun/usbinfo.h"
+#include "common/usb_gun/usbinfo_internal.h"
 #include "common/usb_gun/usbkbd_scanner.h"
 #include "common/usb_gun/usbkbd_scanner_internal.h"
 #include "common/usb_gun/usblog.h"
@@ -131,6 +132,10 @@ TEST_F(ScannerReaders, InventoryIsSentOncePerChangeOfTheEventNodes)
     usleep(2500000);  // no change since: nothing more is sent
     EXPECT_EQ(lists, 2);
     EXPECT_TRUE(logged("Usb dev has plugin or plugout event, current 2 devices\r\n"));
+    // The watcher runs on while the process ends and the nodes go: it must
+    // not report into a finished test.
+    std::lock_guard<std::mutex> guard(usbdev_ctrl.mutex_dev);
+    usbdev_ctrl.cb = {};
 }
 
 }  // namespace

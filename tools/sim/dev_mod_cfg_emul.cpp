@@ -35,6 +35,12 @@ DevModCfgEmulator::~DevModCfgEmulator()
     g_object_unref(handler_);
     if (own_testbed_)
         g_object_unref(testbed_);
+    // The requests leave under the lock the testbed's worker wrote them
+    // under (see EvdevTestbed's destructor).
+    std::lock_guard<std::mutex> guard(mutex_);
+    requests_.clear();
+    requests_.shrink_to_fit();
+    failing_.clear();
 }
 
 dev_mod_cfg_t DevModCfgEmulator::state(int screen) const
