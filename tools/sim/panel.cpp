@@ -358,23 +358,26 @@ int Panel::ctl(const std::vector<std::string>& args)
     for (const std::string& a : args)
         line += " " + a;
     transcript_.line("tactorctl", "$", line.substr(line.empty() ? 0 : 1));
-    char* out_text = nullptr;
-    char* err_text = nullptr;
-    std::size_t out_len = 0;
-    std::size_t err_len = 0;
-    std::FILE* out = open_memstream(&out_text, &out_len);
-    std::FILE* err = open_memstream(&err_text, &err_len);
+    // Temporary files rather than memory streams: this program runs under
+    // the umockdev preload, whose fclose() goes straight to the C library,
+    // and a memory stream closed past the thread sanitizer's interceptor
+    // leaves it stale bookkeeping that stops a later one.
+    std::FILE* out = std::tmpfile();
+    std::FILE* err = std::tmpfile();
     int status = tools::kExitFailed;
     if (out != nullptr && err != nullptr)
         status = tools::tactorctl_run(args, out, err);
-    for (std::FILE* f : {out, err})
-        if (f != nullptr)
-            std::fclose(f);
-    for (char* text : {out_text, err_text}) {
-        std::istringstream lines(text != nullptr ? text : "");
-        for (std::string l; std::getline(lines, l);)
-            transcript_.line("tactorctl", text == err_text ? "!!" : "--", l);
+    for (std::FILE* f : {out, err}) {
+        if (f == nullptr)
+            continue;
+        std::rewind(f);
+        char* text = nullptr;
+        std::size_t cap = 0;
+        for (ssize_t n; (n = getline(&text, &cap, f)) > 0;)
+            transcript_.line("tactorctl", f == err ? "!!" : "--",
+                             std::string(text, static_cast<std::size_t>(text[n - 1] == '\n' ? n - 1 : n)));
         std::free(text);
+        std::fclose(f);
     }
     return status;
 }
