@@ -162,6 +162,19 @@ long cpu_ticks(pid_t pid)
     return utime < 0 || stime < 0 ? -1 : utime + stime;
 }
 
+long long cpu_ns(pid_t pid)
+{
+    std::error_code ec;
+    long long total = -1;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task", ec)) {
+        std::ifstream in(task.path() / "schedstat");
+        long long ns = 0;
+        if (in >> ns)
+            total = (total < 0 ? 0 : total) + ns;
+    }
+    return total;
+}
+
 long status_kib(pid_t pid, const char* field)
 {
     std::ifstream in("/proc/" + std::to_string(pid) + "/status");

@@ -70,6 +70,10 @@ int connect_control(const std::string& path);
 // utime + stime of the process in clock ticks (all its threads), -1 when it
 // cannot be read.
 long cpu_ticks(pid_t pid);
+// Time on a CPU of all the process's threads in nanoseconds, from
+// /proc/PID/task/*/schedstat (finer than the clock ticks of cpu_ticks), -1
+// when it cannot be read.
+long long cpu_ns(pid_t pid);
 // A "Vm..." field of /proc/PID/status in KiB, -1 when it cannot be read.
 long status_kib(pid_t pid, const char* field);
 
