@@ -184,7 +184,7 @@ int ts_calibrate(int scr, const cali_point_s* display, unsigned w, unsigned h)
         raw = rec->cali_data.points;
     }
     TLOG(LEVEL_DEBUG, "###################calibrate###################\n");
-    log_points("spec point are p1:(%d,%d)  p2:(%d,%d)  p3:(%d,%d)  p4:(%d,%d)  p5:(%d,%d) \n", *display);
+    log_points("target point are p1:(%d,%d)  p2:(%d,%d)  p3:(%d,%d)  p4:(%d,%d)  p5:(%d,%d) \n", *display);
     log_points("raw point are p1:(%d,%d)  p2:(%d,%d)  p3:(%d,%d)  p4:(%d,%d)  p5:(%d,%d) \n", raw);
 
     cali_param_row& row = cal_param_dat[rec->ts_id];

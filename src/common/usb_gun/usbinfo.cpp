@@ -49,6 +49,22 @@ void copy_field(char (&field)[USBDEV_NAME_LEN], const char* from, const char* to
     std::memcpy(field, from, n);
 }
 
+// Copies what follows key in [from, end), up to stop, into field: the
+// position just after key, or null when key or stop is missing.
+const char* copy_keyed(const char* from, const char* end, std::string_view key, std::string_view stop,
+                       char (&field)[USBDEV_NAME_LEN])
+{
+    const char* at = find_in(from, end, key);
+    if (at == nullptr)
+        return nullptr;
+    at += key.size();
+    const char* to = find_in(at, end, stop);
+    if (to == nullptr)
+        return nullptr;
+    copy_field(field, at, to);
+    return at;
+}
+
 }  // namespace
 
 void usbinfo_parse(const char* text, std::size_t len, UsbDevInfo_t* list)
@@ -68,22 +84,12 @@ void usbinfo_parse(const char* text, std::size_t len, UsbDevInfo_t* list)
         if (product == nullptr)
             break;
         entry.product = number_at<uint32_t>(product + product_key.size(), end, 16);
-        const char* name = find_in(product, end, name_key);
+        const char* name = copy_keyed(product, end, name_key, "\"", entry.devname);
         if (name == nullptr)
             break;
-        name += name_key.size();
-        const char* name_end = find_in(name, end, "\"");
-        if (name_end == nullptr)
-            break;
-        copy_field(entry.devname, name, name_end);
-        const char* phys = find_in(name, end, phys_key);
+        const char* phys = copy_keyed(name, end, phys_key, "\n", entry.physname);
         if (phys == nullptr)
             break;
-        phys += phys_key.size();
-        const char* phys_end = find_in(phys, end, "\n");
-        if (phys_end == nullptr)
-            break;
-        copy_field(entry.physname, phys, phys_end);
         // An entry without an event handler takes the next entry's number.
         const char* event = find_in(phys, end, event_key);
         if (event == nullptr)
