@@ -183,11 +183,12 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRe
 
     // Explicit lock and unlock write the status and notify.
     configure();
+    drv.clear_requests();
     EXPECT_EQ(touchscreen_lock(SUB_SCREEN), 0);
     EXPECT_EQ(drv.state(SUB_SCREEN).status, 0);
     EXPECT_EQ(touchscreen_unlock(SUB_SCREEN), 0);
     EXPECT_EQ(drv.state(SUB_SCREEN).status, 1);
-    EXPECT_EQ(codes(drv.requests()).back(), 168u);
+    EXPECT_EQ(codes(drv.requests()), (std::vector<unsigned long>{168, 168}));
     EXPECT_EQ(take(g_seen.changes), (Changes{{1, 1}, {1, 0}}));
 }
 
@@ -267,8 +268,10 @@ TEST_F(TouchscreenLock, MissingOrFailingDeviceGivesTheMessagesAndMinusOne)
     EXPECT_EQ(touchscreen_get_lock_status(MAIN_SCREEN), -1);
     EXPECT_TRUE(logged("touchscreen_lock_ctl.cpp:"));
     EXPECT_TRUE(logged("get_dev_mod_cfg_info(): open failed!\n"));
+    EXPECT_TRUE(logged("touchscreen_get_lock_status(): get screen 0 _lock status error.\n"));
     EXPECT_EQ(touchscreen_lock(SUB_SCREEN), -1);
     EXPECT_TRUE(logged("setmodconfig(): open failed!\n"));
+    EXPECT_TRUE(logged("touchscreen_lock(): set lock config to lock status error.\n"));
     EXPECT_EQ(touchscreen_unlock(SUB_SCREEN), -1);
     EXPECT_TRUE(logged("touchscreen_unlock(): set lock config to unlock status error.\n"));
     EXPECT_EQ(touchscreen_get_key_volume(MAIN_SCREEN), -1);
