@@ -190,6 +190,10 @@ bool Panel::start_client(int screen, std::string& error)
         error = "the display client of screen " + std::to_string(screen) + " did not register";
         return false;
     }
+    // Ending it frees the screen for a client of one's own.
+    transcript_.line("sim", "--",
+                     "display client of screen " + std::to_string(screen) + " (tactord-events, pid " +
+                         std::to_string(pid) + ")");
     return true;
 }
 
