@@ -66,17 +66,19 @@ const char* Interpreter::help_text()
            "touch double X Y [on DEVICE]         a double tap\n"
            "scan TEXT | scan --cdc TEXT          a barcode from the keyboard-wedge scanner (typed, then\n"
            "                                     Enter) or from the CDC scanner on /dev/ttyACM0 (then CR)\n"
-           "scanner-client [--screen 0|1] [--off] [NAME]   a scanner client in the sim: declares the\n"
-           "                                     devices named NAME... (default Barcode Scanner) scanners\n"
-           "                                     (--off: keyboards again), routes scans to the focused\n"
-           "                                     screen or to --screen N, shows what it receives\n"
+           "scanner-client [--screen 0|1] [--off] [NAME]\n"
+           "                                     a scanner client in the sim: declares the devices named\n"
+           "                                     NAME... (default Barcode Scanner) scanners (--off: input\n"
+           "                                     devices again), routes scans to the focused screen or to\n"
+           "                                     screen N, and shows the inventories and scans it receives\n"
            "mode [clone|extern|double-player] [tactorctl mode set options]   show or switch the mode\n"
            "ctl ARGS...                          any tactorctl command (ctl --help lists them)\n"
            "replay FILE [on DEVICE] [fast]       plays an evemu recording (.events) into a device\n"
            "snapshot FILE.png                    what the emulated /dev/fb0 shows, as a PNG image\n"
            "wait SECONDS | say TEXT              pause | print a note\n"
            "expect SOURCE TEXT                   wait up to 4 s for a line of SOURCE (screen 0, keyboard,\n"
-           "                                     ...) holding TEXT since the last action; fails otherwise\n"
+           "                                     scan-client, scan-service, sim, ...) holding TEXT since\n"
+           "                                     the last action; fails otherwise\n"
            "demo                                 the demonstration again\n"
            "help | quit\n";
 }
@@ -235,7 +237,7 @@ bool Interpreter::run(const std::string& line)
     } else if (cmd == "type") {
         for (const char c : rest_of(w, 1)) {
             const auto stroke = stroke_for(c);
-            if (!stroke || c == '\n') {
+            if (!stroke) {
                 fail(std::string("type: no key for '") + c + "'");
                 continue;
             }

@@ -432,7 +432,8 @@ void Panel::write_listing()
 {
     // The input devices' sysfs directories, to name each node's.
     gchar* root = umockdev_testbed_get_root_dir(bed_->testbed());
-    const std::string inputs = std::string(root) + "/sys/devices/platform/test/input";
+    const std::string sys = std::string(root) + "/sys";
+    const std::string inputs = sys + "/devices/platform/test/input";
     g_free(root);
     std::vector<ListedNode> nodes;
     for (const Device& d : devices_) {
@@ -442,7 +443,7 @@ void Panel::write_listing()
         std::error_code ec;
         for (const auto& entry : std::filesystem::directory_iterator(inputs, ec))
             if (std::filesystem::exists(entry.path() / ("event" + std::to_string(d.node)), ec))
-                n.sysfs = entry.path().string().substr(inputs.size() - std::string("/devices/platform/test/input").size());
+                n.sysfs = entry.path().string().substr(sys.size());
         nodes.push_back(std::move(n));
     }
     std::sort(nodes.begin(), nodes.end(), [](const ListedNode& a, const ListedNode& b) { return a.node < b.node; });
