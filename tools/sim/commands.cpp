@@ -183,6 +183,8 @@ bool Interpreter::run(const std::string& line)
             transcript_.line(d.name, "--",
                              (d.node >= 0 ? "/dev/event" + std::to_string(d.node) : std::string("unplugged")) + ", " +
                                  d.dev.phys + ": " + d.what);
+        transcript_.line("cdc-scanner", "--",
+                         std::string(Panel::kCdcNode) + ": USB CDC barcode scanner (scan --cdc TEXT)");
         return true;
     }
 

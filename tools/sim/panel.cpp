@@ -34,8 +34,6 @@ using namespace std::chrono_literals;
 constexpr std::size_t kRecordsPerWrite = 10;
 // Node numbers the daemon's hot-plug monitor looks at.
 constexpr int kNodes = 16;
-// The CDC scanner's port: /dev/ttyACM0.
-constexpr int kCdcPort = 0;
 
 // A keyboard-wedge barcode scanner behind a hub on the keyboard's port: to
 // the daemon a keyboard of the main screen until a scanner client declares
@@ -121,7 +119,7 @@ bool Panel::start(std::string& error)
     devices_.push_back({scanner.name, scanner.what, scanner.dev});
     write_listing();
     if (!bed_->add_acm(kCdcPort)) {
-        error = "cannot emulate /dev/ttyACM" + std::to_string(kCdcPort);
+        error = std::string("cannot emulate ") + kCdcNode;
         return false;
     }
     // The scanner service's log, shown as it grows: what a scanner client
@@ -461,7 +459,7 @@ bool Panel::cdc_scan(const std::string& bytes, bool& lost, std::string& error)
 {
     // The service's CDC reader logs the port as plugged in once it holds it
     // open; bytes that come before are flushed when it opens the port.
-    const std::string port = "/dev/ttyACM" + std::to_string(kCdcPort);
+    const std::string port = kCdcNode;
     std::ifstream log(options_.root + SCANNER_LOG_PATH, std::ios::binary);
     const std::string text((std::istreambuf_iterator<char>(log)), std::istreambuf_iterator<char>());
     const auto times = [&text](const std::string& what) {

@@ -70,6 +70,9 @@ public:
     bool play(const std::string& name, const std::vector<tactord::input_event>& events, std::string& error,
               const std::string& summary = {});
 
+    // The CDC scanner's port.
+    static constexpr int kCdcPort = 0;
+    static constexpr const char* kCdcNode = "/dev/ttyACM0";
     // Bytes from the CDC scanner on /dev/ttyACM0. False when they could not
     // be written; lost set when no reader had the port open to take them.
     bool cdc_scan(const std::string& bytes, bool& lost, std::string& error);
