@@ -975,18 +975,22 @@ int coordinate_convert(int seat, int x, int y, const int* param, int* out_x, int
             TLOG(LEVEL_ERROR, "error cali param, please calibrate again! \n");
         }
     }
-    // 64-bit sums: parameters set by a client may be anything. Each term is
-    // below 2^62 in size, their sum is formed without overflow in unsigned
-    // arithmetic and the quotient is cut to 32 bits like the result of the
-    // 32-bit original (the caller clamps it to the panel anyway).
+    // Parameters set by a client may be anything. Each term is at most 2^62
+    // in size; a sum beyond the 64-bit range saturates (its sign is then
+    // that of the true sum, whose quotient lies outside the int range anyway)
+    // and the quotient saturates to the int range: an overflowing transform
+    // pins to the panel's edge when the caller clamps, instead of wrapping.
     const auto apply = [&](int k) {
-        const uint64_t sum = static_cast<uint64_t>(static_cast<int64_t>(p[k])) +
-                             static_cast<uint64_t>(static_cast<int64_t>(p[k + 1]) * x) +
-                             static_cast<uint64_t>(static_cast<int64_t>(p[k + 2]) * y);
-        const auto num = static_cast<int64_t>(sum);
+        int64_t sum = p[k];
+        for (int j = 1; j <= 2; ++j) {
+            const int64_t term = static_cast<int64_t>(p[k + j]) * (j == 1 ? x : y);
+            if (__builtin_add_overflow(sum, term, &sum))
+                sum = term < 0 ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
+        }
         const int64_t scale = p[6];
-        const int64_t q = scale == -1 ? static_cast<int64_t>(0 - sum) : num / scale;
-        return static_cast<int>(q);
+        if (scale == -1)
+            return sum == std::numeric_limits<int64_t>::min() ? std::numeric_limits<int>::max() : saturate(-sum);
+        return saturate(sum / scale);
     };
     *out_x = apply(0);
     *out_y = apply(3);

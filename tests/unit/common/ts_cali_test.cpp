@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
 
 #include "common/inputdevice_manager.h"
 #include "common/inputevent_handle.h"
@@ -160,6 +161,48 @@ TEST(Calibration, RefusalsKeepThePreviousTransform)
     EXPECT_EQ(ts_get_cali_ts_private_data(15), nullptr);
     EXPECT_TRUE(log.has("Error, invalid param (scr 15)\n"));
     EXPECT_EQ(log.count("Error, invalid param (usb seat 15)\n"), 3);
+}
+
+// Coincident or collinear raw points never install a transform, however the
+// single-precision sums round; the extreme values must not overflow anything.
+TEST(Calibration, DegeneracyIsDecidedExactlyOnTheRawPoints)
+{
+    constexpr int32_t lo = INT32_MIN, hi = INT32_MAX;
+    const struct Case {
+        const char* name;
+        cali_point_s raw;
+        int want;
+    } cases[] = {
+        {"coincident", {{3001, 3001, 3001, 3001, 3001}, {1999, 1999, 1999, 1999, 1999}}, -2},
+        {"collinear", {{100, 1000, 2000, 3000, 4000}, {50, 500, 1000, 1500, 2000}}, -2},
+        {"collinear, full range", {{lo + 1, hi, 0, 5, -5}, {hi, lo + 1, 0, -5, 5}}, -2},
+        {"one point off the line", {{100, 1000, 2000, 3000, 4000}, {50, 500, 1000, 1500, 2001}}, 0},
+        {"corners of the range", {{lo, hi, hi, lo, 0}, {lo, lo, hi, hi, 0}}, 0},
+    };
+    for (const Case& c : cases) {
+        std::array<int, 7> out{};
+        EXPECT_EQ(ts_get_calibrate_result(&kTargets, &c.raw, out.data()), c.want) << c.name;
+    }
+}
+
+// Parameters that overflow the arithmetic pin the point to the far edge.
+TEST(Calibration, AnOverflowingTransformSaturatesInsteadOfWrapping)
+{
+    constexpr int lo = INT32_MIN, hi = INT32_MAX;
+    const struct Case {
+        std::array<int, 7> p;
+        int x, y, want_x, want_y;
+    } cases[] = {
+        {{0, 1 << 30, 0, 0, -(1 << 30), 0, 1}, 4, 0, hi, lo},    // 2^32 would wrap to 0
+        {{hi, hi, hi, lo, lo, lo, 1}, hi, hi, hi, lo},           // beyond 64 bits
+        {{lo, lo, lo, hi, hi, hi, -1}, hi, hi, hi, lo},          // and negated
+        {{0, 65536, 0, 0, 0, 65536, 65536}, -7, 9, -7, 9},        // in range: exact
+    };
+    for (const Case& c : cases) {
+        int x = 0, y = 0;
+        ASSERT_EQ(coordinate_convert(0, c.x, c.y, c.p.data(), &x, &y), 0);
+        EXPECT_EQ(std::make_pair(x, y), std::make_pair(c.want_x, c.want_y)) << c.p[0];
+    }
 }
 
 TEST(Calibration, ConvertTakesParametersThenTheSeatRowThenTheDefault)
