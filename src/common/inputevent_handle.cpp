@@ -142,13 +142,22 @@ void set_panel_range(_InputDev* dev, int max)
     ts_num_x = max;
 }
 
-// Reads the board panel's controller id from "/proc/atmel_product". The
-// descriptor stays open, as it always has: identification happens rarely.
-// The four bytes are read into a fixed buffer, so nothing is allocated here.
+// "/proc/atmel_product", opened at the first identification and then kept.
+// The panel is identified again whenever a "touchscreen_sub" event has
+// cleared PID_flag before a "touchscreen_main" one: each time reads the same
+// descriptor from its start, so the daemon holds exactly one, never one per
+// switch.
+int atmel_product_fd = -1;
+
+// Reads the board panel's controller id. The four bytes are read into a
+// fixed buffer, so nothing is allocated here.
 void identify_panel(_InputDev* dev)
 {
-    root_path_buf path;
-    const int fd = open(resolve_path("/proc/atmel_product", path), O_RDONLY);
+    if (atmel_product_fd < 0) {
+        root_path_buf path;
+        atmel_product_fd = open(resolve_path("/proc/atmel_product", path), O_RDONLY | O_CLOEXEC);
+    }
+    const int fd = atmel_product_fd;
     if (fd < 0) {
         set_panel_range(dev, PANEL_MAX);
         return;
@@ -156,7 +165,7 @@ void identify_panel(_InputDev* dev)
     std::printf("open touchscreen PID success! ");
     char text[5] = {};
     unsigned id = 0;
-    if (read(fd, text, 4) <= 0 || std::sscanf(text, "%x", &id) != 1)
+    if (pread(fd, text, 4, 0) <= 0 || std::sscanf(text, "%x", &id) != 1)
         id = 0;
     switch (id) {
     case 0x2151:
@@ -303,6 +312,14 @@ void ProcessEvdevEvent(_InputDev* dev, tactord::input_event* ev)
 {
     if (ev == nullptr)
         return;
+    // A switched-off touchscreen changes nothing but the double-tap wake: its
+    // events are swallowed here, before they can move the cursor, take the
+    // focus, click, reach the touch-lock controller or feed a calibration.
+    // (Further down, the close filter would only come after all of that.)
+    if (IsTouchScreenCloseFilter(dev, ev) == 1) {
+        TLOG(LEVEL_DEBUG, "IsTouchScreenCloseFilter [%d] 0x%x %d : %d \n", -1, ev->type, ev->code, ev->value);
+        return;
+    }
     const evdev_event_path path = choose_path(dev);
     if (process_evdev_observer != nullptr)
         process_evdev_observer(dev, ev, path);
@@ -591,10 +608,14 @@ void OnDevDelete(_InputDev* dev)
         return;
     const int n = downSendInfoDevCount.load(std::memory_order_acquire);
     for (int i = 0; i < n && i < DOWN_SEND_INFO_MAX; ++i) {
-        if (downSendInfoArray[i].dev.load(std::memory_order_relaxed) == dev) {
-            downSendInfoArray[i].bUsed.store(0, std::memory_order_relaxed);
+        // The record stops naming the device, which frees it: a later device
+        // at the same address gets a fresh record instead of the old contact.
+        // Only the name is written here (by the hot-plug thread); the event
+        // thread resets a record when it takes it, and a record it has
+        // already handed to another device keeps that one.
+        _InputDev* expected = dev;
+        if (downSendInfoArray[i].dev.compare_exchange_strong(expected, nullptr))
             return;
-        }
     }
 }
 
@@ -604,10 +625,6 @@ DownSendInfo* GetDownSendInfo(_InputDev* dev)
     for (int i = 0; i < n && i < DOWN_SEND_INFO_MAX; ++i) {
         DownSendInfo& info = downSendInfoArray[i];
         if (info.dev.load(std::memory_order_relaxed) == dev) {
-            // A record released by a removal belongs to a new device that
-            // happens to have the old one's address: it starts afresh.
-            if (info.bUsed.load(std::memory_order_relaxed) == 0)
-                ResetDownSendInfo(&info);
             info.bUsed.store(1, std::memory_order_relaxed);
             return &info;
         }
@@ -618,8 +635,10 @@ DownSendInfo* GetDownSendInfo(_InputDev* dev)
         downSendInfoArray[pos].dev.store(dev, std::memory_order_relaxed);
         downSendInfoDevCount.store(n + 1, std::memory_order_release);
     } else {
+        // Free: not used since its last contact, or its device went away.
         for (int i = 0; i < DOWN_SEND_INFO_MAX && pos < 0; ++i) {
-            if (downSendInfoArray[i].bUsed.load(std::memory_order_relaxed) == 0)
+            const DownSendInfo& info = downSendInfoArray[i];
+            if (info.bUsed.load(std::memory_order_relaxed) == 0 || info.dev.load() == nullptr)
                 pos = i;
         }
         if (pos < 0) {
@@ -1009,6 +1028,9 @@ void pipeline_reset()
     for (TouchScreenInfo& sw : g_TouchScreeenStatus)
         sw = {1, {}};
     vnc_x = vnc_y = 0;
+    if (atmel_product_fd >= 0)
+        close(atmel_product_fd);
+    atmel_product_fd = -1;
     PID_flag = 0;
     ts_num_x = PANEL_MAX;
     g_MouseSensitivityValue = 5;

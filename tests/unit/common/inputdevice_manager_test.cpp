@@ -14,6 +14,7 @@
 
 #include "common/cursor_timer_internal.h"
 #include "common/inputdevice_manager_internal.h"
+#include "common/inputevent_handle.h"
 #include "common/log.h"
 #include "common/multi_config.h"
 #include "common/ts_cali.h"
@@ -68,6 +69,20 @@ TEST_F(Registry, MainTouchscreenIsHeldOnceAndItsRecordGoesWithIt)
     EXPECT_EQ(get_input_info(5), nullptr);
     EXPECT_EQ(ts_get_private_data(5), nullptr);
     EXPECT_EQ(event_num.load(), 0);
+}
+
+// A composite touchscreen has two nodes on seat 5: both tracking records are
+// released with the seat, the chained one too.
+TEST_F(Registry, EveryTouchscreenOfARemovedSeatReleasesItsTrackingRecord)
+{
+    ASSERT_EQ(add("usb-musb-hdrc.0-1/input0", 3, INPUT_TYPE_TOUCHSCREEN), 0);
+    ASSERT_EQ(add("usb-musb-hdrc.0-1/input0", 4, INPUT_TYPE_TOUCHSCREEN), 0);
+    ASSERT_EQ(chain_length(5), 2);
+    for (_InputDev* d = get_input_info(5); d != nullptr; d = d->next.load())
+        ASSERT_NE(GetDownSendInfo(d), nullptr);
+    ASSERT_EQ(handle_remove_device("usb-musb-hdrc.0-1/input0"), 0);
+    for (const DownSendInfo& info : downSendInfoArray)
+        EXPECT_EQ(info.dev.load(), nullptr);
 }
 
 TEST_F(Registry, DevicesBehindAHubAreExternDevicesRemovedAloneAndHeldUpToFifteen)

@@ -2,6 +2,7 @@
 // event reader); the rest is pinned by the system tests with the real daemon.
 #include "common/inputevent_handle.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/input.h>
 
@@ -12,6 +13,7 @@
 #include "common/inputdevice_manager.h"
 #include "common/inputevent_handle_internal.h"
 #include "common/screen_manager.h"
+#include "common/screen_manager_internal.h"
 #include "support/scratch_root.h"
 #include "support/screen_clients.h"
 
@@ -50,10 +52,10 @@ protected:
         gs_ipcClientExist.store(0);
         pipeline_reset();
     }
-    static void play(_InputDev& dev, const std::vector<Ev>& evs)
+    static void play(_InputDev& dev, const std::vector<Ev>& evs, int32_t sec = 0)
     {
         for (const Ev& e : evs) {
-            tactord::input_event ev{0, 0, static_cast<uint16_t>(e.type), static_cast<uint16_t>(e.code), e.value};
+            tactord::input_event ev{sec, 0, static_cast<uint16_t>(e.type), static_cast<uint16_t>(e.code), e.value};
             ProcessEvdevEvent(&dev, &ev);
         }
     }
@@ -115,6 +117,47 @@ TEST_F(IpcWindow, TheIpcScreenGetsOneSlotAndAFrozenPositionOnceTheCursorLeaves)
     play(panel_, {{EV_ABS, ABS_X, 1500}});
     EXPECT_EQ(got(IPC_SCREEN), (std::vector<Ev>{{EV_ABS, ABS_MT_SLOT, 0}, {EV_SYN, 0, 0}, {27, 1, 0},
                                                 {EV_ABS, ABS_X, 379}}));
+}
+
+// A switched-off panel changes nothing, the cursor, focus and position
+// included, but a second touch-up within 0.8 s sends the wake-up key.
+TEST_F(IpcWindow, ASwitchedOffPanelOnlyWakesOnADoubleTap)
+{
+    got(MAIN_SCREEN);
+    got(IPC_SCREEN);
+    ProcessSwitchTouchScreen(TOUCHSCREEN_SUB, 0);  // the USB panel
+    for (int i = 0; i < 2; ++i) {
+        play(panel_, kTouchAt1024, 100);
+        play(panel_, kRelease, 100);
+    }
+    EXPECT_EQ(got(IPC_SCREEN), std::vector<Ev>{});
+    EXPECT_EQ(got(MAIN_SCREEN), (std::vector<Ev>{{EV_KEY, 199, 1}, {EV_KEY, 199, 0}}));
+    EXPECT_EQ(get_cursor_client(&screen_info), MAIN_SCREEN);
+    EXPECT_EQ(get_focus_client(&screen_info), MAIN_SCREEN);
+    EXPECT_EQ(std::make_pair(screen_info.x, screen_info.y), std::make_pair(100, 100));
+}
+
+// Identifying the board panel again at every switch between the seat roles
+// reuses one descriptor.
+TEST_F(IpcWindow, ThePanelIdIsReadThroughOneDescriptor)
+{
+    testsupport::write_file(root_.at("/proc/atmel_product"), "2151");
+    Device sub{"touchscreen_sub", INPUT_TYPE_TOUCHSCREEN, 2};
+    const auto open_fds = [] {
+        int n = 0;
+        for (int fd = 0; fd < 1024; ++fd)
+            n += fcntl(fd, F_GETFD) != -1 ? 1 : 0;
+        return n;
+    };
+    int before = 0;
+    for (int i = 0; i < 10; ++i) {
+        play(panel_, {{EV_ABS, ABS_X, 1}});
+        EXPECT_EQ(PID_flag, 1);
+        play(sub, {{EV_ABS, ABS_X, 1}});
+        if (i == 0)
+            before = open_fds();
+    }
+    EXPECT_EQ(open_fds(), before);
 }
 
 }  // namespace
