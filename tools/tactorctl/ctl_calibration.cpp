@@ -352,8 +352,9 @@ void add_calibration_commands(std::vector<Command>& t)
 {
     t.push_back({{"calibration", "enter"}, "SEAT",
                  "TYPE_ENTER_TS_CALI_MODE: starts the five-point calibration of the touchscreen on SEAT (0 is the\n"
-                 "board's own). Its raw values then pass through unconverted, and the touchscreen answers to\n"
-                 "screen number SEAT for compute and get.",
+                 "board's own). Its raw values then reach the screen's client unconverted but scaled to\n"
+                 "1920 x 1080, and the touchscreen answers to screen number SEAT for compute and get.\n"
+                 "tactorctl calibrate does all the steps with on-screen targets.",
                  enter});
     t.push_back({{"calibration", "point"}, "SEAT N",
                  "TYPE_GET_TS_CALI_POINT: the next touch on the seat's touchscreen is target N (1..5).", point});
