@@ -43,7 +43,7 @@ int run_monitor(ControlConnection& conn, const MonitorOptions& opts, std::FILE* 
             if (wait.count() <= 0)
                 return 0;
         }
-        const auto hint_at = start + kHeldAfter;
+        const auto hint_at = start + opts.hint_after;
         if (!event_seen && opts.hint != nullptr) {
             if (std::chrono::steady_clock::now() >= hint_at) {
                 std::fprintf(opts.hint, "%s: %s\n", opts.hint_name, screen_held_hint(opts.screen).c_str());

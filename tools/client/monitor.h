@@ -10,6 +10,8 @@
 
 namespace tools {
 
+inline constexpr std::chrono::seconds kHeldAfter{10};
+
 struct MonitorOptions {
     int screen = 0;
     bool json = false;        // one JSON object per record
@@ -18,10 +20,9 @@ struct MonitorOptions {
     std::chrono::milliseconds duration{0};  // stop after this long (0: no limit)
     std::FILE* hint = nullptr;          // where to say that nothing arrives (null: nowhere)
     const char* hint_name = "tactord-events";  // the program saying it
+    // Silence after which a display client is told the screen may be held.
+    std::chrono::milliseconds hint_after{kHeldAfter};
 };
-
-// Silence after which a display client is told the screen may be held.
-inline constexpr std::chrono::seconds kHeldAfter{10};
 // What to tell a display client that receives nothing: tactord gives a
 // screen's records to one client and ignores another's registration.
 std::string screen_held_hint(int screen);
@@ -29,7 +30,7 @@ std::string screen_held_hint(int screen);
 // Registers conn for opts.screen and follows a fence, whose reply (the
 // current mode) is the first record printed: it shows that the daemon has
 // handled the registration. Then prints each event and reply as it comes;
-// when no event has come kHeldAfter after the registration, says to
+// when no event has come opts.hint_after after the registration, says to
 // opts.hint that another client may hold the screen.
 // Returns 0 when a limit was reached, 1 when the daemon closed the
 // connection or a write failed.
