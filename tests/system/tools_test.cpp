@@ -344,6 +344,19 @@ TEST_F(Calibrate, ATouchThatMissesItsTargetIsRefusedAndTheOldTransformStays)
     EXPECT_NE(ctl({"calibration", "get", "0"}).out.find("seat 0: 1 2 3 4 5 6 65536"), std::string::npos);
 }
 
+TEST_F(Calibrate, CtrlCEndsCalibrationModeAndClearsTheTarget)
+{
+    const pid_t pid = start(root_.path(), TACTORCTL_BINARY, {"calibrate", "0", "--fb", "/dev/fb0", "--conf", conf_});
+    ASSERT_TRUE(testsupport::wait_for_file_text(root_.at("/tool.out"), "target 1 of 5 at 128,80"));
+    EXPECT_EQ(pixel(128, 80), 0xFFFFFFFFu);
+    kill(pid, SIGINT);
+    const ToolRun r = finish(root_.path(), pid);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("interrupted at target 1"), std::string::npos) << r.err;
+    EXPECT_NE(r.out.find("calibration mode ended"), std::string::npos) << r.out;
+    EXPECT_EQ(pixel(128, 80), 0u);
+}
+
 TEST_F(Tools, EventsClientPrintsItsRecordsDecoded)
 {
     // A client of the sub screen sees the extended mode come in: it loses

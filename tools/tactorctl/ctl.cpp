@@ -2,9 +2,11 @@
 
 #include <arpa/inet.h>
 #include <linux/input.h>
+#include <signal.h>
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstring>
 
 #include "client/args.h"
@@ -76,6 +78,30 @@ std::optional<int> parse_screen(std::string_view text)
         return 1;
     const auto n = parse_integer(text, 0, 1);
     return n ? std::optional<int>(static_cast<int>(*n)) : std::nullopt;
+}
+
+namespace {
+
+volatile std::sig_atomic_t g_interrupted = 0;
+
+void on_interrupt(int)
+{
+    g_interrupted = 1;
+}
+
+}  // namespace
+
+void ctl_catch_interrupt()
+{
+    struct sigaction stop {};
+    stop.sa_handler = on_interrupt;
+    sigaction(SIGINT, &stop, nullptr);
+    sigaction(SIGTERM, &stop, nullptr);
+}
+
+bool ctl_interrupted()
+{
+    return g_interrupted != 0;
 }
 
 namespace {

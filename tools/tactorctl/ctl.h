@@ -66,6 +66,11 @@ void add_config_commands(std::vector<Command>& table);
 void add_device_commands(std::vector<Command>& table);
 void add_calibrate_commands(std::vector<Command>& table);
 
+// Ctrl-C and SIGTERM only set a flag from now on, so that a guided command
+// can put the daemon and the screen back before it ends.
+void ctl_catch_interrupt();
+bool ctl_interrupted();
+
 // Runs one tactorctl command line (without the program name); the exit status.
 int tactorctl_run(const std::vector<std::string>& args, std::FILE* out, std::FILE* err);
 

@@ -58,10 +58,11 @@ std::optional<Point> next_touch(CtlContext& ctx, ControlConnection& c, int scree
     bool changed = false;
     for (;;) {
         const auto now = std::chrono::steady_clock::now();
-        if (now >= deadline)
+        if (now >= deadline || ctl_interrupted())
             return std::nullopt;
+        // Short waits, to notice Ctrl-C.
         const auto slice = std::min(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now),
-                                    std::chrono::milliseconds(kHeldAfter));
+                                    std::chrono::milliseconds(200));
         union {
             SystemMsg reply;
             tactord::input_event ev;
@@ -221,6 +222,18 @@ Point convert(const CaliParams& p, long long x, long long y)
     return {static_cast<int>((p[0] + p[1] * x + p[2] * y) / p[6]), static_cast<int>((p[3] + p[4] * x + p[5] * y) / p[6])};
 }
 
+std::string xy(Point p)
+{
+    return std::to_string(p.x) + "," + std::to_string(p.y);
+}
+
+std::string tenths(double v)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f", std::min(v, 1e9));
+    return text;
+}
+
 // The five targets, a tenth of the screen in from its edges and the centre.
 std::array<Point, CALI_POINT_NUM> targets(int w, int h)
 {
@@ -238,13 +251,13 @@ int run_test(CtlContext& ctx, const Options& o, ControlConnection& c, int screen
     for (long n = 0; o.count < 0 || n < o.count; ++n) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         const auto touch = next_touch(ctx, c, screen, left, told, [&](Point at) {
-            ctx.say("at " + std::to_string(at.x) + "," + std::to_string(at.y));
+            ctx.say("at " + xy(at));
             if (fb)
                 fb->crosshair(at.x, at.y);
         });
         if (!touch)
             break;
-        ctx.say("released at " + std::to_string(touch->x) + "," + std::to_string(touch->y));
+        ctx.say("released at " + xy(*touch));
     }
     return kExitOk;
 }
@@ -310,12 +323,11 @@ int calibrate(CtlContext& ctx, const std::vector<std::string>& args)
             return finish(kExitFailed);
         if (fb)
             fb->crosshair(display[i].x, display[i].y);
-        ctx.say("target " + std::to_string(i + 1) + " of 5 at " + std::to_string(display[i].x) + "," +
-                std::to_string(display[i].y) + ": touch its centre and lift the finger");
+        ctx.say("target " + std::to_string(i + 1) + " of 5 at " + xy(display[i]) + ": touch its centre and lift the finger");
         const auto touch = next_touch(ctx, *c, ts->screen, o->timeout, told, [](Point) {});
         if (!touch)
-            return finish(ctx.fail(kExitFailed, "no touch for target " + std::to_string(i + 1) +
-                                                    "; the previous calibration stays in force"));
+            return finish(ctx.fail(kExitFailed, (ctl_interrupted() ? "interrupted at target " : "no touch for target ") +
+                                                    std::to_string(i + 1) + "; the previous calibration stays in force"));
         touched[static_cast<std::size_t>(i)] = *touch;
     }
     if (fb)
@@ -353,10 +365,8 @@ int calibrate(CtlContext& ctx, const std::vector<std::string>& args)
         const Point& s = touched[static_cast<std::size_t>(i)];
         const Point at = convert(*after, (s.x * max_x + kCaliSpanX / 2) / kCaliSpanX, (s.y * max_y + kCaliSpanY / 2) / kCaliSpanY);
         const double off = std::hypot(at.x - display[i].x, at.y - display[i].y);
-        char line[120];
-        std::snprintf(line, sizeof line, "  target %d at %d,%d: lands at %d,%d, %.1f", i + 1, display[i].x,
-                      display[i].y, at.x, at.y, off);
-        ctx.say(line);
+        ctx.say("  target " + std::to_string(i + 1) + " at " + xy(display[i]) + ": lands at " + xy(at) + ", " +
+                tenths(off));
         if (off > worst) {
             worst = off;
             worst_at = i + 1;
@@ -364,13 +374,10 @@ int calibrate(CtlContext& ctx, const std::vector<std::string>& args)
     }
     if (worst > limit) {
         set_params(ctx, seat, *before);
-        char why[200];
-        std::snprintf(why, sizeof why,
-                      "refused: target %d lands %.1f pixels from where it was touched (more than %.0f): a touch "
-                      "missed its crosshair. The previous calibration is back in force; calibrate again, touching "
-                      "each crosshair's centre.",
-                      worst_at, worst, limit);
-        return finish(ctx.fail(kExitFailed, why));
+        return finish(ctx.fail(kExitFailed, "refused: target " + std::to_string(worst_at) + " lands " + tenths(worst) +
+                                                " pixels from where it was touched (more than " + tenths(limit) +
+                                                "): a touch missed its crosshair. The previous calibration is back in "
+                                                "force; calibrate again, touching each crosshair's centre."));
     }
     std::string params;
     for (const int32_t v : *after)

@@ -161,8 +161,11 @@ int compute(CtlContext& ctx, const std::vector<std::string>& args)
     cali.displaysize_y = 1080;
     std::size_t targets = 0;
     for (std::size_t i = 1; i < args.size(); ++i) {
-        if (args[i] == "--size" && i + 1 < args.size()) {
-            const auto size = parse_list(args[++i], 2, 1, 65535);
+        if (args[i] == "--size") {
+            const std::string* value = option_value(ctx, args, i);
+            if (value == nullptr)
+                return kExitUsage;
+            const auto size = parse_list(*value, 2, 1, 65535);
             if (!size)
                 return usage(ctx, "--size takes WIDTH,HEIGHT");
             cali.displaysize_x = static_cast<int32_t>((*size)[0]);

@@ -142,7 +142,7 @@ int devices(CtlContext& ctx, const std::vector<std::string>& args)
         }
         ctx.say(out + "\n]");
     } else {
-        ctx.say(used ? "seat file " + *used : "no seat file: " + error);
+        ctx.say(used ? "seat file " + *used : error);
         ctx.say("NODE          TYPE                            NAME                      PORT                         SEAT SCREEN");
         for (const ListedDevice& d : list) {
             const std::string kind = d.kind + (d.need_cali ? " (needs calibration)" : "");
@@ -175,11 +175,7 @@ DaemonLogTo::DaemonLogTo(int fd)
 {
     std::fflush(stdout);
     saved_ = dup(STDOUT_FILENO);
-    const int target = fd >= 0 ? fd : open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (target >= 0)
-        dup2(target, STDOUT_FILENO);
-    if (fd < 0 && target >= 0)
-        close(target);
+    dup2(fd, STDOUT_FILENO);
     set_log_level(LEVEL_ERROR);
     set_log_to_stdout(LOG_PLACE_STDOUT);
 }
@@ -206,8 +202,12 @@ std::optional<std::string> load_seat_file(const std::string& conf, std::string& 
     if (path.empty())
         path = exists("port.conf") ? "port.conf" : "/etc/tactord/port.conf";
     unload_seat_file();
-    // The parser's complaints are config check's to show.
-    const DaemonLogTo quiet(-1);
+    if (!exists(path)) {
+        error = "no seat file " + path + ", so every device counts as a non-USB input of screen 0, as in tactord "
+                "(--conf FILE names one)";
+        return std::nullopt;
+    }
+    const DaemonLogTo to_stderr(STDERR_FILENO);  // what the parser finds wrong
     if (config_init(path.c_str()) != 0) {
         unload_seat_file();
         error = "cannot use " + path + ", so every device counts as a non-USB input of screen 0, as in tactord (tactorctl "
@@ -220,7 +220,10 @@ std::optional<std::string> load_seat_file(const std::string& conf, std::string& 
 std::vector<ListedDevice> list_devices()
 {
     const std::map<int, std::string> ids = usb_ids();
-    const DaemonLogTo quiet(-1);  // an unreadable node is noted in the list
+    // The classification logs errors only for a node it cannot open, which
+    // is tried first and noted in the list instead.
+    set_log_level(LEVEL_ERROR);
+    set_log_to_stdout(LOG_PLACE_STDOUT);
     std::vector<ListedDevice> list;
     for (int n = 0; n < kListedNodes; ++n) {
         const std::string sys = "/sys/class/input/event" + std::to_string(n) + "/device/";
@@ -235,9 +238,12 @@ std::vector<ListedDevice> list_devices()
         d.phys = first_line(sys + "phys");
         if (const auto id = ids.find(n); id != ids.end())
             d.usb_id = id->second;
+        const int probe = open(d.node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        d.unreadable = probe < 0;
+        if (probe >= 0)
+            close(probe);
         int need_cali = 0;
-        const int type = Get_EventDeviceType(d.node.c_str(), &need_cali);
-        d.unreadable = type == USB_INPUT_UNKNOW;
+        const int type = d.unreadable ? USB_INPUT_UNKNOW : Get_EventDeviceType(d.node.c_str(), &need_cali);
         // The registry's type codes: touchscreen, keyboard, mouse; every
         // other result is a device it reads without a kind.
         d.kind = type == USB_INPUT_TOUCHSCREEN ? "touchscreen"

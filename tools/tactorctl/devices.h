@@ -28,8 +28,10 @@ struct ListedDevice {
 };
 
 // While it lives, the daemon code that tactorctl runs logs its errors to
-// the descriptor fd (-1: nowhere) rather than to standard output: the
-// logger writes to standard output, which is pointed there meanwhile.
+// the descriptor fd rather than to standard output: the logger writes to
+// standard output, which is pointed there meanwhile. In the simulated
+// panel, which runs tactorctl in its own process, its other output may go
+// there as well for that moment.
 class DaemonLogTo {
 public:
     explicit DaemonLogTo(int fd);
