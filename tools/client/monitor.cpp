@@ -24,8 +24,8 @@ std::string screen_held_hint(int screen)
     return "nothing has arrived for screen " + n +
            ": tactord gives a screen's records to one display client only and ignores a second registration. "
            "If another client holds screen " + n +
-           " (the panel's user interface, the simulated panel's own client, another tactord-events), stop it "
-           "and start this again.";
+           " (the panel's user interface, another tactord-events, or the simulated panel's own client: "
+           "tactord-sim --clients chooses the screens it takes), stop it and start this again.";
 }
 
 int run_monitor(ControlConnection& conn, const MonitorOptions& opts, std::FILE* out)
