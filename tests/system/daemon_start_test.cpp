@@ -1,17 +1,66 @@
 // Starts the real daemon under a scratch root and checks what it prints on
-// standard output at start-up and that its loop keeps passing.
+// standard output at start-up, that its loop keeps passing, its command
+// line, its notifications to a service manager and that it runs once per root.
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstddef>
+#include <filesystem>
 #include <regex>
 #include <string>
 
 #include "common/usb_gun/unixsocket.h"
+#include "harness/display_client.h"
+#include "harness/drill.h"
 #include "sim/daemon_process.h"
 #include "support/scratch_root.h"
+#include "support/shell.h"
 
 namespace {
+
+using namespace std::chrono_literals;
+
+// The daemon run to its end in dir: its output (both streams) and status.
+std::pair<std::string, int> run_daemon(const std::string& dir, const std::string& args)
+{
+    return testsupport::run_command("cd " + dir + " && exec " TACTORD_BINARY " " + args);
+}
+
+// A service manager's notification socket in the abstract namespace, named
+// to the daemons started meanwhile as $NOTIFY_SOCKET "@name".
+class NotifySocket {
+public:
+    NotifySocket() : fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    {
+        const std::string name = "tactord-test-notify-" + std::to_string(getpid());
+        sockaddr_un addr{};
+        addr.sun_family = AF_UNIX;
+        name.copy(addr.sun_path + 1, sizeof addr.sun_path - 1);
+        const auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+        if (bind(fd_, reinterpret_cast<sockaddr*>(&addr), len) == 0)
+            setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
+    }
+    ~NotifySocket()
+    {
+        unsetenv("NOTIFY_SOCKET");
+        close(fd_);
+    }
+    // The next notification, empty when none comes in time.
+    std::string next(std::chrono::milliseconds timeout)
+    {
+        pollfd p{fd_, POLLIN, 0};
+        char buf[256];
+        const ssize_t n = poll(&p, 1, static_cast<int>(timeout.count())) == 1 ? recv(fd_, buf, sizeof buf, 0) : 0;
+        return std::string(buf, n > 0 ? static_cast<std::size_t>(n) : 0);
+    }
+
+private:
+    int fd_;
+};
 
 // Voluntary context switches of the daemon's main thread: every select that
 // waits adds one, so the count keeps moving while the loop passes.
@@ -80,6 +129,59 @@ TEST(DaemonStart, ConversionsInAConfigurationLineAreLoggedAsTheyStand)
     EXPECT_TRUE(daemon.wait_for("parse error section %n%n%n%n is unsurpport\n"));
     EXPECT_TRUE(daemon.wait_for("nice is "));
     EXPECT_TRUE(daemon.alive());
+}
+
+TEST(DaemonStart, HelpAndVersionAnswerWithoutStarting)
+{
+    testsupport::ScratchRoot root;
+    for (const char* arg : {"-h", "--help"}) {
+        const auto [out, status] = run_daemon(root.path(), arg);
+        EXPECT_EQ(status, 0);
+        EXPECT_TRUE(out.starts_with("Usage: tactord [-d LEVEL] [-p DEST] [-t TYPE] [-i 0|1]\n")) << out;
+    }
+    EXPECT_EQ(run_daemon(root.path(), "--version"), std::make_pair(std::string("tactord 17.0221.1137\n"), 0));
+    EXPECT_FALSE(std::filesystem::exists(root.at("/var/mutli_config.sock")));
+}
+
+TEST(DaemonStart, ReportsReadyOnceTheControlSocketAcceptsAndThenKeepsAlive)
+{
+    testsupport::ScratchRoot root;
+    testsupport::write_port_conf(root.at("/run"));
+    NotifySocket manager;
+    setenv("WATCHDOG_USEC", "1000000", 1);
+    emul::DaemonProcess daemon(root.at("/run"));
+    unsetenv("WATCHDOG_USEC");
+    ASSERT_TRUE(daemon.started());
+    ASSERT_EQ(manager.next(20s), "READY=1");
+    testharness::DisplayClient client(root.path(), 1ms);  // one attempt, no waiting
+    EXPECT_TRUE(client.connected() && testharness::round_trip(client, 1));
+    // Half of WATCHDOG_USEC apart.
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(manager.next(2s), "WATCHDOG=1") << i;
+}
+
+TEST(DaemonStart, ASecondInstanceOnTheSameRootLeavesTheFirstAndItsLogAlone)
+{
+    testsupport::ScratchRoot root;
+    testsupport::write_port_conf(root.at("/run"));
+    // Unknown options are skipped, each with a warning on standard error.
+    emul::DaemonProcess first(root.at("/run"), {"-p", "1", "-i", "0", "--frobnicate"});
+    ASSERT_TRUE(first.started());
+    EXPECT_TRUE(first.wait_for("tactord: ignoring unknown option '--frobnicate' (tactord --help lists the options)\n"));
+    testharness::DisplayClient client(root.path());
+    ASSERT_TRUE(client.connected());
+    // Opened at the banner, its first line (the text waits in the stream's
+    // buffer).
+    const std::string log = root.at("/var/log/tactord.log");
+    ASSERT_TRUE(std::filesystem::exists(log));
+
+    const auto [out, status] = run_daemon(root.at("/run"), "-p 1 -i 0");
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(out, "tactord is already running (pid " + std::to_string(first.pid()) + ")\n");
+    EXPECT_FALSE(std::filesystem::exists(log + ".old")) << "the first's log was rotated";
+    EXPECT_TRUE(testharness::round_trip(client, 1));
+    testharness::DisplayClient another(root.path(), 1ms);
+    EXPECT_TRUE(another.connected() && testharness::round_trip(another, 2));
 }
 
 }  // namespace
