@@ -98,6 +98,8 @@ TEST(Packaging, TheInstalledUnitsVerifyWithTheInstalledPathsAndTheStrippedDaemon
     EXPECT_NE(testsupport::read_file(units + "tactord.service").find("WorkingDirectory=" + prefix + "/etc/tactord\n"),
               std::string::npos);
     EXPECT_EQ(run_command(prefix + "/sbin/tactord --version"), std::make_pair(std::string("tactord 17.0221.1137\n"), 0));
+    const auto [usage, help_status] = run_command(prefix + "/sbin/tactord --help");
+    EXPECT_TRUE(help_status == 0 && usage.starts_with("Usage: tactord [-d LEVEL] [-p DEST] [-t TYPE] [-i 0|1]\n")) << usage;
 }
 
 TEST(Packaging, TheInittabLineRespawnsTheDaemonInTheDirectoryOfItsPortConf)
