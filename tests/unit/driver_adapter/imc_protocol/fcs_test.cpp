@@ -72,10 +72,13 @@ TEST(ImcFrame, EncodesKnownFramesByteForByteAndRefusesWhatDoesNotFit)
 TEST(ImcFrame, DecodesEveryKnownFrameInPiecesOfAnySize)
 {
     for (const auto& f : FRAMES) {
-        Bytes stream = {0x55, 0x00, 0x7D};  // noise before the frame
-        stream.insert(stream.end(), f.frame.begin(), f.frame.end());
-        // Sized first: GCC 12 reports a false out-of-bounds move (-Warray-bounds)
-        // in an optimised insert that grows a three-byte vector.
+        // Both sized first: GCC 12 reports a false out-of-bounds move
+        // (-Warray-bounds) in an optimised insert that grows a three-byte
+        // vector.
+        Bytes stream(3 + f.frame.size());  // noise before the frame
+        stream[0] = 0x55;
+        stream[2] = 0x7D;
+        std::copy(f.frame.begin(), f.frame.end(), stream.begin() + 3);
         Bytes want(3 + f.message.size());
         want[2] = static_cast<uint8_t>(f.message.size());
         std::copy(f.message.begin(), f.message.end(), want.begin() + 3);
