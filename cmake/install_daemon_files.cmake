@@ -12,11 +12,14 @@ function(tactord_full_dir out dir)
   if(IS_ABSOLUTE "${dir}")
     set(${out} "${dir}" PARENT_SCOPE)
   else()
-    set(${out} "${CMAKE_INSTALL_PREFIX}/${dir}" PARENT_SCOPE)
+    set(${out} "${prefix}/${dir}" PARENT_SCOPE)
   endif()
 endfunction()
 
-string(REGEX REPLACE "(.)/+$" "\\1" prefix "${CMAKE_INSTALL_PREFIX}")
+# The units need absolute paths: a relative --prefix is taken from the
+# directory cmake --install runs in, as file(INSTALL) takes it.
+get_filename_component(prefix "${CMAKE_INSTALL_PREFIX}" ABSOLUTE BASE_DIR "$ENV{PWD}")
+string(REGEX REPLACE "(.)/+$" "\\1" prefix "${prefix}")
 tactord_full_dir(TACTORD_SBINDIR "${tactord_sbindir}")
 tactord_full_dir(TACTORD_BINDIR "${tactord_bindir}")
 # The configuration directory as GNUInstallDirs puts it: the prefixes / and
