@@ -205,9 +205,9 @@ TEST_F(FaultDrills, AClientWritingOneBytePerMillisecond)
 
 TEST_F(FaultDrills, FortyClientsAtOnce)
 {
-    // The listening socket, the two panels and the fixture's, the main and
-    // the probe's connections take 6 of the monitor list's 32 entries: 26
-    // clients are served, the other 14 closed at once.
+    // The listening socket, the two panels and the fixture's, main and probe
+    // connections take 6 of the monitor list's 32 entries: 26 clients are
+    // served, the other 14 closed at once.
     drill([&] {
         std::vector<std::unique_ptr<DisplayClient>> crowd;
         for (int i = 0; i < 40; ++i)
