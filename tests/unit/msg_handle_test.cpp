@@ -125,8 +125,8 @@ TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescri
 
     EXPECT_EQ(remove_monitor_handle(b), 0);
     EXPECT_EQ(listed(), (std::vector<int>{a, c}));
-    EXPECT_EQ(monitor_entry(2).fd, 0);
-    EXPECT_EQ(monitor_entry(2).handle, nullptr);
+    EXPECT_EQ(event_list[2].load().fd, 0);
+    EXPECT_EQ(event_list[2].load().handle, nullptr);
     EXPECT_NE(fcntl(b, F_GETFD), -1);  // the caller closes it
 
     EXPECT_EQ(remove_monitor_handle(a), 0);
