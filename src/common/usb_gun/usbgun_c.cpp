@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -48,14 +49,21 @@ void take_record(int p, const Unx_Head_t& head)
 
 void* UsbDataTranThread(void*)
 {
-    Client_Ctrl_t& c = usbgun_client;
-    for (;;) {
-        // The read's time-out paces the loop.
-        const ssize_t got = unix_socket_read(c.unx_fd.load(std::memory_order_relaxed), c.buf + c.held,
-                                             UNX_BUF_SIZE - c.held, 200);
-        usbgun_c_take(got);
-    }
+    for (;;)
+        usbgun_c_receive_pass();
     return nullptr;
+}
+
+// The connection ended: closed under the lock the senders hold, so that none
+// of them writes to the number once it is closed (or reused). Senders get -2
+// until the receiver has connected again.
+void connection_lost()
+{
+    Client_Ctrl_t& c = usbgun_client;
+    std::lock_guard<std::mutex> guard(c.mutex_client);
+    unix_socket_close(c.unx_fd.exchange(-1));
+    c.held = 0;
+    USBLOG("Unix socket closed by the service, connecting again...\r\n");
 }
 
 struct SendTexts {
@@ -69,9 +77,15 @@ struct SendTexts {
 int send_record(uint32_t func_index, const void* payload, uint32_t len, const SendTexts& texts)
 {
     Client_Ctrl_t& c = usbgun_client;
-    if (c.unx_fd.load(std::memory_order_acquire) <= 0) {
+    const int fd = c.unx_fd.load(std::memory_order_acquire);
+    if (fd == 0) {
         USBLOG("%s", texts.not_connected);
         return 0;
+    }
+    // The daemon went away and is not back yet: the record cannot be sent.
+    if (fd < 0) {
+        USBLOG("%s", texts.short_write);
+        return -2;
     }
     const std::size_t size = UNX_HEAD_SIZE + len;
     std::unique_ptr<uint8_t[]> rec(new (std::nothrow) uint8_t[size]);
@@ -80,10 +94,14 @@ int send_record(uint32_t func_index, const void* payload, uint32_t len, const Se
         return -1;
     }
     put_unx_record(rec.get(), func_index, payload, len);
-    ssize_t n;
+    ssize_t n = -1;
     {
         std::lock_guard<std::mutex> guard(c.mutex_client);
-        n = unix_socket_write(c.unx_fd.load(std::memory_order_relaxed), rec.get(), size);
+        // Lost since the look above: a short write as well. A daemon gone
+        // gives EPIPE here, never a SIGPIPE in the client program.
+        const int fd = c.unx_fd.load(std::memory_order_relaxed);
+        if (fd > 0)
+            n = unix_socket_send(fd, rec.get(), size);
     }
     if (n != static_cast<ssize_t>(size)) {
         USBLOG("%s", texts.short_write);
@@ -144,6 +162,37 @@ void usbgun_c_take(ssize_t got)
     std::lock_guard<std::mutex> guard(c.mutex_client);
     take_record(p, head);
     c.held = keep_after_record(c.buf, total, head.length);
+}
+
+void usbgun_c_receive_pass()
+{
+    Client_Ctrl_t& c = usbgun_client;
+    int fd = c.unx_fd.load(std::memory_order_relaxed);
+    if (fd <= 0) {
+        // A daemon that went away: found again when it (or its successor)
+        // listens, one attempt per pause, never a busy loop.
+        usleep(RECONNECT_PAUSE_US);
+        if ((fd = unix_client_open(SCANNER_SOCKET_PATH)) <= 0)
+            return;
+        c.unx_fd.store(fd, std::memory_order_release);
+        USBLOG("Unix socket connected again...\r\n");
+    }
+    // The wait's time-out paces the loop; held bytes are looked at again
+    // after each, since a read may have brought more than one record.
+    const int ready = unix_socket_wait(fd, 200);
+    ssize_t got = 0;
+    if (ready > 0) {
+        got = read(fd, c.buf + c.held, UNX_BUF_SIZE - c.held);
+        // End of file: the daemon closed the connection or ended.
+        if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN)) {
+            connection_lost();
+            return;
+        }
+    } else if (ready < 0 && errno != EINTR) {
+        connection_lost();
+        return;
+    }
+    usbgun_c_take(got);
 }
 
 int UsbGunInit(UsbInfoCb_t cb)

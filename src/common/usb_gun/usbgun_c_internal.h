@@ -28,7 +28,10 @@ int ring_free(const RingBuffer_t& rb);
 bool ring_put(RingBuffer_t& rb, const uint8_t* data, uint32_t len);
 
 struct Client_Ctrl_t {
-    std::atomic<int> unx_fd{0};  // the connection, 0 = none
+    // The connection: 0 before UsbGunInit connected, -1 while the receiver
+    // connects again after the daemon went away. Changed by the receiver
+    // (after UsbGunInit) under mutex_client.
+    std::atomic<int> unx_fd{0};
     pthread_t thread{};
     // Guards writes to the connection, rb and usbinfo.
     std::mutex mutex_client;
@@ -43,3 +46,10 @@ extern Client_Ctrl_t usbgun_client;
 // The receiver's work on got bytes just read into buf + held (got <= 0:
 // nothing came): reassembles the records and takes each in.
 void usbgun_c_take(ssize_t got);
+
+// Pause between two attempts to reach a daemon that went away.
+inline constexpr unsigned RECONNECT_PAUSE_US = 500000;
+// One pass of the receiver: waits up to 200 ms for bytes and takes them in.
+// At the connection's end (or a failed read) it closes the connection, marks
+// it lost and returns; while lost, it pauses and tries to connect again.
+void usbgun_c_receive_pass();
