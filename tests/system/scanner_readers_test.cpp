@@ -85,15 +85,23 @@ TEST_F(ScannerReaders, WedgeScannerIsReadWhereTheEventNodesLieUntilItGoes)
 TEST_F(ScannerReaders, CdcPortIsSetRawAndItsUnplugRemovesTheNode)
 {
     ASSERT_TRUE(bed_.add_acm(1));
+    // The port comes as a fresh tty would: CR/LF translation and XON/XOFF on.
+    termios tio{};
+    const auto port_attributes = [&](bool cook) {
+        const int fd = open("/dev/ttyACM1", O_RDWR | O_NOCTTY | O_NONBLOCK);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(tcgetattr(fd, &tio), 0);
+        tio.c_iflag |= cook ? ICRNL | IXON | IXOFF : 0;
+        ASSERT_EQ(tcsetattr(fd, TCSANOW, &tio), 0);
+        close(fd);
+    };
+    port_attributes(true);
     ASSERT_EQ(UsbCdcScanGun_init({on_chunk, nullptr}), 0);
     ASSERT_TRUE(logged("Usb Cdc ScanGun /dev/ttyACM1 is plugin...\r\n"));
-    // The port as the reader set it: raw 8N1 without flow control, output at 9600.
-    const int fd = open("/dev/ttyACM1", O_RDWR | O_NOCTTY | O_NONBLOCK);
-    ASSERT_GE(fd, 0);
-    termios tio{};
-    ASSERT_EQ(tcgetattr(fd, &tio), 0);
-    close(fd);
-    EXPECT_NE(tio.c_iflag & IGNPAR, 0U);
+    // The port as the reader set it: raw 8N1 without translation or flow
+    // control (the scanner's bytes unchanged), output at 9600.
+    port_attributes(false);
+    EXPECT_EQ(tio.c_iflag & (IGNPAR | ICRNL | INLCR | IGNCR | ISTRIP | IXON | IXOFF), unsigned{IGNPAR});
     EXPECT_EQ(tio.c_oflag, 0U);
     EXPECT_EQ(tio.c_lflag, 0U);
     EXPECT_EQ(tio.c_cflag & (CSTOPB | CSIZE | CRTSCTS | CREAD | CLOCAL), CS8 | CREAD | CLOCAL);
