@@ -103,7 +103,11 @@ int unix_socket_wait(int fd, unsigned timeout_ms)
     if (ready <= 0)
         return ready;
     // A hung-up or failed socket counts as readable: its read tells which.
-    return (p.revents & POLLNVAL) != 0 ? -1 : 1;
+    if ((p.revents & POLLNVAL) != 0) {
+        errno = EBADF;
+        return -1;
+    }
+    return 1;
 }
 
 ssize_t unix_socket_read(int fd, void* buf, std::size_t len, unsigned timeout_ms)

@@ -152,7 +152,8 @@ int wait_for_first_client()
             const int fd = unix_server_accept(ser);
             if (fd > 0)
                 return fd;
-            accept_failed(failures, errno);
+            if (fd < 0)
+                accept_failed(failures, errno);
         }
         usleep(100000);
     }
