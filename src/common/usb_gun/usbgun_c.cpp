@@ -110,6 +110,52 @@ int send_record(uint32_t func_index, const void* payload, uint32_t len, const Se
     return 1;
 }
 
+// The senders' texts, each kept as it stands.
+constexpr SendTexts NAME_TEXTS{"Unx socket handle not init.\r\n", "Malloc is failure.\r\n",
+                               "Unix_socket write is failure.\r\n"};
+constexpr SendTexts TYPE_TEXTS{"Unx socket handle not init.\r\n", "Malloc memory is failure.\r\n",
+                               "Unix_socket write is failure.\r\n"};
+constexpr SendTexts ROUTE_TEXTS{"unx socket handle not init.\r\n", "Malloc memory is failure.\r\n",
+                                "unix_socket write is failure.\r\n"};
+
+// Keeps the last bOn of each name; the oldest name goes when all places are taken.
+void remember_name(ClientConf& conf, const ScanGunConfigName_t& rec)
+{
+    const auto end = conf.names.begin() + conf.name_count;
+    auto same = std::find_if(conf.names.begin(), end,
+                              [&](const ScanGunConfigName_t& n) { return std::strcmp(n.name, rec.name) == 0; });
+    if (same == end && conf.name_count == ClientConf::MAX_NAMES)
+        same = conf.names.begin();
+    else if (same == end)
+        ++conf.name_count;
+    std::move(same + 1, conf.names.begin() + conf.name_count, same);
+    conf.names[conf.name_count - 1] = rec;
+}
+
+// Gives a daemon reached again what the program configured, one record at a
+// time: names first (in the order they were last set), then the data type
+// and the route.
+void replay_configuration()
+{
+    ClientConf conf;
+    {
+        std::lock_guard<std::mutex> guard(usbgun_client.mutex_client);
+        conf = usbgun_client.conf;
+    }
+    for (int i = 0; i < conf.name_count; ++i) {
+        usleep(REPLAY_PAUSE_US);
+        send_record(UsbGunNameSetFun, &conf.names[i], sizeof conf.names[i], NAME_TEXTS);
+    }
+    if (conf.datatype_set) {
+        usleep(REPLAY_PAUSE_US);
+        send_record(UsbGunDataTypeSetFun, &conf.datatype, sizeof conf.datatype, TYPE_TEXTS);
+    }
+    if (conf.route_set) {
+        usleep(REPLAY_PAUSE_US);
+        send_record(UsbGunRouteInfoSetFun, &conf.route, sizeof conf.route, ROUTE_TEXTS);
+    }
+}
+
 }  // namespace
 
 int ring_filled(const RingBuffer_t& rb)
@@ -176,6 +222,7 @@ void usbgun_c_receive_pass()
             return;
         c.unx_fd.store(fd, std::memory_order_release);
         USBLOG("Unix socket connected again...\r\n");
+        replay_configuration();
     }
     // The wait's time-out paces the loop; held bytes are looked at again
     // after each, since a read may have brought more than one record.
@@ -208,6 +255,7 @@ int UsbGunInit(UsbInfoCb_t cb)
         c.cb = cb;
         c.usbinfo = {};
         c.rb = {};
+        c.conf = {};
         c.held = 0;
     }
     usblog_init_log(SCAN_CLIENT_LOG_PATH);
@@ -238,9 +286,11 @@ int UsbGunConfigSet(const char* name, int bOn)
     ScanGunConfigName_t rec{};
     rec.index = bOn;
     std::strncpy(rec.name, name, sizeof rec.name - 1);
-    const int rc = send_record(UsbGunNameSetFun, &rec, sizeof rec,
-                               {"Unx socket handle not init.\r\n", "Malloc is failure.\r\n",
-                                "Unix_socket write is failure.\r\n"});
+    {
+        std::lock_guard<std::mutex> guard(usbgun_client.mutex_client);
+        remember_name(usbgun_client.conf, rec);
+    }
+    const int rc = send_record(UsbGunNameSetFun, &rec, sizeof rec, NAME_TEXTS);
     if (rc == 1)
         USBLOG("Name:%s,bOn:%d success...\r\n", rec.name, bOn);
     return std::min(rc, 0);
@@ -249,9 +299,12 @@ int UsbGunConfigSet(const char* name, int bOn)
 int UsbGunDataTypeSet(int DatType)
 {
     const int32_t value = DatType;
-    const int rc = send_record(UsbGunDataTypeSetFun, &value, sizeof value,
-                               {"Unx socket handle not init.\r\n", "Malloc memory is failure.\r\n",
-                                "Unix_socket write is failure.\r\n"});
+    {
+        std::lock_guard<std::mutex> guard(usbgun_client.mutex_client);
+        usbgun_client.conf.datatype_set = true;
+        usbgun_client.conf.datatype = value;
+    }
+    const int rc = send_record(UsbGunDataTypeSetFun, &value, sizeof value, TYPE_TEXTS);
     if (rc == 1)
         USBLOG("Data type %d success...\r\n", DatType);
     return std::min(rc, 0);
@@ -260,9 +313,12 @@ int UsbGunDataTypeSet(int DatType)
 int UsbGunSetRouteInfo(int nRouteMode, int nFixedScreen)
 {
     const ScanGunRouteInfo_t route{nRouteMode, nFixedScreen};
-    const int rc = send_record(UsbGunRouteInfoSetFun, &route, sizeof route,
-                               {"unx socket handle not init.\r\n", "Malloc memory is failure.\r\n",
-                                "unix_socket write is failure.\r\n"});
+    {
+        std::lock_guard<std::mutex> guard(usbgun_client.mutex_client);
+        usbgun_client.conf.route_set = true;
+        usbgun_client.conf.route = route;
+    }
+    const int rc = send_record(UsbGunRouteInfoSetFun, &route, sizeof route, ROUTE_TEXTS);
     if (rc == 1)
         USBLOG("nRouteMode:%d nFixedScreen:%d success...\r\n", nRouteMode, nFixedScreen);
     return std::min(rc, 0);

@@ -90,7 +90,8 @@ typedef struct UsbInfoCb_s {
  * receiver. Once per process: a later call returns 0 at once. 0, -1 when
  * the lock cannot be set up, -2 when the receiver cannot be started. When
  * the daemon goes away the receiver closes the connection and connects
- * again, twice a second, until a daemon answers. */
+ * again, twice a second, until a daemon answers; that daemon is then given
+ * the names (up to 8), the data type and the route set last. */
 int UsbGunInit(UsbInfoCb_t cb);
 
 /* The three senders: 0 when sent, also 0 before UsbGunInit connected; -1
