@@ -87,22 +87,27 @@ TEST(ScreenLayout, OutputOriginsByCloneAndPosition)
     EXPECT_EQ(get_output_info(3), nullptr);
 }
 
-TEST(ScreenModes, CloneAfterExternTakesTheCursorBackToMain)
+TEST(ScreenModes, CloneOrALeavingSubTakesTheCursorBackToMain)
 {
     ScreenClients clients;
     output_info_init();
-    MultiModeInfo ext = mode(MODE_EXTERN);
-    ASSERT_EQ(handle_multimode_set(0, &ext), 0);
-    ASSERT_EQ(screen_change_cursor(&screen_info, 0, 1), 1);
-    clients.events(0);
-    clients.events(1);
-    MultiModeInfo clone = mode(MODE_CLONE);
+    MultiModeInfo ext = mode(MODE_EXTERN), clone = mode(MODE_CLONE);
+    const auto cursor_to_sub = [&] {
+        ASSERT_EQ(handle_multimode_set(0, &ext), 0);
+        ASSERT_EQ(screen_change_cursor(&screen_info, 0, 1), 1);
+        clients.events(0);
+        clients.events(1);
+    };
+    cursor_to_sub();
     ASSERT_EQ(handle_multimode_set(0, &clone), 0);
     EXPECT_EQ(get_current_multimode(), MODE_CLONE);
     EXPECT_EQ(brief(clients.events(1)), (std::vector<Ev>{{27, 1, 0}}));
     EXPECT_EQ(brief(clients.events(0)), (std::vector<Ev>{{27, 0, 0}}) + kLocksOff);
     EXPECT_EQ(get_cursor_client(&screen_info), 0);
     EXPECT_NE(screen_info.client[1].output, nullptr);  // kept in clone mode
+    cursor_to_sub();
+    EXPECT_TRUE(handle_inputsys_close(clients.daemon_fd(1)) == 0 && get_cursor_client(&screen_info) == 0);
+    EXPECT_EQ(brief(clients.events(0)), (std::vector<Ev>{{27, 0, 0}}));
 }
 
 TEST(ScreenModes, DoublePlayerTwiceLeavesThePlayersAlone)
@@ -214,18 +219,6 @@ TEST(ScreenModes, AModeSetTakesAnyScreenIndex)
         EXPECT_EQ(handle_multimode_set(index, &info), 0);
         EXPECT_EQ(get_current_multimode(), bits | (index == 9 ? MODE_IPC_EXTERN : 0)) << bits;
     }
-}
-
-TEST(ScreenClose, ALeavingScreenHandsTheCursorBackToMain)
-{
-    ScreenClients clients;
-    output_info_init();
-    MultiModeInfo ext = mode(MODE_EXTERN);
-    handle_multimode_set(0, &ext);
-    ASSERT_EQ(screen_change_cursor(&screen_info, 0, 1), 1);
-    clients.events(0);
-    EXPECT_TRUE(handle_inputsys_close(clients.daemon_fd(1)) == 0 && get_cursor_client(&screen_info) == 0);
-    EXPECT_EQ(brief(clients.events(0)), (std::vector<Ev>{{27, 0, 0}}));
 }
 
 }  // namespace
