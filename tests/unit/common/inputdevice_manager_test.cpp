@@ -121,11 +121,13 @@ TEST_F(Registry, UnopenableNodeIsKeptWithoutADescriptor)
     EXPECT_TRUE(log.has("add_fd_list para error\n"));
 }
 
-// Seats outside the 15-entry table: devices count as on no configured port.
-TEST_F(Registry, SeatsOutsideTheTableCountAsNotFound)
+// Seats outside the 15-entry table count as on no configured port; of two rows sharing
+// seat 3, the first prefix longer than the path is not read past the path's end.
+TEST_F(Registry, SeatsOutsideTheTableAndLongerPrefixesIndexAndReadNothingBeyond)
 {
     const std::string conf = testsupport::write_port_conf(
-        root_.at("/bad"), "StartSection \"Input\"\n usb-x 20\n usb-y 0\n usb-z -3\n usb-w 16\nEndSection\n");
+        root_.at("/bad"), "StartSection \"Input\"\n usb-x 20\n usb-y 0\n usb-z -3\n usb-w 16\n"
+                          " usb-a.1-1.1.7.7.7.7 3\n usb-a.1-1 3\nEndSection\n");
     ASSERT_EQ(config_init(conf.c_str()), 0);
     int n = 10;
     for (const char* port : {"usb-x/input0", "usb-y/input0", "usb-z/input0", "usb-w/input0", "usb-x.2/input0"}) {
@@ -136,21 +138,13 @@ TEST_F(Registry, SeatsOutsideTheTableCountAsNotFound)
         EXPECT_LE(nonusb_input[before].load()->seat, 0);
         EXPECT_EQ(handle_remove_device(port), -1);  // like any non-USB node
     }
-    for (int seat = 1; seat <= INPUT_SEAT_MAX; ++seat)
-        EXPECT_EQ(get_input_info(seat), nullptr);
-}
-
-// Two rows share seat 3, the first prefix longer than the path: no read past its end.
-TEST_F(Registry, ALongerPrefixOfTheSameSeatIsNotReadPastTheEndOfThePath)
-{
-    const std::string conf = testsupport::write_port_conf(
-        root_.at("/shared"), "StartSection \"Input\"\n usb-a.1-1.1.7.7.7.7 3\n usb-a.1-1 3\nEndSection\n");
-    ASSERT_EQ(config_init(conf.c_str()), 0);
+    // Exactly as long as the path, so a read past it leaves the allocation.
     const std::unique_ptr<char, decltype(&std::free)> path(strdup("usb-a.1-1"), &std::free);
     ASSERT_EQ(handle_add_device(path.get(), "null", node(1).c_str(), INPUT_TYPE_KEYBOARD, 0), 0);
     EXPECT_EQ(chain_length(3), 1);
     EXPECT_EQ(handle_remove_device(path.get()), 0);
-    EXPECT_EQ(chain_length(3), 0);
+    for (int seat = 1; seat <= INPUT_SEAT_MAX; ++seat)
+        EXPECT_EQ(get_input_info(seat), nullptr);
 }
 
 // Removed by the hot-plug thread during its handler: record and descriptor outlive the pass.
