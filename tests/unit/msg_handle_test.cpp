@@ -22,11 +22,6 @@ int record_call(void* para)
 }
 int other_handler(void*) { return 1; }
 int self_fd;
-int remove_self(void* para)
-{
-    record_call(para);
-    return remove_monitor_handle(self_fd);
-}
 
 // Read ends of pipes are the watched descriptors; a written byte makes one ready.
 class MonitorList : public testing::Test {
@@ -123,21 +118,12 @@ TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescri
 TEST_F(MonitorList, DispatchCallsReadyEntriesInOrderAndAnEntryMovedIntoARemovedOnesPlaceWaits)
 {
     self_fd = make_fd();
-    add_monitor_handle(self_fd, remove_self, &one);
+    add_monitor_handle(self_fd, [](void* p) { return record_call(p), remove_monitor_handle(self_fd); }, &one);
     add_monitor_handle(make_fd(), record_call, &two);
     add_monitor_handle(make_fd(false), record_call, &three);
     add_monitor_handle(make_fd(), record_call, &four);
     EXPECT_EQ(dispatch_ready(), (std::vector<int>{1, 4}));
     EXPECT_EQ(dispatch_ready(), (std::vector<int>{2, 4}));
-}
-
-std::atomic<bool> self_removal_done{false};
-int self_removing_handler(void* fd)
-{
-    remove_monitor_handle(*static_cast<int*>(fd));
-    monitor_wait_for_dispatch();  // must not wait for its own pass
-    self_removal_done.store(true);
-    return 0;
 }
 
 TEST_F(MonitorList, RemoverWaitsForTheRunningPassButAHandlerNeverWaitsForItself)
@@ -153,12 +139,14 @@ TEST_F(MonitorList, RemoverWaitsForTheRunningPassButAHandlerNeverWaitsForItself)
     }
     monitor_wait_for_dispatch();  // no pass running: returns at once
     fd = make_fd();
-    add_monitor_handle(fd, self_removing_handler, &fd);
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(fd, &set);
-    dispatch_monitor_handles(&set);
-    EXPECT_TRUE(self_removal_done.load());
+    static std::atomic<bool> done{false};
+    add_monitor_handle(fd, [](void* p) {
+        remove_monitor_handle(*static_cast<int*>(p));
+        monitor_wait_for_dispatch();  // must not wait for its own pass
+        return done.store(true), 0;
+    }, &fd);
+    EXPECT_EQ(dispatch_ready(), std::vector<int>{});
+    EXPECT_TRUE(done.load());
 }
 
 // Handlers that check their own kind of argument, churned while another thread walks the list.
