@@ -45,13 +45,12 @@ TEST_F(ImcProtocol, RequestReplyAckAndEventCrossTheLink)
     // Version 1, request, sequence 1, length 3, escaped payload, CRC.
     EXPECT_EQ(wire, (Bytes{0x00, 0x7E, 0x00, 0x00, 0x09, 0x01, 0x01, 0x00, 0x01, 0x00, 0x03, 0x10, 0x7D,
                            0x5E, 0x7D, 0x5D, 0xE4, 0x9F}));
-    EXPECT_EQ(b.feed(wire, 1), 1);
+    EXPECT_EQ(b.feed(wire, 1), 1);  // a byte at a time
     EXPECT_EQ(b.requests, (std::vector<Bytes>{{0x10, 0x7E, 0x7D}}));
     EXPECT_EQ(a.pump(3), 1);
     EXPECT_EQ(a.replies, (std::vector<Bytes>{{0x10, 0xAA}}));
     EXPECT_EQ(std::make_pair(a.transactions_in_use(), b.transactions_in_use()), std::make_pair(0, 1));  // reply kept until acked
-    EXPECT_EQ(b.pump(), 1);
-    EXPECT_EQ(b.transactions_in_use(), 0);
+    EXPECT_TRUE(b.pump() == 1 && b.transactions_in_use() == 0);
     ASSERT_EQ(a.send_request({0x11}), 0);
     EXPECT_EQ(b.take()[8], 0x02);  // the next sequence number
     const std::array<uint8_t, 3> event = {0x20, 0x7E, 0x00};
@@ -68,8 +67,7 @@ TEST_F(ImcProtocol, RepeatedRequestIsAnsweredFromTheStoredReply)
     a.take();  // the reply is lost
     ImcWorld::set_time(T0 + 150);
     IMC_Protocol_TimeTick(a.handle);
-    EXPECT_EQ(b.pump(), 1);
-    EXPECT_EQ(b.requests.size(), 1u);  // not handled again
+    EXPECT_TRUE(b.pump() == 1 && b.requests.size() == 1u);  // not handled again
     EXPECT_EQ(ImcWorld::logged("resend reply:seq=1 cmd=0x12"), 1);
     EXPECT_EQ(a.pump(), 1);
     EXPECT_EQ(a.replies, (std::vector<Bytes>{{0x12, 0xAA}}));
@@ -106,8 +104,7 @@ TEST(ImcProtocolTicks, UnansweredRequestIsResentOnTheTicksUntilItsLimit)
             resent += frames;
         }
         EXPECT_EQ(ImcWorld::logged("request resend!request cmd is 0x13"), resent);
-        EXPECT_EQ(ImcWorld::logged("request resend timeout!request cmd is 0x13"), 1);
-        EXPECT_EQ(link.a->transactions_in_use(), 0);
+        EXPECT_TRUE(ImcWorld::logged("request resend timeout!request cmd is 0x13") == 1 && link.a->transactions_in_use() == 0);
     }
 }
 
