@@ -99,6 +99,7 @@ TEST_F(Registry, BoardPanelIsANonUsbInputAndTheSixteenthIsRefused)
     EXPECT_STREQ(panel->path, "non_usb_path");
     EXPECT_STREQ(panel->name, "touchscreen_main");
     EXPECT_TRUE(panel->usb == 0 && panel->seat == -1 && ts_get_private_data(0) != nullptr);
+    EXPECT_TRUE(log.has("non usb input,path:board-tsc/input0\n\n"));  // the phys text keeps its line feed
 
     for (int i = 1; i < NONUSB_INPUT_MAX; ++i)
         ASSERT_EQ(add("board-keys/input0\n", i, INPUT_TYPE_KEYBOARD), 0);
