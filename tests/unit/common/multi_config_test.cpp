@@ -29,7 +29,7 @@ protected:
     testsupport::LogCapture log{LEVEL_DEBUG};
 };
 
-// Seats 1 and 2 and two printed lines: the system tests, whose daemons read this file.
+// Seats 1 and 2 are the system tests' (their daemons read this file).
 TEST_F(SeatConfig, ExampleFileFillsPortsAndTerminalsAndIsPrinted)
 {
     ASSERT_EQ(load(testsupport::kExamplePortConf), 0);
@@ -41,6 +41,7 @@ TEST_F(SeatConfig, ExampleFileFillsPortsAndTerminalsAndIsPrinted)
     EXPECT_EQ(get_input_conf_display(5), 0);
     EXPECT_EQ(get_input_conf_display(9), 0);  // unlisted seats land on screen 0
     EXPECT_EQ(log.count("screen:0 ______ 5\n"), 1);
+    EXPECT_EQ(log.count("         |_____ 1\n"), 1);
 }
 
 TEST_F(SeatConfig, MissingFileIsReportedAndUnsupportedOrMalformedSectionLinesAreSkipped)
