@@ -31,7 +31,8 @@ using namespace std::chrono_literals;
 std::vector<uint32_t> words(const Bytes& frame)
 {
     std::vector<uint32_t> w(frame.size() / 4);
-    std::memcpy(w.data(), frame.data(), w.size() * 4);
+    if (!w.empty())  // memcpy from an empty vector's null data is undefined
+        std::memcpy(w.data(), frame.data(), w.size() * 4);
     return w;
 }
 
