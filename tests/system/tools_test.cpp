@@ -260,7 +260,8 @@ protected:
     template <typename Raw>
     ToolRun calibrate(Raw raw)
     {
-        const pid_t pid = start(root_.path(), {"calibrate", "0", "--fb", "/dev/fb0", "--conf", conf_, "--save", saved_, "--timeout", "10"});
+        const pid_t pid =
+            start(root_.path(), {"calibrate", "0", "--fb", "/dev/fb0", "--conf", conf_, "--save", saved_, "--timeout", "10"});
         for (int i = 1; i <= 5; ++i) {
             const std::string said = "target " + std::to_string(i) + " of 5 at ";
             EXPECT_TRUE(testsupport::wait_for_file_text(root_.at("/tool.out"), said));

@@ -46,10 +46,20 @@ bool logged(const std::string& part)
 }
 
 // The adapter logger, the two lock callbacks and the task start (the tests drive the lock logic themselves).
-void capture_log(int, const char* text) { std::lock_guard<std::mutex> g(g_seen.lock); g_seen.log.emplace_back(text); }
-void on_lock_change(int screen, int locked) { std::lock_guard<std::mutex> g(g_seen.lock); g_seen.changes.emplace_back(screen, locked); }
-void on_locked_touch(int screen) { std::lock_guard<std::mutex> g(g_seen.lock); g_seen.touches.push_back(screen); }
-int no_task(VR_TASK_ID*, const char*, VR_TASK_ENTRY, void*, uint32_t, int) { std::lock_guard<std::mutex> g(g_seen.lock); return ++g_seen.starts, 0; }
+template <typename F>
+void seen(F record)
+{
+    std::lock_guard<std::mutex> guard(g_seen.lock);
+    record();
+}
+void capture_log(int, const char* text) { seen([&] { g_seen.log.emplace_back(text); }); }
+void on_lock_change(int screen, int locked) { seen([&] { g_seen.changes.emplace_back(screen, locked); }); }
+void on_locked_touch(int screen) { seen([&] { g_seen.touches.push_back(screen); }); }
+int no_task(VR_TASK_ID*, const char*, VR_TASK_ENTRY, void*, uint32_t, int)
+{
+    seen([] { ++g_seen.starts; });
+    return 0;
+}
 int failing_task(VR_TASK_ID*, const char*, VR_TASK_ENTRY, void*, uint32_t, int) { return -1; }
 
 using emul::ev;
@@ -96,7 +106,8 @@ TEST_F(TouchscreenLock, TouchEventsAreMirroredAndOnlyAPressClicksAtTheDriversVol
 
     drv.clear_requests();
     drv.set_volume(5);
-    for (const auto& e : {kPress, ev(EV_ABS, ABS_X, 150), ev(EV_ABS, ABS_Y, 40), ev(EV_SYN, SYN_REPORT, 0), ev(EV_KEY, BTN_TOUCH, 0)})
+    for (const auto& e :
+         {kPress, ev(EV_ABS, ABS_X, 150), ev(EV_ABS, ABS_Y, 40), ev(EV_SYN, SYN_REPORT, 0), ev(EV_KEY, BTN_TOUCH, 0)})
         touchscreen_set_coordinate(SUB_SCREEN, &e);
     auto reqs = drv.requests();
     // Every event reads the volume (from screen 0); the touch events write.
@@ -152,7 +163,8 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRe
     testing::internal::CaptureStdout();
     dump_dev_cfg();
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
-                testing::HasSubstr("key_volume: 7\nscreen: 1 keydown: 0  status: 0\n           xcord: 0  ycord: 0  key_volume: 0\n"));
+                testing::HasSubstr("key_volume: 7\nscreen: 1 keydown: 0  status: 0\n"
+                                   "           xcord: 0  ycord: 0  key_volume: 0\n"));
 
     // Explicit lock and unlock write the status and notify.
     configure();
@@ -240,7 +252,8 @@ TEST_F(TouchscreenLock, MissingOrFailingDeviceGivesTheMessagesAndMinusOne)
     EXPECT_EQ(touchscreen_unlock(SUB_SCREEN), -1);
     EXPECT_EQ(touchscreen_get_key_volume(MAIN_SCREEN), -1);
     for (const char* line : {"touchscreen_lock_ctl.cpp:", "get_dev_mod_cfg_info(): open failed!\n",
-                             "touchscreen_get_lock_status(): get screen 0 _lock status error.\n", "setmodconfig(): open failed!\n",
+                             "touchscreen_get_lock_status(): get screen 0 _lock status error.\n",
+                             "setmodconfig(): open failed!\n",
                              "touchscreen_lock(): set lock config to lock status error.\n",
                              "touchscreen_unlock(): set lock config to unlock status error.\n",
                              "touchscreen_get_key_volume(): get screen 0 _key_volume error.\n"})
