@@ -32,33 +32,32 @@ struct Seen {
 } g_seen;
 time_t g_now = 1000;  // only the test thread moves it
 
+// Runs f with what was seen locked.
+template <typename F>
+auto locked(F f)
+{
+    std::lock_guard<std::mutex> guard(g_seen.lock);
+    return f();
+}
 template <typename T>
 T take(T& seen)
 {
-    std::lock_guard<std::mutex> guard(g_seen.lock);
-    return std::exchange(seen, {});
+    return locked([&] { return std::exchange(seen, {}); });
 }
 bool logged(const std::string& part)
 {
-    std::lock_guard<std::mutex> guard(g_seen.lock);
-    return std::any_of(g_seen.log.begin(), g_seen.log.end(),
-                       [&](const std::string& l) { return l.find(part) != std::string::npos; });
+    return locked([&] {
+        return std::ranges::any_of(g_seen.log, [&](const std::string& l) { return l.find(part) != std::string::npos; });
+    });
 }
 
 // The adapter logger, the two lock callbacks and the task start (the tests drive the lock logic themselves).
-template <typename F>
-void seen(F record)
-{
-    std::lock_guard<std::mutex> guard(g_seen.lock);
-    record();
-}
-void capture_log(int, const char* text) { seen([&] { g_seen.log.emplace_back(text); }); }
-void on_lock_change(int screen, int locked) { seen([&] { g_seen.changes.emplace_back(screen, locked); }); }
-void on_locked_touch(int screen) { seen([&] { g_seen.touches.push_back(screen); }); }
+void capture_log(int, const char* text) { locked([&] { g_seen.log.emplace_back(text); }); }
+void on_lock_change(int screen, int locked_now) { locked([&] { g_seen.changes.emplace_back(screen, locked_now); }); }
+void on_locked_touch(int screen) { locked([&] { g_seen.touches.push_back(screen); }); }
 int no_task(VR_TASK_ID*, const char*, VR_TASK_ENTRY, void*, uint32_t, int)
 {
-    seen([] { ++g_seen.starts; });
-    return 0;
+    return locked([] { return ++g_seen.starts, 0; });
 }
 int failing_task(VR_TASK_ID*, const char*, VR_TASK_ENTRY, void*, uint32_t, int) { return -1; }
 
