@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "common/inputevent_handle.h"
-#include "common/ts_cali.h"
 #include "sim/daemon_process.h"
 #include "sim/dev_mod_cfg_emul.h"
 #include "harness/display_client.h"
@@ -86,7 +85,7 @@ protected:
     {
         if (!ctl_->send(m))
             return std::nullopt;
-        if (m.type != TYPE_MODE_GET && m.type != TYPE_CALI_TS && m.type != TYPE_GET_TS_CALI_PARA)
+        if (m.type != TYPE_MODE_GET)
             ctl_->send(make_msg(TYPE_MODE_GET));
         return ctl_->read_reply();
     }
@@ -237,6 +236,7 @@ TEST_F(EventPipeline, TheSixthTouchscreenIsNotTracked)
     EXPECT_TRUE(daemon_->wait_for("nCount >= 5"));
 }
 
+// Five-point calibration with real touches, end to end: the tactorctl calibrate tests.
 TEST_F(EventPipeline, ABoardPanelIsConvertedWithTheDefaultAndTheSetParametersWithinTwelveBits)
 {
     plug(PANEL, dev::single_touch_screen().on("board-tsc/input0"), "add screen id:0, seat 0 to touchscreen...\n");
@@ -256,39 +256,6 @@ TEST_F(EventPipeline, ABoardPanelIsConvertedWithTheDefaultAndTheSetParametersWit
          {{3, ABS_PRESSURE, 1}, {3, 0, 4095}, {3, 1, 2000}, {0, 0, 0}}, {}},
     });
     EXPECT_TRUE(daemon_->wait_for("TS raw msg before SYN is too much\n"));
-}
-
-TEST_F(EventPipeline, FivePointCalibrationWithRealTouchesInstallsTheTransform)
-{
-    plug(PANEL, dev::single_touch_screen(), "add screen id:0, seat 5 to touchscreen...\n");
-    const cali_point_t targets = {{100, 1820, 1820, 100, 960}, {100, 100, 980, 980, 540}};
-    cali_point_t raw{};
-    ASSERT_TRUE(control(msg(TYPE_ENTER_TS_CALI_MODE, 5)));
-    for (int p = 0; p < CALI_POINT_NUM; ++p) {
-        raw.x[p] = targets.x[p] * 2;
-        raw.y[p] = targets.y[p] * 2;
-        // While calibrating the raw values reach the client scaled to 1920 x 1080.
-        run({{msg(TYPE_GET_TS_CALI_POINT, 5, p + 1), PANEL,
-              {ev(EV_KEY, BTN_TOUCH, 1), ev(EV_ABS, ABS_X, raw.x[p]), ev(EV_ABS, ABS_Y, raw.y[p]), kSyn[0],
-               ev(EV_KEY, BTN_TOUCH, 0), kSyn[0]},
-              {{1, 272, 1}, {3, 0, raw.x[p] * 1919 / 4095}, {3, 1, raw.y[p] * 1079 / 4095}, {0, 0, 0}, {1, 272, 0},
-               {0, 0, 0}},
-              {}}});
-    }
-    SystemMsg cali = make_msg(TYPE_CALI_TS, 5);
-    cali.data.ts_cali_data = {targets, 1920, 1080, -9};
-    const auto result = control(cali);
-    EXPECT_TRUE(result && result->data.ts_cali_data.result == 0);
-
-    std::array<int, CALI_PARAM_NUM> want{};
-    ASSERT_EQ(ts_get_calibrate_result(&targets, &raw, want.data()), 0);
-    const auto params = control(make_msg(TYPE_GET_TS_CALI_PARA, 5));
-    ASSERT_TRUE(params && std::equal(want.begin(), want.end(), params->data.ts_cali_para.begin()));
-    int x = 0, y = 0;
-    coordinate_convert(5, 1000, 1000, want.data(), &x, &y);
-    EXPECT_NEAR(x, 500, 2);
-    run({{msg(TYPE_QUIT_TS_CALI_MODE, 5), PANEL, {ev(EV_ABS, ABS_X, 1000), ev(EV_ABS, ABS_Y, 1000), kSyn[0]},
-          {{3, 0, x}, {3, 1, y}, {0, 0, 0}}, {}}});
 }
 
 }  // namespace
