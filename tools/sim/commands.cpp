@@ -76,7 +76,7 @@ const char* Interpreter::help_text()
            "replay FILE [on DEVICE] [fast]       plays an evemu recording (.events) into a device\n"
            "snapshot FILE.png                    what the emulated /dev/fb0 shows, as a PNG image\n"
            "wait SECONDS | say TEXT              pause | print a note\n"
-           "expect SOURCE TEXT                   wait up to 4 s for a line of SOURCE (screen 0, keyboard,\n"
+           "expect SOURCE TEXT                   wait up to 10 s for a line of SOURCE (screen 0, keyboard,\n"
            "                                     scan-client, scan-service, sim, ...) holding TEXT since\n"
            "                                     the last action; fails otherwise\n"
            "demo                                 the demonstration again\n"
@@ -168,7 +168,9 @@ bool Interpreter::run(const std::string& line)
         const std::string what = rest_of(w, screen ? 3 : 2);
         if (what.empty())
             return fail("expect takes a source (screen 0, keyboard, ...) and a text");
-        if (!transcript_.wait_for(source, what, mark_, 4s))
+        // What is expected must come; the bound only ends a script that waits
+        // in vain, and is generous for a machine busy with other work.
+        if (!transcript_.wait_for(source, what, mark_, 10s))
             return fail("expected from " + source + ": \"" + what + "\" - it did not come");
         return true;
     }
