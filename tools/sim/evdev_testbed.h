@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "common/tactord_types.h"
+#include "sim/daemon_process.h"
 #include "sim/devices.h"
 
 namespace emul {
@@ -41,8 +42,9 @@ public:
     // Unplugs /dev/event<node>.
     void remove(int node);
 
-    // Writes the events into the node in the kernel's record layout, as one
-    // write, so a reader sees them in one read.
+    // Writes the events into the node in the kernel's record layout of the
+    // daemon served (daemon_is_target(): ARMv7 or x86-64), as one write, so a
+    // reader sees them in one read.
     bool play(int node, const std::vector<tactord::input_event>& events);
     // Writes raw bytes into the node.
     bool write_raw(int node, const void* data, std::size_t len);
@@ -81,6 +83,8 @@ private:
     std::mutex mutex_;
     std::map<std::string, Node> nodes_;  // by "/dev/eventN"
     int next_input_ = 20;
+    // The daemon reads ARMv7 records; fixed when the testbed is made.
+    const bool arm32_records_;
 };
 
 inline tactord::input_event ev(uint16_t type, uint16_t code, int32_t value)

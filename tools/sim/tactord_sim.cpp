@@ -29,6 +29,7 @@ int usage(std::FILE* to, int status)
 {
     std::fprintf(to,
                  "usage: tactord-sim [--script FILE] [--no-demo] [--root DIR] [--port-conf FILE] [--log-level N]\n"
+                 "                   [--daemon BINARY]\n"
                  "Emulates the panel's board (a 1280x800 framebuffer, /dev/dev_mod_cfg, the board's touch panel,\n"
                  "a USB touchscreen on seat 5, a USB keyboard on seat 1, a USB mouse on seat 2) under umockdev,\n"
                  "runs the real tactord under it in a sandbox ($TACTORD_ROOT), and a display client for screen 0\n"
@@ -37,7 +38,9 @@ int usage(std::FILE* to, int status)
                  "and exits: 0 when every command worked and every expectation was met, else 1.\n"
                  "  --root DIR       the sandbox (default: a new directory under /tmp, removed at the end)\n"
                  "  --port-conf FILE the seat file (default: the sample etc/port.conf)\n"
-                 "  --log-level N    tactord's -d level (default 2: warnings and errors)\n");
+                 "  --log-level N    tactord's -d level (default 2: warnings and errors)\n"
+                 "  --daemon BINARY  the tactord to run (default: this build's); a target build (ARMv7) runs under\n"
+                 "                   qemu-arm with the sysroot next to its build tree (scripts/install-deps)\n");
     return status;
 }
 
@@ -78,6 +81,10 @@ int main(int argc, char** argv)
             own_root = false;
         } else if (arg == "--port-conf" && value) {
             options.port_conf = argv[++i];
+        } else if (arg == "--daemon" && value) {
+            // The emulation reads it too: it writes the records of the
+            // daemon's architecture.
+            setenv("TACTORD_DAEMON", std::filesystem::absolute(argv[++i]).c_str(), 1);
         } else if (arg == "--log-level" && value) {
             options.daemon_args = std::string("-p 0 -d ") + argv[++i] + " -i 0";
         } else {
