@@ -155,10 +155,9 @@ bool EvdevTestbed::play(int node, const std::vector<tactord::input_event>& event
 
 std::vector<tactord::input_event> EvdevTestbed::written(int node, std::chrono::milliseconds timeout)
 {
-    std::vector<tactord::input_event> out;
     const int fd = master_fd(node);
     if (fd < 0)
-        return out;
+        return {};
     // The other end reports a hang-up while no reader holds the node open,
     // so wait for data, not just for an event on it.
     const auto deadline = std::chrono::steady_clock::now() + timeout;
@@ -172,14 +171,26 @@ std::vector<tactord::input_event> EvdevTestbed::written(int node, std::chrono::m
         else if (p.revents != 0)
             usleep(20000);
     }
-    const std::size_t size = arm32_records_ ? sizeof(tactord::input_event) : sizeof(::input_event);
-    for (std::size_t off = 0; n > 0 && off + size <= static_cast<std::size_t>(n); off += size) {
+    return decode(raw, n > 0 ? static_cast<std::size_t>(n) : 0);
+}
+
+std::size_t EvdevTestbed::record_size() const
+{
+    return arm32_records_ ? sizeof(tactord::input_event) : sizeof(::input_event);
+}
+
+std::vector<tactord::input_event> EvdevTestbed::decode(const void* data, std::size_t len) const
+{
+    std::vector<tactord::input_event> out;
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    const std::size_t size = record_size();
+    for (std::size_t off = 0; off + size <= len; off += size) {
         tactord::input_event e;
         if (arm32_records_) {
-            std::memcpy(&e, raw + off, size);
+            std::memcpy(&e, bytes + off, size);
         } else {
             ::input_event r;
-            std::memcpy(&r, raw + off, size);
+            std::memcpy(&r, bytes + off, size);
             e = {static_cast<int32_t>(r.input_event_sec), static_cast<int32_t>(r.input_event_usec), r.type, r.code,
                  r.value};
         }

@@ -46,6 +46,11 @@ public:
     // daemon served (daemon_is_target(): ARMv7 or x86-64), as one write, so a
     // reader sees them in one read.
     bool play(int node, const std::vector<tactord::input_event>& events);
+    // Records in the layout of the daemon served, as read from a node's
+    // other end (a partial record at the end is left out).
+    std::vector<tactord::input_event> decode(const void* data, std::size_t len) const;
+    // The size of one such record: 16 bytes on ARMv7, 24 on x86-64.
+    std::size_t record_size() const;
     // Writes raw bytes into the node.
     bool write_raw(int node, const void* data, std::size_t len);
     // The testbed, for further emulated devices (a framebuffer).
