@@ -82,11 +82,14 @@ DaemonProcess::DaemonProcess(const std::string& workdir, const std::vector<std::
     // A target binary runs under the emulator with the target's preload (the
     // guest's loader takes no host library), and the emulator itself without
     // the host's: it reaches the testbed only through the guest's preload.
-    const DaemonTarget target = describe_daemon(launch.binary);
+    // The binary is named from the caller's directory, run from workdir.
+    std::error_code ec;
+    const std::string binary = std::filesystem::absolute(launch.binary, ec).string();
+    const DaemonTarget target = describe_daemon(binary);
     std::vector<std::string> argv_store;
     if (target.arm32)
         argv_store = {target.emulator, "-L", target.sysroot, "-E", "LD_PRELOAD=" + target.preload};
-    argv_store.push_back(launch.binary);
+    argv_store.push_back(binary);
     argv_store.insert(argv_store.end(), args.begin(), args.end());
     std::vector<char*> argv;
     for (std::string& a : argv_store)
@@ -106,7 +109,7 @@ DaemonProcess::DaemonProcess(const std::string& workdir, const std::vector<std::
         target_env.push_back(view.data());
     target_env.push_back(nullptr);
     const std::string no_sysroot =
-        "no target sysroot with the umockdev preload for " + launch.binary + " (scripts/install-deps prepares it)\n";
+        "no target sysroot with the umockdev preload for " + binary + " (scripts/install-deps prepares it)\n";
 
     pid_ = fork();
     if (pid_ == 0) {
