@@ -214,6 +214,7 @@ private:
 
     void serve()
     {
+        std::vector<std::thread> ended;
         for (;;) {
             {
                 std::lock_guard<std::mutex> guard(mutex_);
@@ -221,7 +222,20 @@ private:
                     return;
                 listeners_.insert(listeners_.end(), pending_.begin(), pending_.end());
                 pending_.clear();
+                // Relays whose connection ended (a node opened and closed
+                // again for every plug-in) are joined as they go.
+                for (const std::thread::id id : ended_)
+                    for (auto it = relays_.begin(); it != relays_.end(); ++it)
+                        if (it->get_id() == id) {
+                            ended.push_back(std::move(*it));
+                            relays_.erase(it);
+                            break;
+                        }
+                ended_.clear();
             }
+            for (std::thread& t : ended)
+                t.join();
+            ended.clear();
             std::vector<pollfd> fds = {{wake_[0], POLLIN, 0}};
             for (const Listener& l : listeners_)
                 fds.push_back({l.fd, POLLIN, 0});
@@ -250,6 +264,7 @@ private:
                     open_.erase(guest);
                     close(guest);
                     close(host);
+                    ended_.push_back(std::this_thread::get_id());
                 });
             }
         }
@@ -260,8 +275,9 @@ private:
     int wake_[2] = {-1, -1};
     std::thread thread_;
     std::vector<Listener> listeners_;  // the serving thread's own
-    std::vector<std::thread> relays_;  // started and joined by the serving thread and the destructor
-    std::mutex mutex_;                 // guards pending_, open_ and stopping_
+    std::mutex mutex_;  // guards relays_, ended_, pending_, open_ and stopping_
+    std::vector<std::thread> relays_;
+    std::vector<std::thread::id> ended_;  // relays that are about to return
     std::vector<Listener> pending_;
     std::map<int, int> open_;  // guest socket -> testbed socket, of running relays
     bool stopping_ = false;
