@@ -79,18 +79,17 @@ DaemonProcess::DaemonProcess(const std::string& workdir, const std::vector<std::
         return;
     if (!launch.log_path.empty())
         log_fd_ = open(launch.log_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    // A target binary runs under the emulator with the target's preload, and
-    // the emulator itself without the host's: it reaches the testbed only
-    // through the guest's preload.
     // The binary is named from the caller's directory, run from workdir.
     std::error_code ec;
     const std::string binary = std::filesystem::absolute(launch.binary, ec).string();
     const DaemonTarget target = describe_daemon(binary);
     std::vector<std::string> argv_store;
-    // The preload goes by its bare name: the target's loader finds the
-    // sysroot's (qemu-arm looks there first), and a host program the daemon
-    // starts (system() runs the host's /bin/sh) gets the host's, as the
-    // host daemon's children do.
+    // A target binary runs under the emulator with the target's preload, and
+    // the emulator itself without the host's: it reaches the testbed only
+    // through the guest's. The preload goes by its bare name: the target's
+    // loader finds the sysroot's (qemu-arm looks there first), and a host
+    // program the daemon starts (system() runs the host's /bin/sh) gets the
+    // host's, as the host daemon's children do.
     if (target.arm32)
         argv_store = {target.emulator, "-L", target.sysroot, "-E", "LD_PRELOAD=libumockdev-preload.so.0"};
     argv_store.push_back(binary);
