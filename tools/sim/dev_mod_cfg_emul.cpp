@@ -103,6 +103,12 @@ gboolean DevModCfgEmulator::on_ioctl(UMockdevIoctlBase*, UMockdevIoctlClient* cl
     return static_cast<DevModCfgEmulator*>(self)->handle_ioctl(client);
 }
 
+// The driver's record is six 32-bit integers, laid out alike for the ARMv7
+// daemon and the host's, and its request numbers are plain (no _IOC size or
+// direction), so one handler serves either daemon.
+static_assert(sizeof(dev_mod_cfg_t) == 6 * sizeof(int32_t) && alignof(dev_mod_cfg_t) == alignof(int32_t));
+static_assert(DEV_MOD_CFG_SET_LOCK_EXPLICIT < 0x100, "a request number without _IOC fields");
+
 gboolean DevModCfgEmulator::handle_ioctl(UMockdevIoctlClient* client)
 {
     const unsigned long code = umockdev_ioctl_client_get_request(client);
