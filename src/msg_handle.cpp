@@ -112,7 +112,10 @@ int set_non_block(int fd)
 
 int add_monitor_handle(int fd, int (*handle)(void*), void* para)
 {
-    if (handle == nullptr || fd <= 0) {
+    // A descriptor select cannot watch (FD_SETSIZE and above) would stay in
+    // the list unserved for ever: refused like a bad one, so its owner closes
+    // it.
+    if (handle == nullptr || fd <= 0 || fd >= FD_SETSIZE) {
         TLOG(LEVEL_ERROR, "add_fd_list para error\n");
         return -1;
     }

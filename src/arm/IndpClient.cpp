@@ -8,6 +8,7 @@
 
 #include "common/OrvelClient.h"
 #include "common/OrvelClient_internal.h"
+#include "common/client_send.h"
 #include "common/communicate.h"
 #include "common/inputdevice_manager.h"
 #include "common/log.h"
@@ -89,8 +90,12 @@ void handleINDPReady(int fd)
 {
     TLOG(LEVEL_DEBUG, "==INDP ready==\n");
     link_set_nodelay(fd);
-    // Stored first, so that a disconnect of the main loop that comes before
-    // the flag finds the link as its own.
+    // Under the loop lock, like every registration: a control client's
+    // TYPE_INPUT_INIT 1 and this one are decided one after the other, and the
+    // loop cannot serve the socket before the link is complete. Stored
+    // first, so that a disconnect of the main loop that comes before the
+    // flag finds the link as its own.
+    LoopLockGuard loop;
     gs_indpfd.store(fd);
     add_monitor_handle(fd, indpMsgHandle, reinterpret_cast<void*>(static_cast<intptr_t>(fd)));
     handle_inputsys_init(SUB_SCREEN, fd);
@@ -101,15 +106,18 @@ void handleINDPDisconnected(int fd)
 {
     TLOG(LEVEL_DEBUG, "==INDP disconnected==\n");
     // Run first by the receive handler, which closes the link, and again by
-    // the thread once it sees the flag at 0. No lock: the run that takes fd
-    // out of gs_indpfd is the only one that unregisters and closes it; the
-    // second finds 0 there and leaves the number alone, since it may have
-    // been given to a new control connection or an input device meanwhile.
+    // the thread once it sees the flag at 0. Under the loop lock, like every
+    // registration; the run that takes fd out of gs_indpfd is the only one
+    // that unregisters and closes it; the second finds 0 there and leaves the
+    // number alone, since it may have been given to a new control connection
+    // or an input device meanwhile.
+    LoopLockGuard loop;
     int current = fd;
     const bool ours = fd > 0 && gs_indpfd.compare_exchange_strong(current, 0);
     if (ours) {
         remove_monitor_handle(fd);
         handle_inputsys_close(fd);
+        client_send_forget(fd);
         close(fd);
     }
     if (ours || current == 0)

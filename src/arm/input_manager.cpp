@@ -13,6 +13,8 @@
 #include "arm/hot_plug.h"
 #include "board/common/board.h"
 #include "common/OrvelClient.h"
+#include "common/client_send.h"
+#include "common/communicate.h"
 #include "common/cursor_timer.h"
 #include "common/keyaudio/key_voice.h"
 #include "common/keyboard_manager.h"
@@ -20,6 +22,7 @@
 #include "common/multi_config.h"
 #include "common/screen_manager.h"
 #include "common/system_msg.h"
+#include "common/system_msg_internal.h"
 #include "common/usb_gun/usbscangun_manger.h"
 #include "common/worker_thread.h"
 #include "func/touchscreen/touchscreen_lock_ctl.h"
@@ -97,10 +100,19 @@ void main_loop_pass(int* max_fd)
     nWatdogReset.fetch_add(1, std::memory_order_relaxed);
 
     LockIpcSocket();
+    // Decisions that fall due while nothing is readable: clients whose socket
+    // stayed full, records that never came whole, a listener resting for want
+    // of descriptors. The wait below ends in time for the next of them.
+    int due_ms = client_send_housekeeping(drop_client_connection);
+    const int service_due_ms = system_service_housekeeping();
+    if (service_due_ms >= 0 && (due_ms < 0 || service_due_ms < due_ms))
+        due_ms = service_due_ms;
     fill_monitor_set(&read_set, max_fd);
     UnlockIpcSocket();
 
     timeval tv{1, 0};
+    if (due_ms >= 0 && due_ms < 1000)
+        tv = {0, static_cast<suseconds_t>(due_ms) * 1000 + 1000};
     const int ready = select(*max_fd + 1, &read_set, nullptr, nullptr, &tv);
     if (ready == -1) {
         if (errno != EINTR) {
@@ -113,7 +125,13 @@ void main_loop_pass(int* max_fd)
         return;
 
     LockIpcSocket();
+    // However the peers behave, the waits of one dispatch (a client's full
+    // socket, a slow read) end within one bound: the watchdog sees a pass
+    // at least every MAIN_LOOP_WAIT_BOUND_MS or so, and every other client is
+    // served as often.
+    io_wait_limit_begin(MAIN_LOOP_WAIT_BOUND_MS);
     dispatch_monitor_handles(&read_set);
+    io_wait_limit_end();
     UnlockIpcSocket();
 }
 

@@ -20,8 +20,13 @@ tactord_options parse_options(int argc, char** argv);
 // Incremented once per loop pass; watched by the liveness watchdog.
 extern std::atomic<unsigned int> nWatdogReset;
 
-// One pass of the main loop (increment, build the set, select with a
-// one-second cap, dispatch). max_fd only ever grows.
+// The longest the waits of one dispatch may last together (see
+// io_wait_limit_begin): a client that stops reading or sends half a record
+// never holds a pass much longer.
+inline constexpr int MAIN_LOOP_WAIT_BOUND_MS = 230;
+
+// One pass of the main loop (increment, housekeeping of clients, build the
+// set, select with a one-second cap, dispatch). max_fd only ever grows.
 void main_loop_pass(int* max_fd);
 
 // Start-up in its fixed order, then the loop; never returns.

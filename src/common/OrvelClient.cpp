@@ -18,7 +18,9 @@
 
 #include "arm/IndpClient.h"
 #include "common/OrvelClient_internal.h"
+#include "common/client_send.h"
 #include "common/communicate.h"
+#include "common/fifo_mutex.h"
 #include "common/inputdevice_manager.h"
 #include "common/log.h"
 #include "common/screen_manager.h"
@@ -57,15 +59,20 @@ constexpr int RECV_CALLS_MAX = 3;
 // marker goes on from the next byte.
 constexpr uint64_t SKIP_FRAME_MAX = 4096;
 
-// Guards the link descriptor against its close: the main loop holds it while
-// it builds its descriptor set and calls the handlers, this client while it
-// registers, unregisters and closes the socket, and every thread other than
-// the main loop while it writes to the link (ticks, scanner frames). A
-// descriptor number checked against gs_ipcfd under this lock is therefore
-// still the link's and not a number reused by another part of the daemon.
-// Recursive because a handler run by the loop may drop the socket while the
-// loop still holds the lock. Taken before mutex_socket.
-std::recursive_mutex ipc_close_socket_lock;
+// The loop lock. Guards the registrations of the screens' receivers and every
+// send to a display client or link (client_send) against a descriptor's close:
+// the main loop holds it while it builds its descriptor set and calls the
+// handlers, this client while it registers and unregisters the socket, and
+// every other thread while it sends to a client or to the link (the cursor
+// timer, scanner frames). A descriptor number checked against gs_ipcfd or
+// gs_clients under this lock is therefore still the link's or the client's
+// and not a number reused by another part of the daemon. Recursive because a
+// handler run by the loop may drop the socket while the loop still holds it;
+// first come, first served, because the loop takes it again microseconds
+// after letting go and would otherwise starve every other thread. Taken
+// before mutex_socket and cursor_lock. The ticks do not take it: they go out
+// on the tick thread's own descriptor, which no one but that thread closes.
+FifoRecursiveMutex ipc_close_socket_lock;
 // Serialises whole frames on the socket and guards the send buffer and the
 // last pointer position that frames are built from.
 std::mutex mutex_socket;
@@ -175,7 +182,7 @@ int request(int fd, uint32_t type)
 {
     std::lock_guard<std::mutex> guard(mutex_socket);
     put_header(send_buf, 4, type);
-    const int n = send_data(fd, send_buf, HEADER);
+    const int n = client_send(fd, send_buf, HEADER);
     if (n <= 0)
         TLOG(LEVEL_ERROR, "Get win size error, no is %d\n", errno);
     return n == static_cast<int>(HEADER) ? 0 : -1;
@@ -193,10 +200,10 @@ std::atomic<int> link_threads{0};
 // send_data's result (-1 also when there is no link).
 int send_on_link(const void* frame, std::size_t len)
 {
-    std::lock_guard<std::recursive_mutex> link(ipc_close_socket_lock);
+    std::lock_guard<FifoRecursiveMutex> link(ipc_close_socket_lock);
     const int fd = gs_ipcfd.load();
     std::lock_guard<std::mutex> guard(mutex_socket);
-    return send_data(fd, frame, static_cast<int>(len));
+    return client_send(fd, frame, static_cast<int>(len));
 }
 
 // A type-3 frame: header, scanner record, then len data bytes.
@@ -216,17 +223,24 @@ int send_scan_frame(const uint8_t* frame, std::size_t len)
     return 0;
 }
 
-// One tick on the tick thread's own socket: 0, or the send's errno. Only
-// while fd is still the link's: after the receive handler has closed it the
-// number may already belong to a new control connection or an input device,
-// which must not get the tick (the closed link's EBADF is reported instead).
+// One tick on the tick thread's own socket: 0, or the send's errno. Without
+// the loop lock and the send mutex: the descriptor is the tick thread's own,
+// and only that thread closes it, after the link is down.
 int send_tick(int fd)
 {
     static const IPCMsg_t tick{IPC_PKG_FLAG, 4, 0, MessageType_Tick};
-    std::lock_guard<std::recursive_mutex> link(ipc_close_socket_lock);
-    if (gs_ipcfd.load() != fd)
-        return EBADF;
     return send_data(fd, &tick, sizeof tick) == static_cast<int>(sizeof tick) ? 0 : errno;
+}
+
+// A pause of the keep-alive: like link_sleep_ms, but over as soon as the main
+// loop has taken the link on fd down. False when the link threads are asked
+// to stop.
+bool tick_pause(int fd, unsigned ms)
+{
+    std::unique_lock<std::mutex> lock(link_thread_lock);
+    link_thread_cv.wait_for(lock, std::chrono::milliseconds(link_scaled_ms(ms)),
+                            [fd] { return link_stop || gs_ipcfd.load() != fd; });
+    return !link_stop;
 }
 
 // Step 5 of a cycle: true when fd is connected to the agent. A failure is
@@ -274,12 +288,14 @@ void ipc_keep_alive(int fd)
     while (ipcIsExist() != 0) {
         gs_ipcTick.store(1);
         for (int i = 0; i < TICKS_PER_CHECK; ++i) {
+            if (gs_ipcfd.load() != fd)
+                return;  // the receive side found the link closed
             const int err = send_tick(fd);
             if (err != 0 && err != EAGAIN) {
                 TLOG(LEVEL_ERROR, "send tick failed errno =%d\n", err);
                 break;
             }
-            if (!link_sleep_ms(TICK_PERIOD_MS))
+            if (!tick_pause(fd, TICK_PERIOD_MS))
                 return;
         }
         if (gs_ipcTick.load() == 1)
@@ -324,6 +340,9 @@ void* ipcTickThread(void*)
         ipc_keep_alive(fd);
         TLOG(LEVEL_WARN, "handleIPCDisconnected\n");
         handleIPCDisconnected(fd);
+        // The descriptor is closed here and nowhere else: until now a tick
+        // could still be on its way to it.
+        close(fd);
         link_sleep_ms(RECONNECT_PAUSE_MS);
         fail_lines = 0;
     }
@@ -469,7 +488,7 @@ int sendCmdToIpc(int cmd, int lParam, int rParam)
         TLOG(LEVEL_ERROR, "Not surpported cmd:%d\n", cmd);
         return -1;
     }
-    const int n = send_data(fd, send_buf, static_cast<int>(len));
+    const int n = client_send(fd, send_buf, static_cast<int>(len));
     if (n <= 0)
         TLOG(LEVEL_ERROR, "sendCmdToIpc, errno is %d\n", errno);
     // Only a 16-byte frame counts as sent: a whole resolution command reports
@@ -505,7 +524,7 @@ int sendToIPC(int fd, tactord::input_event* ev)
     const int len = build_ipc_frame(send_buf, sizeof send_buf, ev);
     if (len < 0)
         return -1;
-    return send_data(fd, send_buf, len);
+    return client_send(fd, send_buf, len);
 }
 
 int getIPCWinSize(int fd)
@@ -580,7 +599,7 @@ void handleIPCReady(int fd)
     // Under the socket lock up to the connected flag: the main loop cannot
     // serve the socket (nor a disconnect close it) before the link is
     // complete, and the requests go to a descriptor that is still the link.
-    std::lock_guard<std::recursive_mutex> link(ipc_close_socket_lock);
+    std::lock_guard<FifoRecursiveMutex> link(ipc_close_socket_lock);
     rx_reset();
     gs_ipcfd.store(fd);
     add_monitor_handle(fd, ipcMsgHandle, as_arg(fd));
@@ -593,23 +612,31 @@ void handleIPCReady(int fd)
 void handleIPCDisconnected(int fd)
 {
     TLOG(LEVEL_WARN, "==IPC disconnected==\n");
-    std::lock_guard<std::recursive_mutex> link(ipc_close_socket_lock);
-    // The receive handler and the tick thread both run this for one link,
-    // in either order. Only the run that still finds fd stored as the link's
-    // descriptor unregisters and closes it; the other finds 0 there and
-    // leaves the number alone, since by then it may have been given to a new
-    // control connection or an input device.
-    const int current = gs_ipcfd.load();
-    if (fd > 0 && current == fd) {
-        remove_monitor_handle(fd);
-        handle_inputsys_close(fd);
-        close(fd);
-        rx_reset();
+    {
+        std::lock_guard<FifoRecursiveMutex> link(ipc_close_socket_lock);
+        // The receive handler and the tick thread both run this for one link,
+        // in either order. Only the run that still finds fd stored as the
+        // link's descriptor takes it out of the loop and releases screen 2;
+        // the socket is shut down so that the agent sees the end at once, but
+        // closed only by the tick thread, which owns it (a tick may still be
+        // on its way to it, and the number must not go to another program
+        // before).
+        const int current = gs_ipcfd.load();
+        if (fd > 0 && current == fd) {
+            remove_monitor_handle(fd);
+            handle_inputsys_close(fd);
+            client_send_forget(fd);
+            shutdown(fd, SHUT_RDWR);
+            rx_reset();
+        }
+        if (current == fd || current == 0) {
+            gs_ipcClientExist.store(0);
+            gs_ipcfd.store(0);
+        }
     }
-    if (current == fd || current == 0) {
-        gs_ipcClientExist.store(0);
-        gs_ipcfd.store(0);
-    }
+    // Wake the tick thread's pause: its link is gone.
+    { std::lock_guard<std::mutex> wake(link_thread_lock); }
+    link_thread_cv.notify_all();
 }
 
 int ipcMsgHandle(void* para)

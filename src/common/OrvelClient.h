@@ -137,11 +137,21 @@ int ipcMsgHandle(void* para);
 int sendIpcScanGunData(const uint8_t* data, unsigned len);
 int setIpcScanGunDataCodeType(int type);
 
-// The recursive socket lock (ipc_close_socket_lock): held by the main loop
-// while it builds its descriptor set and runs the ready handlers, and by this
-// client while it registers or drops its socket.
+// The recursive socket lock (ipc_close_socket_lock), the loop lock: held by
+// the main loop while it builds its descriptor set and runs the ready
+// handlers, by this client and the INDP client while they register or drop
+// their socket, and by any other thread while it sends to a display client
+// (client_send). Handed out first come, first served.
 void LockIpcSocket();
 void UnlockIpcSocket();
+// Holds the loop lock for a scope.
+class LoopLockGuard {
+public:
+    LoopLockGuard() { LockIpcSocket(); }
+    ~LoopLockGuard() { UnlockIpcSocket(); }
+    LoopLockGuard(const LoopLockGuard&) = delete;
+    LoopLockGuard& operator=(const LoopLockGuard&) = delete;
+};
 
 // Remote-screen client type from option -t: 0 converts IPC-screen events into
 // mouse records, anything else sends raw input_event records.

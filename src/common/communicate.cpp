@@ -6,7 +6,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <cstring>
 
 #include "common/log.h"
@@ -19,6 +22,25 @@ constexpr int RECORD_PASSES = 10;
 constexpr int RECORD_PASS_US = 10000;
 constexpr int SEND_WAITS = 10;
 constexpr int SEND_WAIT_US = 20000;
+constexpr int64_t ACCEPT_LOG_GAP_MS = 1000;
+
+// Deadline for the waits of recv_data and send_data on this thread, in
+// monotonic milliseconds; 0 = none (see io_wait_limit_begin).
+thread_local int64_t wait_deadline_ms = 0;
+
+int64_t now_ms()
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+// True when a wait of us microseconds still ends before this thread's
+// deadline (always, without one).
+bool may_wait(int us)
+{
+    return wait_deadline_ms == 0 || now_ms() + us / 1000 <= wait_deadline_ms;
+}
 
 // Fills a local address for path. The address length is the path's length
 // plus the two bytes of the family, as the peers of this socket expect. A
@@ -52,12 +74,16 @@ int create_monitor(const char* path)
     unlink(path);
     sockaddr_un addr;
     socklen_t len = 0;
+    // A socket whose bind or listen failed is closed, not abandoned: a
+    // caller that retries would otherwise lose one descriptor per attempt.
     if (!local_address(path, &addr, &len) || bind(fd, reinterpret_cast<sockaddr*>(&addr), len) < 0) {
         TLOG(LEVEL_ERROR, "bind,err is %d\n", errno);
-        return -1;  // the descriptor is abandoned, as it always has been
+        close(fd);
+        return -1;
     }
     if (listen(fd, 5) < 0) {
         TLOG(LEVEL_ERROR, "listen err is %d\n", errno);
+        close(fd);
         return -1;
     }
     return fd;
@@ -74,7 +100,18 @@ int get_new_comming_client(int fd)
     socklen_t len = sizeof peer;
     const int client = accept(fd, reinterpret_cast<sockaddr*>(&peer), &len);
     if (client < 0) {
-        TLOG(LEVEL_ERROR, "accept,err is %d\n", errno);
+        const int err = errno;
+        // Out of descriptors, the same failure repeats for as long as the
+        // shortage lasts: one line a second at most.
+        static std::atomic<int64_t> last_shortage_ms{INT64_MIN / 2};
+        const int64_t now = now_ms();
+        const bool shortage = err == EMFILE || err == ENFILE;
+        if (!shortage || now - last_shortage_ms.load(std::memory_order_relaxed) >= ACCEPT_LOG_GAP_MS) {
+            if (shortage)
+                last_shortage_ms.store(now, std::memory_order_relaxed);
+            TLOG(LEVEL_ERROR, "accept,err is %d\n", err);
+        }
+        errno = err;
         return -1;
     }
     return client;
@@ -147,8 +184,10 @@ int recv_data(int fd, void* buf, int len)
             TLOG(LEVEL_ERROR, "recv,err is %d", errno);
             return -1;
         }
-        if (retries >= RECV_RETRIES) {
-            TLOG(LEVEL_ERROR, "tactord: recv again fail, err is %d", errno);
+        if (retries >= RECV_RETRIES || !may_wait(RECV_RETRY_US)) {
+            const int err = errno;
+            TLOG(LEVEL_ERROR, "tactord: recv again fail, err is %d", err);
+            errno = err;
             return -1;
         }
         usleep(RECV_RETRY_US);
@@ -171,6 +210,8 @@ int recv_need_len_data(int fd, void* buf, int len, int needlen)
             return 0;
         if (nrecv == needlen)
             return nrecv;
+        if (!may_wait(RECORD_PASS_US))
+            break;
         usleep(RECORD_PASS_US);
     }
     TLOG(LEVEL_ERROR, "recv_need_len_data failed needlen =%d, nrecvLen=%d, ncount=%d\n", needlen, nrecv, ncount);
@@ -179,29 +220,56 @@ int recv_need_len_data(int fd, void* buf, int len, int needlen)
 
 int send_data(int fd, const void* buf, int len)
 {
+    return send_data_counted(fd, buf, len, nullptr);
+}
+
+int send_data_counted(int fd, const void* buf, int len, int* sent_out)
+{
+    int sent = 0;
+    if (sent_out != nullptr)
+        *sent_out = 0;
     if (buf == nullptr || fd <= 0 || len <= 0) {
         TLOG(LEVEL_ERROR, "para error\n");
         return -1;
     }
     const auto* bytes = static_cast<const char*>(buf);
-    int sent = 0;
     int waits = 0;
+    int result = len;
     while (sent < len) {
         const ssize_t n = send(fd, bytes + sent, static_cast<std::size_t>(len - sent), 0);
         if (n != -1) {
             sent += static_cast<int>(n);
             continue;
         }
-        if (errno != EAGAIN) {
-            TLOG(LEVEL_ERROR, "send error, errno is %d\n", errno);
-            return -1;
+        const int err = errno;
+        if (err != EAGAIN) {
+            TLOG(LEVEL_ERROR, "send error, errno is %d\n", err);
+            errno = err;
+            result = -1;
+            break;
         }
-        if (waits > SEND_WAITS - 1) {
+        // The waits count over the whole call; a deadline set for this
+        // thread's pass cuts them short.
+        if (waits > SEND_WAITS - 1 || !may_wait(SEND_WAIT_US)) {
             TLOG(LEVEL_ERROR, "send error, errno is EAGAIN > %d\n ", waits + 1);
-            return -1;
+            errno = EAGAIN;
+            result = -1;
+            break;
         }
         ++waits;
         usleep(SEND_WAIT_US);
     }
-    return len;
+    if (sent_out != nullptr)
+        *sent_out = sent;
+    return result;
+}
+
+void io_wait_limit_begin(int ms)
+{
+    wait_deadline_ms = now_ms() + ms;
+}
+
+void io_wait_limit_end()
+{
+    wait_deadline_ms = 0;
 }

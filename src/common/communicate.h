@@ -7,10 +7,12 @@
 #include <cstddef>
 
 // Local (AF_UNIX) listening socket on path: any file there is removed first,
-// backlog 5. A socket whose bind or listen fails is left open (abandoned).
-// -1 for a null path (not logged) or on failure.
+// backlog 5. A socket whose bind or listen fails is closed. -1 for a null path
+// (not logged) or on failure.
 int create_monitor(const char* path);
-// accept() on a listening socket: the new descriptor, or -1.
+// accept() on a listening socket: the new descriptor, or -1 (errno kept).
+// While descriptors run out (EMFILE, ENFILE) the failure is logged once a
+// second at most.
 int get_new_comming_client(int fd);
 // Local stream client connected to path; on a failed connect the socket is
 // left open and -1 returned.
@@ -29,5 +31,16 @@ int recv_data(int fd, void* buf, int len);
 // or passes used up).
 int recv_need_len_data(int fd, void* buf, int len, int needlen);
 // Sends all len bytes: len, or -1. A full socket is waited for at most 10
-// times 20 ms over the whole call.
+// times 20 ms over the whole call (errno EAGAIN when that ran out).
 int send_data(int fd, const void* buf, int len);
+// send_data that also tells how many bytes went out before it failed
+// (*sent_out, when given): a record cut short leaves a stream unreadable.
+int send_data_counted(int fd, const void* buf, int len, int* sent_out);
+
+// A deadline, ms from now, for every wait of recv_data and send_data on the
+// calling thread until io_wait_limit_end: a wait that would end after it is
+// not made (the call fails as if its retries had run out). The main loop sets
+// one for each dispatch so that no series of slow peers holds a pass for
+// longer than the one bound.
+void io_wait_limit_begin(int ms);
+void io_wait_limit_end();

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "common/cursor_timer_internal.h"
+#include "common/OrvelClient.h"
 #include "common/log.h"
 #include "common/screen_manager.h"
 #include "common/worker_thread.h"
@@ -88,6 +89,11 @@ void cursor_timer_tick()
 {
     gs_cursor[0].counter.fetch_add(1, std::memory_order_relaxed);
     gs_cursor[1].counter.fetch_add(1, std::memory_order_relaxed);
+    // The announcement goes to a client's socket: under the loop lock, like
+    // every send to a client, so that the descriptor read from gs_clients is
+    // not closed by the main loop and handed to another program meanwhile.
+    // Taken before cursor_lock, in the order the main loop takes them.
+    LoopLockGuard loop;
     std::lock_guard<std::mutex> guard(cursor_lock);
     if (double_player()) {
         for (int screen = 0; screen < 2; ++screen)

@@ -19,6 +19,10 @@ namespace {
 
 // Events drained per read.
 constexpr std::size_t READ_BATCH = 16;
+// Reads per call: a device that keeps its node full (a stuck key matrix, a
+// flood of reports) is served again in the next pass instead of holding the
+// main loop in this one; the node stays readable, so nothing is lost.
+constexpr int READS_PER_CALL = 16;
 
 tactord::input_event from_native(const ::input_event& in)
 {
@@ -48,7 +52,7 @@ int EvdevReadInput(void* arg)
     if (dev == nullptr)
         return -1;
     std::array<::input_event, READ_BATCH> buf;
-    for (;;) {
+    for (int reads = 0; reads < READS_PER_CALL; ++reads) {
         const ssize_t n = evdev_read(dev->fd, buf.data(), sizeof buf);
         if (n <= 0) {
             if (errno == ENODEV) {
@@ -72,6 +76,7 @@ int EvdevReadInput(void* arg)
         if (static_cast<std::size_t>(n) != sizeof buf)
             return 0;
     }
+    return 0;
 }
 
 int EvdevWrite(_InputDev* dev, tactord::input_event* ev)

@@ -398,21 +398,29 @@ int handle_inputsys_init(int index, int fd)
 
 int handle_inputsys_close(int fd)
 {
-    const int index = find_index_by_fd(fd);
-    if (index < 0)
+    // Every screen the connection held is released, not only the first: a
+    // registration left behind would hand that screen's records to the next
+    // program given the same descriptor number.
+    if (fd < 1 || find_index_by_fd(fd) < 0)
         return -1;
-    gs_clients[index].store(0);
-    if (index == MAIN_SCREEN) {
-        TLOG(LEVEL_ERROR, "Main screen closed\n");
-        return -1;
+    int result = 0;
+    for (int index = 0; index < SCREEN_COUNT; ++index) {
+        int held = fd;
+        if (!gs_clients[index].compare_exchange_strong(held, 0))
+            continue;
+        if (index == MAIN_SCREEN) {
+            TLOG(LEVEL_ERROR, "Main screen closed\n");
+            result = -1;
+            continue;
+        }
+        // A cursor held by the leaving screen goes back to the main screen: in
+        // double-player mode on both players' models, else on the one model.
+        const int models = (get_current_multimode() & MODE_DOUBLE_PLAYER) != 0 ? 2 : 1;
+        for (int i = 0; i < models; ++i) {
+            ScrInfo* scr = get_screen_info(i);
+            if (get_cursor_client(scr) == index)
+                screen_change_cursor(scr, index, MAIN_SCREEN);
+        }
     }
-    // A cursor held by the leaving screen goes back to the main screen: in
-    // double-player mode on both players' models, else on the one model.
-    const int models = (get_current_multimode() & MODE_DOUBLE_PLAYER) != 0 ? 2 : 1;
-    for (int i = 0; i < models; ++i) {
-        ScrInfo* scr = get_screen_info(i);
-        if (get_cursor_client(scr) == index)
-            screen_change_cursor(scr, index, MAIN_SCREEN);
-    }
-    return 0;
+    return result;
 }

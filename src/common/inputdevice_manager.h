@@ -68,10 +68,14 @@ _InputDev* new_input_dev(const char* name, const char* path, const char* device,
 // Destroys dev and every record chained behind it.
 void delete_input_dev(_InputDev* dev);
 
-// Screen-client registration from the control socket.
+// Screen-client registration from the control socket and the links, always
+// under the loop lock (LockIpcSocket), like every send to a client.
 int find_index_by_fd(int fd);
 int handle_inputsys_init(int index, int fd);
+// Releases every screen fd held: 0, or -1 when it held none or held the main
+// screen ("Main screen closed").
 int handle_inputsys_close(int fd);
 
-// Control-connection descriptor per screen; below 1 means none.
+// Control-connection descriptor per screen; below 1 means none. Written only
+// under the loop lock.
 extern std::array<std::atomic<int>, SCREEN_COUNT> gs_clients;

@@ -1,7 +1,7 @@
 #include "common/send_event.h"
 
 #include "common/OrvelClient.h"
-#include "common/communicate.h"
+#include "common/client_send.h"
 #include "common/inputdevice_manager.h"
 #include "common/log.h"
 
@@ -20,7 +20,7 @@ int send_event(int client, tactord::input_event* ev)
     if (client == IPC_SCREEN && gs_ipcType == 0)
         ret = sendToIPC(fd, ev);
     else
-        ret = send_data(fd, ev, EVENT_SIZE);
+        ret = client_send(fd, ev, EVENT_SIZE);
     debug_send_event(client, ev);
     return ret;
 }
@@ -29,7 +29,7 @@ int send_event_by_fd(int fd, tactord::input_event* ev)
 {
     if (fd < 1 || ev == nullptr)
         return -1;
-    const int ret = send_data(fd, ev, EVENT_SIZE);
+    const int ret = client_send(fd, ev, EVENT_SIZE);
     // fd + 5 keeps these lines apart from the client indexes 0..2.
     debug_send_event(fd + 5, ev);
     return ret;

@@ -3,14 +3,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <sys/socket.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <mutex>
 
 #include "arm/input_manager.h"
 #include "arm/screen_device_manager.h"
+#include "arm/IndpClient.h"
 #include "common/OrvelClient.h"
+#include "common/client_send.h"
 #include "common/communicate.h"
 #include "common/cursor_timer.h"
 #include "common/inputdevice_manager.h"
@@ -26,6 +31,54 @@ namespace {
 // The listening descriptor; only the main thread touches it.
 int system_fd = 0;
 
+// How long the rest of a record may take once its first bytes are in. The
+// main loop does not wait for it: the bytes are kept and the connection is
+// served again when more arrive, so a client that sends half a record never
+// holds up the others.
+constexpr int64_t RECORD_WAIT_MS = 100;
+// How long the listening socket rests after accept found no descriptor free.
+constexpr int64_t ACCEPT_PAUSE_MS = 100;
+
+// A record that has arrived in part. Main loop only (under the loop lock);
+// one per served connection at most, so the monitor list's size suffices.
+struct PartialRecord {
+    int fd = 0;  // 0: free
+    int have = 0;
+    int64_t deadline_ms = 0;
+    std::array<uint8_t, SYSTEM_MSG_SIZE> bytes{};
+};
+std::array<PartialRecord, EVENT_LIST_MAX> partials{};
+
+// While descriptors run out the listening socket is out of the main loop
+// until this time (0: it is served). Main loop only.
+int64_t accept_paused_until_ms = 0;
+
+PartialRecord* partial_of(int fd)
+{
+    for (PartialRecord& p : partials) {
+        if (p.fd == fd)
+            return &p;
+    }
+    return nullptr;
+}
+
+void forget_partial(int fd)
+{
+    if (PartialRecord* p = fd > 0 ? partial_of(fd) : nullptr)
+        *p = {};
+}
+
+// The end of a control connection: out of the loop, every screen it held
+// released, closed.
+void close_connection(int fd)
+{
+    remove_monitor_handle(fd);
+    handle_inputsys_close(fd);
+    forget_partial(fd);
+    client_send_forget(fd);
+    close_connect(fd);
+}
+
 void* as_arg(int fd)
 {
     return reinterpret_cast<void*>(static_cast<intptr_t>(fd));
@@ -38,7 +91,7 @@ int from_arg(void* arg)
 
 void reply(int fd, const SystemMsg* msg)
 {
-    send_data(fd, msg, sizeof *msg);
+    client_send(fd, msg, sizeof *msg);
 }
 
 // Copies text into a fixed field, always NUL-terminated and never past it.
@@ -131,9 +184,18 @@ int system_service_fd()
 
 int handle_new_coming(void* arg)
 {
-    const int client = get_new_comming_client(from_arg(arg));
-    if (client < 1)
+    const int listen_fd = from_arg(arg);
+    const int client = get_new_comming_client(listen_fd);
+    if (client < 1) {
+        if (errno == EMFILE || errno == ENFILE) {
+            // No descriptor to be had: the pending connection stays readable,
+            // so the loop would call again at once for as long as the
+            // shortage lasts. The listener rests a little instead.
+            remove_monitor_handle(listen_fd);
+            accept_paused_until_ms = client_clock_ms() + ACCEPT_PAUSE_MS;
+        }
         return -1;
+    }
     // A connection the full monitor list cannot take would never be served:
     // it is closed at once, so the client learns and the descriptor is not
     // lost.
@@ -145,16 +207,91 @@ int handle_new_coming(void* arg)
 int handle_new_client_data(void* arg)
 {
     const int fd = from_arg(arg);
-    uint8_t bytes[SYSTEM_MSG_SIZE] = {};
-    if (recv_need_len_data(fd, bytes, sizeof bytes, sizeof bytes) != static_cast<int>(sizeof bytes)) {
-        remove_monitor_handle(fd);
-        handle_inputsys_close(fd);
-        close_connect(fd);
+    PartialRecord* part = partial_of(fd);
+    PartialRecord fresh;
+    PartialRecord& rec = part != nullptr ? *part : fresh;
+    const ssize_t n = recv(fd, rec.bytes.data() + rec.have, rec.bytes.size() - static_cast<std::size_t>(rec.have),
+                           MSG_DONTWAIT);
+    if (n == 0) {
+        TLOG(LEVEL_DEBUG, "Server closed connection\n");
+        close_connection(fd);
+        return 0;
+    }
+    if (n < 0) {
+        if (errno == EAGAIN || errno == EINTR)
+            return 0;  // nothing after all; the connection stays
+        TLOG(LEVEL_ERROR, "recv,err is %d", errno);
+        close_connection(fd);
+        return 0;
+    }
+    rec.have += static_cast<int>(n);
+    if (rec.have < static_cast<int>(SYSTEM_MSG_SIZE)) {
+        if (part == nullptr) {
+            part = partial_of(0);
+            if (part == nullptr) {  // cannot happen: one slot per served connection
+                close_connection(fd);
+                return 0;
+            }
+            *part = rec;
+            part->fd = fd;
+            part->deadline_ms = client_clock_ms() + RECORD_WAIT_MS;
+        }
         return 0;
     }
     SystemMsg msg;
-    std::memcpy(&msg, bytes, sizeof msg);
+    std::memcpy(&msg, rec.bytes.data(), sizeof msg);
+    if (part != nullptr)
+        *part = {};
     return handle_system_msg(fd, &msg);
+}
+
+int system_service_housekeeping()
+{
+    const int64_t now = client_clock_ms();
+    int64_t next = -1;
+    auto sooner = [&](int64_t due) {
+        if (next < 0 || due - now < next)
+            next = due - now;
+    };
+    for (PartialRecord& p : partials) {
+        if (p.fd == 0)
+            continue;
+        if (now < p.deadline_ms) {
+            sooner(p.deadline_ms);
+            continue;
+        }
+        // The rest of the record never came: the connection is dropped.
+        const int fd = p.fd;
+        TLOG(LEVEL_ERROR, "recv_need_len_data failed needlen =%d, nrecvLen=%d, ncount=%d\n",
+             static_cast<int>(SYSTEM_MSG_SIZE), p.have, 0);
+        close_connection(fd);
+    }
+    if (accept_paused_until_ms != 0) {
+        if (now >= accept_paused_until_ms) {
+            accept_paused_until_ms = 0;
+            if (system_fd > 0)
+                add_monitor_handle(system_fd, handle_new_coming, as_arg(system_fd));
+        } else {
+            sooner(accept_paused_until_ms);
+        }
+    }
+    return static_cast<int>(next);
+}
+
+void drop_client_connection(int fd)
+{
+    if (fd <= 0 || fd == system_fd)
+        return;
+    // The links have their own ends, which also bring them up again.
+    if (fd == getIpcHanle()) {
+        handleIPCDisconnected(fd);
+        return;
+    }
+    if (fd == gs_indpfd.load()) {
+        handleINDPDisconnected(fd);
+        return;
+    }
+    close_connection(fd);
 }
 
 int start_system_service()
@@ -189,6 +326,7 @@ void stop_system_service()
     close_connect(system_fd);
     remove_monitor_handle(system_fd);
     system_fd = 0;
+    accept_paused_until_ms = 0;
 }
 
 int handle_system_msg(int fd, SystemMsg* msg)

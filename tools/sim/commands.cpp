@@ -11,6 +11,7 @@
 #include "client/args.h"
 #include "client/input_names.h"
 #include "sim/evemu.h"
+#include "sim/keys.h"
 
 namespace emul {
 namespace {
@@ -63,12 +64,21 @@ const char* Interpreter::help_text()
            "touch X Y [on DEVICE]                a tap at raw coordinates 0..4095 (default: touchscreen)\n"
            "touch down X Y [on DEVICE] | touch move X Y | touch up\n"
            "touch double X Y [on DEVICE]         a double tap\n"
+           "scan TEXT | scan --cdc TEXT          a barcode from the keyboard-wedge scanner (typed, then\n"
+           "                                     Enter) or from the CDC scanner on /dev/ttyACM0 (then CR)\n"
+           "scanner-client [--screen 0|1] [--off] [NAME]\n"
+           "                                     a scanner client in the sim: declares the devices named\n"
+           "                                     NAME... (default Barcode Scanner) scanners (--off: input\n"
+           "                                     devices again), routes scans to the focused screen or to\n"
+           "                                     screen N, and shows the inventories and scans it receives\n"
            "mode [clone|extern|double-player] [tactorctl mode set options]   show or switch the mode\n"
            "ctl ARGS...                          any tactorctl command (ctl --help lists them)\n"
            "replay FILE [on DEVICE] [fast]       plays an evemu recording (.events) into a device\n"
+           "snapshot FILE.png                    what the emulated /dev/fb0 shows, as a PNG image\n"
            "wait SECONDS | say TEXT              pause | print a note\n"
            "expect SOURCE TEXT                   wait up to 4 s for a line of SOURCE (screen 0, keyboard,\n"
-           "                                     ...) holding TEXT since the last action; fails otherwise\n"
+           "                                     scan-client, scan-service, sim, ...) holding TEXT since\n"
+           "                                     the last action; fails otherwise\n"
            "demo                                 the demonstration again\n"
            "help | quit\n";
 }
@@ -173,6 +183,8 @@ bool Interpreter::run(const std::string& line)
             transcript_.line(d.name, "--",
                              (d.node >= 0 ? "/dev/event" + std::to_string(d.node) : std::string("unplugged")) + ", " +
                                  d.dev.phys + ": " + d.what);
+        transcript_.line("cdc-scanner", "--",
+                         std::string(Panel::kCdcNode) + ": USB CDC barcode scanner (scan --cdc TEXT)");
         return true;
     }
 
@@ -226,21 +238,27 @@ bool Interpreter::run(const std::string& line)
             press("keyboard", EV_KEY, code->second, 0);
     } else if (cmd == "type") {
         for (const char c : rest_of(w, 1)) {
-            const bool upper = std::isupper(static_cast<unsigned char>(c)) != 0;
-            const std::string name = c == ' ' ? "KEY_SPACE"
-                                              : "KEY_" + std::string(1, static_cast<char>(std::toupper(
-                                                                            static_cast<unsigned char>(c))));
-            const auto code = tools::parse_code_name(name);
-            if (!code || code->first != EV_KEY) {
+            const auto stroke = stroke_for(c);
+            if (!stroke) {
                 fail(std::string("type: no key for '") + c + "'");
                 continue;
             }
-            const bool ok = (!upper || press("keyboard", EV_KEY, KEY_LEFTSHIFT, 1)) &&
-                            press("keyboard", EV_KEY, code->second, 1) && press("keyboard", EV_KEY, code->second, 0) &&
-                            (!upper || press("keyboard", EV_KEY, KEY_LEFTSHIFT, 0));
+            const bool ok = (!stroke->shift || press("keyboard", EV_KEY, KEY_LEFTSHIFT, 1)) &&
+                            press("keyboard", EV_KEY, stroke->code, 1) && press("keyboard", EV_KEY, stroke->code, 0) &&
+                            (!stroke->shift || press("keyboard", EV_KEY, KEY_LEFTSHIFT, 0));
             if (!ok)
                 break;
         }
+    } else if (cmd == "scan") {
+        scan(w);
+    } else if (cmd == "scanner-client") {
+        scanner_client(w);
+    } else if (cmd == "snapshot") {
+        if (w.size() != 2)
+            return fail("snapshot takes a file name (FILE.png)");
+        if (!panel_.snapshot(w[1], error))
+            return fail(error);
+        transcript_.line("sim", "--", "the screen (/dev/fb0) written to " + w[1]);
     } else if (cmd == "touch") {
         touch(w);
     } else if (cmd == "mode") {
@@ -401,6 +419,62 @@ void Interpreter::replay(const std::vector<std::string>& w)
         if (fast)
             std::this_thread::sleep_for(5ms);
     }
+}
+
+void Interpreter::scan(const std::vector<std::string>& w)
+{
+    // scan [--cdc] TEXT
+    const bool cdc = w.size() > 1 && w[1] == "--cdc";
+    const std::string text = rest_of(w, cdc ? 2 : 1);
+    if (text.empty()) {
+        fail("scan takes the barcode's text (scan --cdc TEXT: from the CDC scanner)");
+        return;
+    }
+    std::string error;
+    if (cdc) {
+        bool lost = false;
+        if (!panel_.cdc_scan(text + "\r", lost, error))
+            fail(error);
+        else if (lost)
+            transcript_.line("sim", "--",
+                             "no reader holds /dev/ttyACM0 open (the daemon reads it once a scanner client has "
+                             "connected): the scan is lost");
+        return;
+    }
+    char bad = 0;
+    const auto frames = typing_frames(text + "\n", bad);
+    if (!frames) {
+        fail(std::string("scan: the scanner has no key for '") + bad + "'");
+        return;
+    }
+    if (!panel_.play("scanner", *frames, error, "types \"" + text + "\" and Enter"))
+        fail(error);
+}
+
+void Interpreter::scanner_client(const std::vector<std::string>& w)
+{
+    // scanner-client [--screen 0|1] [--off] [NAME]
+    int screen = -1;
+    bool on = true;
+    std::size_t at = 1;
+    for (; at < w.size() && w[at].rfind("--", 0) == 0; ++at) {
+        if (w[at] == "--off") {
+            on = false;
+        } else if (w[at] == "--screen" && at + 1 < w.size() && (w[at + 1] == "0" || w[at + 1] == "1")) {
+            screen = w[++at][0] - '0';
+        } else {
+            fail("scanner-client takes [--screen 0|1] [--off] [NAME]");
+            return;
+        }
+    }
+    const std::string name = at < w.size() ? rest_of(w, at) : "Barcode Scanner";
+    if (!scanner_client_.configure(name, on, screen)) {
+        fail("the scanner client library could not connect or send");
+        return;
+    }
+    transcript_.line("scan-client", "--",
+                     "\"" + name + "\" declared " + (on ? "a scanner" : "an ordinary input device") + ", scans routed to " +
+                         (screen < 0 ? std::string("the focused screen") : "screen " + std::to_string(screen)));
 }
 
 void Interpreter::plug_recording(const std::vector<std::string>& w)

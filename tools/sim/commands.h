@@ -1,11 +1,13 @@
 // The simulated panel's commands, typed at its prompt or read from a script:
-// plug and unplug devices, move, click, type, touch, switch modes, replay a
-// recording, and (for scripts) wait for what a client should receive.
+// plug and unplug devices, move, click, type, touch, scan barcodes, switch
+// modes, replay a recording, take a snapshot of the screen, and (for
+// scripts) wait for what a client should receive.
 #pragma once
 
 #include <string>
 
 #include "sim/panel.h"
+#include "sim/scanner_client.h"
 #include "sim/transcript.h"
 
 namespace emul {
@@ -28,11 +30,14 @@ private:
     void touch(const std::vector<std::string>& words);
     void replay(const std::vector<std::string>& words);
     void plug_recording(const std::vector<std::string>& words);
+    void scan(const std::vector<std::string>& words);
+    void scanner_client(const std::vector<std::string>& words);
     // One event and its SYN_REPORT; false (counted) when it cannot be played.
     bool press(const std::string& device, uint16_t type, uint16_t code, int32_t value);
 
     Panel& panel_;
     Transcript& transcript_;
+    ScannerClient scanner_client_{transcript_};
     int failures_ = 0;
     std::size_t mark_ = 0;      // transcript lines before the last action
     int tracking_id_ = 0;       // of the next multi-touch contact

@@ -179,14 +179,14 @@ std::size_t EvdevTestbed::record_size() const
     return arm32_records_ ? sizeof(tactord::input_event) : sizeof(::input_event);
 }
 
-std::vector<tactord::input_event> EvdevTestbed::decode(const void* data, std::size_t len) const
+std::vector<tactord::input_event> EvdevTestbed::decode_records(bool arm32, const void* data, std::size_t len)
 {
     std::vector<tactord::input_event> out;
     const auto* bytes = static_cast<const uint8_t*>(data);
-    const std::size_t size = record_size();
+    const std::size_t size = arm32 ? sizeof(tactord::input_event) : sizeof(::input_event);
     for (std::size_t off = 0; off + size <= len; off += size) {
         tactord::input_event e;
-        if (arm32_records_) {
+        if (arm32) {
             std::memcpy(&e, bytes + off, size);
         } else {
             ::input_event r;

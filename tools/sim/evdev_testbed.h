@@ -48,7 +48,12 @@ public:
     bool play(int node, const std::vector<tactord::input_event>& events);
     // Records in the layout of the daemon served, as read from a node's
     // other end (a partial record at the end is left out).
-    std::vector<tactord::input_event> decode(const void* data, std::size_t len) const;
+    std::vector<tactord::input_event> decode(const void* data, std::size_t len) const
+    {
+        return decode_records(arm32_records_, data, len);
+    }
+    // The same for a reader without a testbed: ARMv7 records when arm32.
+    static std::vector<tactord::input_event> decode_records(bool arm32, const void* data, std::size_t len);
     // The size of one such record: 16 bytes on ARMv7, 24 on x86-64.
     std::size_t record_size() const;
     // Writes raw bytes into the node.

@@ -9,14 +9,19 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "client/record_text.h"
+#include "common/usb_gun/usbscangun_manger.h"
+#include "sim/input_listing.h"
 #include "tactorctl/ctl.h"
 
 namespace emul {
@@ -29,6 +34,17 @@ using namespace std::chrono_literals;
 constexpr std::size_t kRecordsPerWrite = 10;
 // Node numbers the daemon's hot-plug monitor looks at.
 constexpr int kNodes = 16;
+
+// A keyboard-wedge barcode scanner behind a hub on the keyboard's port: to
+// the daemon a keyboard of the main screen until a scanner client declares
+// it a scanner by its name.
+BoardDevice wedge_scanner()
+{
+    TestDevice dev = devices::full_keyboard().on("usb-musb-hdrc.1-1.1.2/input0");
+    dev.name = "Barcode Scanner";
+    dev.ev = {EV_SYN, EV_KEY, EV_REP};
+    return {"scanner", "USB keyboard-wedge barcode scanner behind the keyboard's hub (scan TEXT)", dev};
+}
 
 std::vector<std::string> split_words(const std::string& text)
 {
@@ -62,10 +78,8 @@ Panel::~Panel()
     stop_.store(true);
     if (watcher_.joinable())
         watcher_.join();
-    for (const pid_t pid : clients_) {
+    for (const pid_t pid : clients_)
         kill(pid, SIGTERM);
-        waitpid(pid, nullptr, 0);
-    }
     for (std::thread& t : readers_)
         t.join();
     daemon_.reset();
@@ -82,7 +96,7 @@ bool Panel::start(std::string& error)
         error = "cannot run the display client " + options_.events_binary;
         return false;
     }
-    for (const char* dir : {"/var/log", "/tmp", "/proc", "/work"})
+    for (const char* dir : {"/var/log", "/tmp", "/proc/bus/input", "/work"})
         fs::create_directories(options_.root + dir, ec);
     fs::copy_file(options_.port_conf, options_.root + "/work/port.conf", fs::copy_options::overwrite_existing, ec);
     if (ec) {
@@ -101,6 +115,16 @@ bool Panel::start(std::string& error)
     dev_mod_cfg_ = std::make_unique<DevModCfgEmulator>(bed_->testbed());
     for (const BoardDevice& b : board())
         devices_.push_back({b.name, b.what, b.dev});
+    const BoardDevice scanner = wedge_scanner();
+    devices_.push_back({scanner.name, scanner.what, scanner.dev});
+    write_listing();
+    if (!bed_->add_acm(kCdcPort)) {
+        error = std::string("cannot emulate ") + kCdcNode;
+        return false;
+    }
+    // The scanner service's log, shown as it grows: what a scanner client
+    // makes the service do.
+    fs::remove(options_.root + SCANNER_LOG_PATH, ec);
 
     Launch launch;
     launch.umockdev_preload = true;
@@ -118,13 +142,14 @@ bool Panel::start(std::string& error)
     transcript_.line("sim", "--",
                      "tactord " + options_.daemon_args + " started in " + options_.root + " (its log: " +
                          launch.log_path + ")");
-    if (!start_client(0, error) || !start_client(1, error))
-        return false;
+    for (const int screen : options_.client_screens)
+        if (!start_client(screen, error))
+            return false;
     watcher_ = std::thread([this] { watch_devices(); });
     for (const BoardDevice& b : board())
         if (!plug(b.name, error))
             return false;
-    return true;
+    return plug(scanner.name, error);
 }
 
 bool Panel::daemon_alive()
@@ -157,16 +182,20 @@ bool Panel::start_client(int screen, std::string& error)
         return false;
     }
     clients_.push_back(pid);
-    readers_.emplace_back([this, screen, fd = fds[0]] { read_client(screen, fd); });
+    readers_.emplace_back([this, screen, pid, fd = fds[0]] { read_client(screen, pid, fd); });
     // The client's first line is the answer that shows it is registered.
     if (!transcript_.wait_for("screen " + std::to_string(screen), "reply TYPE_MODE_GET", since, 15s)) {
         error = "the display client of screen " + std::to_string(screen) + " did not register";
         return false;
     }
+    // Ending it frees the screen for a client of one's own.
+    transcript_.line("sim", "--",
+                     "display client of screen " + std::to_string(screen) + " (tactord-events, pid " +
+                         std::to_string(pid) + ")");
     return true;
 }
 
-void Panel::read_client(int screen, int fd)
+void Panel::read_client(int screen, pid_t pid, int fd)
 {
     const std::string source = "screen " + std::to_string(screen);
     std::string pending;
@@ -182,6 +211,14 @@ void Panel::read_client(int screen, int fd)
             transcript_.line(source, "<<", pending.substr(0, nl));
     }
     close(fd);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    if (stop_.load())
+        return;
+    const std::string how = WIFEXITED(status) ? "exit status " + std::to_string(WEXITSTATUS(status))
+                                              : "signal " + std::to_string(WTERMSIG(status));
+    transcript_.line("sim", "--",
+                     "the display client of " + source + " ended (" + how + "): the screen is free for another client");
 }
 
 void Panel::watch_devices()
@@ -199,6 +236,7 @@ void Panel::watch_devices()
                     names.push_back(d.name);
                 }
         }
+        follow_scan_log();
         if (fds.empty() || poll(fds.data(), fds.size(), 50) <= 0) {
             usleep(50000);
             continue;
@@ -217,6 +255,39 @@ void Panel::watch_devices()
             }
         }
         usleep(20000);
+    }
+}
+
+void Panel::follow_scan_log()
+{
+    std::FILE* f = std::fopen((options_.root + SCANNER_LOG_PATH).c_str(), "rb");
+    if (f == nullptr)
+        return;
+    char buf[4096];
+    std::string fresh;
+    if (std::fseek(f, static_cast<long>(scan_log_read_), SEEK_SET) == 0)
+        for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;)
+            fresh.append(buf, n);
+    std::fclose(f);
+    scan_log_read_ += fresh.size();
+    scan_log_partial_ += fresh;
+    for (std::size_t nl; (nl = scan_log_partial_.find('\n')) != std::string::npos; scan_log_partial_.erase(0, nl + 1)) {
+        // "[seconds.microseconds][function:line] message\r\n": the message.
+        // A message without its own line end runs on into the next one's
+        // prefix, which goes too. Hex dumps of records ("[016]Data:...")
+        // are left out.
+        std::string text = scan_log_partial_.substr(0, nl);
+        if (!text.empty() && text.back() == '\r')
+            text.pop_back();
+        if (text.find("]Data:") != std::string::npos)
+            continue;
+        for (std::size_t at; (at = text.find("][")) != std::string::npos;) {
+            const std::size_t open = text.rfind('[', at), end = text.find("] ", at);
+            if (open == std::string::npos || end == std::string::npos)
+                break;
+            text.erase(open, end + 2 - open);
+        }
+        transcript_.line("scan-service", "--", text);
     }
 }
 
@@ -281,6 +352,7 @@ bool Panel::plug(const std::string& name, std::string& error)
         }
         d->node = node;
         d->fd = umockdev_testbed_get_dev_fd(bed_->testbed(), ("/dev/event" + std::to_string(node)).c_str());
+        write_listing();
         transcript_.line(name, "--", "plugged in as /dev/event" + std::to_string(node) + ": " + d->what);
     }
     // The hot-plug monitor looks every 200 ms; the classification line says
@@ -316,6 +388,7 @@ bool Panel::unplug(const std::string& name, std::string& error)
         bed_->remove(d->node);
         d->node = -1;
         d->fd = -1;
+        write_listing();
         transcript_.line(name, "--", "unplugged (" + devnode + " gone)");
     }
     if (!daemon_->wait_for(devnode + " fail to connect!", 0, 10s)) {
@@ -325,7 +398,8 @@ bool Panel::unplug(const std::string& name, std::string& error)
     return true;
 }
 
-bool Panel::play(const std::string& name, const std::vector<tactord::input_event>& events, std::string& error)
+bool Panel::play(const std::string& name, const std::vector<tactord::input_event>& events, std::string& error,
+                 const std::string& summary)
 {
     std::lock_guard<std::mutex> guard(mutex_);
     Device* d = lookup(name);
@@ -348,8 +422,68 @@ bool Panel::play(const std::string& name, const std::vector<tactord::input_event
             return false;
         }
     }
-    transcript_.line(name, ">>", frame_text(events));
+    transcript_.line(name, ">>", summary.empty() ? frame_text(events) : summary);
     return true;
+}
+
+void Panel::write_listing()
+{
+    // The input devices' sysfs directories, to name each node's.
+    gchar* root = umockdev_testbed_get_root_dir(bed_->testbed());
+    const std::string sys = std::string(root) + "/sys";
+    const std::string inputs = sys + "/devices/platform/test/input";
+    g_free(root);
+    std::vector<ListedNode> nodes;
+    for (const Device& d : devices_) {
+        if (d.node < 0)
+            continue;
+        ListedNode n{d.dev, d.node, "/devices/virtual/input/event" + std::to_string(d.node)};
+        std::error_code ec;
+        for (const auto& entry : std::filesystem::directory_iterator(inputs, ec))
+            if (std::filesystem::exists(entry.path() / ("event" + std::to_string(d.node)), ec))
+                n.sysfs = entry.path().string().substr(sys.size());
+        nodes.push_back(std::move(n));
+    }
+    std::sort(nodes.begin(), nodes.end(), [](const ListedNode& a, const ListedNode& b) { return a.node < b.node; });
+    // Replaced in one step: a reader sees the old listing or the new one.
+    const std::string path = options_.root + "/proc/bus/input/devices";
+    if (std::FILE* f = std::fopen((path + ".new").c_str(), "w")) {
+        const std::string text = input_devices_text(nodes);
+        const bool written = std::fwrite(text.data(), 1, text.size(), f) == text.size();
+        if (std::fclose(f) == 0 && written)
+            std::rename((path + ".new").c_str(), path.c_str());
+    }
+}
+
+bool Panel::cdc_scan(const std::string& bytes, bool& lost, std::string& error)
+{
+    // The service's CDC reader logs the port as plugged in once it holds it
+    // open; bytes that come before are flushed when it opens the port.
+    const std::string port = kCdcNode;
+    std::ifstream log(options_.root + SCANNER_LOG_PATH, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(log)), std::istreambuf_iterator<char>());
+    const auto times = [&text](const std::string& what) {
+        int n = 0;
+        for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+            ++n;
+        return n;
+    };
+    lost = times("ScanGun " + port + " is plugin") <= times("ScanGun " + port + " is plugout");
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (!bed_->write_acm(kCdcPort, bytes.data(), bytes.size())) {
+        error = "cannot write into " + port;
+        return false;
+    }
+    std::string shown;
+    for (const char c : bytes)
+        shown += c == '\r' ? std::string("\\r") : std::string(1, c);
+    transcript_.line("cdc-scanner", ">>", port + ": " + shown);
+    return true;
+}
+
+bool Panel::snapshot(const std::string& png_path, std::string& error) const
+{
+    return fb_ != nullptr && fb_->snapshot(png_path, error);
 }
 
 int Panel::ctl(const std::vector<std::string>& args)

@@ -1,9 +1,11 @@
 // The simulated panel: the board's devices emulated under umockdev (evdev
-// nodes, the framebuffer, /dev/dev_mod_cfg), the real tactord binary run under
-// the umockdev preload in a sandbox ($TACTORD_ROOT), and a display client for
-// screen 0 and one for screen 1 (tactord-events processes). Whatever the
-// clients receive, and whatever the daemon writes back to a device (keyboard
-// LEDs), goes to the transcript.
+// nodes, the framebuffer, /dev/dev_mod_cfg), a keyboard-wedge barcode scanner
+// and a CDC scanner on /dev/ttyACM0, the real tactord binary run under the
+// umockdev preload in a sandbox ($TACTORD_ROOT), and display clients for
+// screens 0 and 1 (tactord-events processes). Whatever the clients receive,
+// whatever the daemon writes back to a device (keyboard LEDs) and what its
+// scanner service logs goes to the transcript. $ROOT/proc/bus/input/devices
+// lists the plugged devices as the kernel would.
 #pragma once
 
 #include <sys/types.h>
@@ -31,6 +33,7 @@ struct PanelOptions {
     std::string port_conf;       // the seat file to use
     std::string events_binary;   // tactord-events
     std::string daemon_args = "-p 0 -d 2 -i 0";  // logs to standard output, warnings and errors
+    std::vector<int> client_screens = {0, 1};    // the screens the panel's own display clients hold
 };
 
 class Panel {
@@ -62,8 +65,19 @@ public:
     bool plug(const std::string& name, std::string& error);
     bool unplug(const std::string& name, std::string& error);
     // Writes events into the device (time-stamped now), at most ten records
-    // a write as a kernel node delivers them; shown in the transcript.
-    bool play(const std::string& name, const std::vector<tactord::input_event>& events, std::string& error);
+    // a write as a kernel node delivers them; shown in the transcript, as
+    // summary when one is given.
+    bool play(const std::string& name, const std::vector<tactord::input_event>& events, std::string& error,
+              const std::string& summary = {});
+
+    // The CDC scanner's port.
+    static constexpr int kCdcPort = 0;
+    static constexpr const char* kCdcNode = "/dev/ttyACM0";
+    // Bytes from the CDC scanner on /dev/ttyACM0. False when they could not
+    // be written; lost set when no reader had the port open to take them.
+    bool cdc_scan(const std::string& bytes, bool& lost, std::string& error);
+    // Writes what the emulated /dev/fb0 shows as a PNG file.
+    bool snapshot(const std::string& png_path, std::string& error) const;
 
     // Runs a tactorctl command in this process against the daemon; its
     // output goes to the transcript. Returns its exit status.
@@ -71,9 +85,13 @@ public:
 
 private:
     bool start_client(int screen, std::string& error);
-    void read_client(int screen, int fd);
+    void read_client(int screen, pid_t pid, int fd);
     void watch_devices();
+    // Shows the scanner service's new log lines.
+    void follow_scan_log();
     Device* lookup(const std::string& name);
+    // Rewrites $ROOT/proc/bus/input/devices; called with mutex_ held.
+    void write_listing();
 
     Transcript& transcript_;
     PanelOptions options_;
@@ -89,9 +107,11 @@ private:
     int next_node_ = 0;
 
     std::vector<pid_t> clients_;
-    std::vector<std::thread> readers_;
+    std::vector<std::thread> readers_;  // one per client; each reaps its client
     std::thread watcher_;
     std::atomic<bool> stop_{false};
+    std::size_t scan_log_read_ = 0;  // bytes of the scanner service's log shown (watcher thread only)
+    std::string scan_log_partial_;   // a line not yet complete (watcher thread only)
 };
 
 }  // namespace emul

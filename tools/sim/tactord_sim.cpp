@@ -1,20 +1,25 @@
 // tactord-sim: the simulated panel on an ordinary PC. It emulates the board's
-// devices, runs the real tactord under the emulation with two display
+// devices, runs the real tactord under the emulation with its own display
 // clients, plays a short demonstration and then takes commands from the
 // terminal, or runs a script of commands (--script FILE) and exits.
 #include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "sim/commands.h"
+#include "sim/console.h"
 #include "sim/panel.h"
+#include "sim/sandbox_lock.h"
 
 namespace {
 
@@ -29,19 +34,41 @@ int usage(std::FILE* to, int status)
 {
     std::fprintf(to,
                  "usage: tactord-sim [--script FILE] [--no-demo] [--root DIR] [--port-conf FILE] [--log-level N]\n"
-                 "                   [--daemon BINARY]\n"
+                 "                   [--clients 0,1|0|1|none] [--daemon BINARY]\n"
                  "Emulates the panel's board (a 1280x800 framebuffer, /dev/dev_mod_cfg, the board's touch panel,\n"
-                 "a USB touchscreen on seat 5, a USB keyboard on seat 1, a USB mouse on seat 2) under umockdev,\n"
-                 "runs the real tactord under it in a sandbox ($TACTORD_ROOT), and a display client for screen 0\n"
-                 "and one for screen 1 that print what they receive. Without --script it plays a demonstration\n"
-                 "and reads commands from the terminal (type help); with --script it runs the file's commands\n"
-                 "and exits: 0 when every command worked and every expectation was met, else 1.\n"
+                 "a USB touchscreen on seat 5, a USB keyboard on seat 1, a USB mouse on seat 2, a keyboard-wedge\n"
+                 "barcode scanner behind the keyboard's hub and a CDC scanner on /dev/ttyACM0) under umockdev,\n"
+                 "with $TACTORD_ROOT/proc/bus/input/devices listing the plugged devices, runs the real tactord\n"
+                 "under it in a sandbox ($TACTORD_ROOT), and display clients for screens 0 and 1 that print what\n"
+                 "they receive. Without --script it plays a demonstration and reads commands from the terminal\n"
+                 "(line editing and history; type help); with --script it runs the file's commands and exits:\n"
+                 "0 when every command worked and every expectation was met, else 1. A sandbox in use by another\n"
+                 "tactord-sim or tactord is refused (exit status 1).\n"
                  "  --root DIR       the sandbox (default: a new directory under /tmp, removed at the end)\n"
                  "  --port-conf FILE the seat file (default: the sample etc/port.conf)\n"
                  "  --log-level N    tactord's -d level (default 2: warnings and errors)\n"
+                 "  --clients LIST   the screens the sim's own display clients hold (default 0,1; none: no\n"
+                 "                   client, so that clients of your own can register)\n"
                  "  --daemon BINARY  the tactord to run (default: this build's); a target build (ARMv7) runs under\n"
                  "                   qemu-arm with the sysroot next to its build tree (scripts/install-deps)\n");
     return status;
+}
+
+// "0,1", "1", "none": the screens, each 0 or 1, once.
+bool parse_clients(const std::string& text, std::vector<int>& screens)
+{
+    screens.clear();
+    if (text == "none")
+        return true;
+    for (std::size_t at = 0; at <= text.size(); at += 2) {
+        const char c = text[at];
+        if ((c != '0' && c != '1') || (at + 1 < text.size() && text[at + 1] != ','))
+            return false;
+        if (std::find(screens.begin(), screens.end(), c - '0') != screens.end())
+            return false;
+        screens.push_back(c - '0');
+    }
+    return !screens.empty();
 }
 
 std::string self_dir()
@@ -54,6 +81,17 @@ std::string self_dir()
 
 int main(int argc, char** argv)
 {
+    // The panel's own process runs under the umockdev preload too, as the
+    // daemon does: a tactorctl command it runs (ctl) that opens a device
+    // node then reaches the emulated one, not this machine's.
+    if (const char* old = std::getenv("LD_PRELOAD"); old == nullptr || std::strstr(old, "libumockdev-preload") == nullptr) {
+        const std::string preload =
+            std::string("libumockdev-preload.so.0") + (old != nullptr && old[0] != '\0' ? ":" + std::string(old) : "");
+        setenv("LD_PRELOAD", preload.c_str(), 1);
+        execv("/proc/self/exe", argv);
+        std::perror("tactord-sim: re-exec under the umockdev preload");
+        return 1;
+    }
     std::signal(SIGPIPE, SIG_IGN);
     // Ctrl-C ends the session like "quit": the prompt's read is interrupted
     // (no restart), and the daemon, the clients and the sandbox are cleaned up.
@@ -81,6 +119,11 @@ int main(int argc, char** argv)
             own_root = false;
         } else if (arg == "--port-conf" && value) {
             options.port_conf = argv[++i];
+        } else if (arg == "--clients" && value) {
+            if (!parse_clients(argv[++i], options.client_screens)) {
+                std::fprintf(stderr, "tactord-sim: --clients takes 0,1 or 0 or 1 or none, not '%s'\n", argv[i]);
+                return usage(stderr, 2);
+            }
         } else if (arg == "--daemon" && value) {
             // The emulation reads it too: it writes the records of the
             // daemon's architecture.
@@ -110,6 +153,11 @@ int main(int argc, char** argv)
     }
 
     int status = 0;
+    emul::SandboxLock lock;
+    if (std::string error; !lock.acquire(options.root, error)) {
+        std::fprintf(stderr, "tactord-sim: %s\n", error.c_str());
+        return 1;
+    }
     {
         emul::Transcript transcript(stdout);
         emul::Panel panel(transcript, options);
@@ -128,16 +176,17 @@ int main(int argc, char** argv)
                             status == 0 ? "script done" : "script done, " + std::to_string(interpreter.failures()) +
                                                               " failure(s)");
         } else {
-            if (demo && g_interrupted == 0)
+            // The demonstration shows both screens' clients at work.
+            const bool both = options.client_screens.size() == 2;
+            if (demo && !both)
+                transcript.line("sim", "--", "no demonstration: it needs the display clients of screens 0 and 1");
+            if (demo && both && g_interrupted == 0)
                 interpreter.run("demo");
-            const bool tty = isatty(STDIN_FILENO) != 0;
-            for (std::string line;;) {
-                if (tty) {
-                    std::fputs("tactord-sim> ", stdout);
-                    std::fflush(stdout);
+            if (isatty(STDIN_FILENO) != 0) {
+                emul::run_console(interpreter, transcript, g_interrupted);
+            } else {
+                for (std::string line; g_interrupted == 0 && std::getline(std::cin, line) && interpreter.run(line);) {
                 }
-                if (g_interrupted != 0 || !std::getline(std::cin, line) || !interpreter.run(line))
-                    break;
             }
         }
     }

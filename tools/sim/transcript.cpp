@@ -1,14 +1,27 @@
 #include "sim/transcript.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <utility>
 
 namespace emul {
 
 void Transcript::line(const std::string& source, const char* arrow, const std::string& text)
 {
+    char head[64];
+    std::snprintf(head, sizeof head, "%-12s %s ", source.c_str(), arrow);
+    const std::string printed = head + text + "\n";
     std::lock_guard<std::mutex> guard(mutex_);
-    std::fprintf(out_, "%-12s %s %s\n", source.c_str(), arrow, text.c_str());
-    std::fflush(out_);
+    if (wake_fd_ >= 0) {
+        if (held_.empty() && write(wake_fd_, "", 1) < 0) {
+            // A full pipe already wakes the terminal's owner.
+        }
+        held_ += printed;
+    } else {
+        std::fputs(printed.c_str(), out_);
+        std::fflush(out_);
+    }
     lines_.push_back({source, text});
     last_ = std::chrono::steady_clock::now();
     changed_.notify_all();
@@ -31,6 +44,27 @@ bool Transcript::wait_for(const std::string& source, const std::string& what, st
                 return true;
         return false;
     });
+}
+
+void Transcript::hold(int wake_fd)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    wake_fd_ = wake_fd;
+}
+
+void Transcript::release()
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    wake_fd_ = -1;
+    std::fputs(held_.c_str(), out_);
+    std::fflush(out_);
+    held_.clear();
+}
+
+std::string Transcript::take_held()
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    return std::exchange(held_, {});
 }
 
 void Transcript::settle(std::chrono::milliseconds quiet, std::chrono::milliseconds max)

@@ -28,15 +28,25 @@ public:
     // Waits until no line has come for quiet since the call (at most max).
     void settle(std::chrono::milliseconds quiet, std::chrono::milliseconds max);
 
+    // While the prompt is shown, a line printed from another thread would
+    // break the one being typed: held, lines are kept back and a byte is
+    // written to wake_fd, so that the thread owning the terminal prints them
+    // (take_held) around the prompt. Released, they print as they come.
+    void hold(int wake_fd);
+    void release();
+    std::string take_held();
+
 private:
     struct Line {
         std::string source;
         std::string text;
     };
     std::FILE* out_;
-    mutable std::mutex mutex_;  // guards lines_ and last_
+    mutable std::mutex mutex_;  // guards lines_, last_, wake_fd_ and held_
     std::condition_variable changed_;
     std::vector<Line> lines_;
+    int wake_fd_ = -1;  // while held
+    std::string held_;
     std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
 };
 

@@ -116,7 +116,10 @@ protected:
     const EvtCtrl_t& slot_ = TactordCtrl.evtctrl[3];
 };
 
-TEST_F(ScanPass, AppearanceAndDisappearanceReachTheRegistry)
+// Plugging, unplugging and lending a node while it is plugged: the
+// input-device and scanner-service system tests. Here: what a pass records,
+// and a node unplugged while lent.
+TEST_F(ScanPass, ANodeUnpluggedWhileLentIsForgottenAndComesBackAsNew)
 {
     plug();
     hotplug_scan_pass();
@@ -125,41 +128,20 @@ TEST_F(ScanPass, AppearanceAndDisappearanceReachTheRegistry)
     EXPECT_STREQ(slot_.syspath, "usb-musb-hdrc.1-1.2/input0\n");
     ASSERT_NE(get_input_info(2), nullptr);
     EXPECT_STREQ(get_input_info(2)->device, slot_.devnode);
-
     ADEventToTactord(3);  // not lent: nothing to give back
     hotplug_scan_pass();  // no change, no second record
     EXPECT_EQ(slot_.bScanCtrl, 0);
     EXPECT_EQ(get_input_info(2)->next.load(), nullptr);
 
-    unplug();
-    hotplug_scan_pass();
-    EXPECT_EQ(slot_.dev_flag, 0);
-    EXPECT_EQ(slot_.bExit, 0);
-    EXPECT_EQ(get_input_info(2), nullptr);
-}
-
-TEST_F(ScanPass, LentNodeLeavesTheRegistryAndComesBackOrEndsWithTheUnplug)
-{
-    plug();
-    hotplug_scan_pass();
-    ASSERT_NE(get_input_info(2), nullptr);
     RMEventFromTactord(3);
     hotplug_scan_pass();
     EXPECT_EQ(get_input_info(2), nullptr);
     EXPECT_EQ(slot_.bScanCtrl, 1);
     hotplug_scan_pass();
     EXPECT_EQ(scan_log_count("Insert Scan event3...\r\n"), 1);
-    EXPECT_EQ(get_input_info(2), nullptr);
-
-    ADEventToTactord(3);
-    hotplug_scan_pass();
-    EXPECT_NE(get_input_info(2), nullptr);
-    EXPECT_EQ(slot_.bScanCtrl, 0);
-
-    RMEventFromTactord(3);
-    hotplug_scan_pass();
     unplug();
     hotplug_scan_pass();
+    EXPECT_EQ(slot_.dev_flag, 0);
     EXPECT_EQ(slot_.bScanCtrl, 0);
     EXPECT_EQ(scan_log_count("Remove Scan event3...\r\n"), 1);
     plug();

@@ -52,37 +52,26 @@ TEST(Log, TwoAndAboveAndNegativesSelectSyslog)
     }
 }
 
-TEST(Log, StdoutHasNoPrefixAndLinesAreCutAt510CharactersIncludingThePrefix)
+// The second pass over the finished line: conversions from a configuration
+// line, a sysfs path or a peer address stand as they are, "%%" becomes "%".
+TEST(Log, LinesAreCutAt510CharactersAndFormattedASecondTime)
 {
     const std::string text(600, 'x');
     {
         LogCapture log;
         log_write(LEVEL_ERROR, "func", 12, "%s", text.c_str());
+        log_write(LEVEL_ERROR, "f", 1, "%s\n", "StartSection %n%n%s%d %% %5.2f %");
         const std::string prefix = "[TACTORD] func:12 ";
-        ASSERT_EQ(log.lines().size(), 1u);
+        ASSERT_EQ(log.lines().size(), 2u);
         EXPECT_EQ(log.lines()[0].text, prefix + text.substr(0, 510 - prefix.size()));
+        EXPECT_EQ(log.lines()[1].text, "[TACTORD] f:1 StartSection %n%n%s%d % %5.2f %\n");
     }
+    // Standard output has no prefix (conversions there: the daemon start-up test).
     set_log_to_stdout(LOG_PLACE_STDOUT);
     testing::internal::CaptureStdout();
-    log_write(LEVEL_ERROR, "f", 1, "plain %s\n", "100%%");  // formatted twice
+    log_write(LEVEL_ERROR, "f", 1, "plain %s\n", "100%%");
     log_write(LEVEL_ERROR, "func", 12, "%s", text.c_str());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "plain 100%\n" + text.substr(0, 510));
-}
-
-TEST(Log, TheSecondPassTurnsDoublePercentIntoOneAndWritesOtherConversionsAsTheyStand)
-{
-    // Text from a configuration line, a sysfs path or a peer address.
-    const char* text = "StartSection %n%n%s%d %% %5.2f %";
-    {
-        LogCapture log;
-        log_write(LEVEL_ERROR, "f", 1, "%s\n", text);
-        ASSERT_EQ(log.lines().size(), 1u);
-        EXPECT_EQ(log.lines()[0].text, "[TACTORD] f:1 StartSection %n%n%s%d % %5.2f %\n");
-    }
-    set_log_to_stdout(LOG_PLACE_STDOUT);
-    testing::internal::CaptureStdout();
-    log_write(LEVEL_ERROR, "f", 1, "%s\n", text);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "StartSection %n%n%s%d % %5.2f %\n");
 }
 
 class LogFile : public testing::Test {

@@ -55,7 +55,8 @@ TEST_F(VrNamedSem, CountsFromTheInitialValueAndIsSharedByName)
     EXPECT_EQ(sem_trywait(b), 0);
 }
 
-// A task body that reports what it saw and then waits to be released.
+// Task bodies report where they run and wait to be released, so that the
+// table stays full while the test looks.
 struct task_probe {
     std::mutex lock;  // guards every field below
     std::condition_variable cv;
@@ -64,6 +65,12 @@ struct task_probe {
     bool release = false;
     std::string name;
     size_t stack = 0;
+
+    void wait_started(int n)
+    {
+        std::unique_lock<std::mutex> guard(lock);
+        cv.wait(guard, [&] { return started == n; });
+    }
 };
 
 void probe_entry(void* arg)
@@ -78,22 +85,14 @@ void probe_entry(void* arg)
         pthread_attr_destroy(&attr);
     }
     std::unique_lock<std::mutex> guard(p->lock);
-    p->name = name;
-    p->stack = stack;
-    ++p->started;
+    if (p->started++ == 0) {
+        p->name = name;
+        p->stack = stack;
+    }
     p->cv.notify_all();
     p->cv.wait(guard, [p] { return p->release; });
     ++p->finished;
     p->cv.notify_all();
-}
-
-// Releases the tasks and waits until none touches the probe any more.
-void release_all(task_probe& p)
-{
-    std::unique_lock<std::mutex> guard(p.lock);
-    p.release = true;
-    p.cv.notify_all();
-    p.cv.wait(guard, [&p] { return p.finished == p.started; });
 }
 
 TEST(VrCreateTask, RunsTasksOnNamedThreadsWithTheRequestedStackUpToTheTableSize)
@@ -104,20 +103,18 @@ TEST(VrCreateTask, RunsTasksOnNamedThreadsWithTheRequestedStackUpToTheTableSize)
     VR_TASK_ID id = -1;
     ASSERT_EQ(VR_CreateTask(&id, "touchscreen process", probe_entry, &probe, 102400, 15), 0);
     EXPECT_GE(id, 0);
-    {
-        std::unique_lock<std::mutex> guard(probe.lock);
-        probe.cv.wait(guard, [&] { return probe.started == 1; });
-        EXPECT_EQ(probe.name, "touchscreen pro");  // the platform keeps 15 characters
-        EXPECT_GE(probe.stack, 102400u);
-    }
+    probe.wait_started(1);  // the first task's name and stack are recorded
     for (int i = 1; i < VR_MAX_TASKS; ++i)
         ASSERT_EQ(VR_CreateTask(nullptr, "filler", probe_entry, &probe, 0, 1), 0) << i;
     EXPECT_EQ(VR_CreateTask(nullptr, "one too many", probe_entry, &probe, 0, 1), -1);
-    {
-        std::unique_lock<std::mutex> guard(probe.lock);
-        probe.cv.wait(guard, [&] { return probe.started == VR_MAX_TASKS; });
-    }
-    release_all(probe);
+    probe.wait_started(VR_MAX_TASKS);
+
+    std::unique_lock<std::mutex> guard(probe.lock);
+    EXPECT_EQ(probe.name, "touchscreen pro");  // the platform keeps 15 characters
+    EXPECT_GE(probe.stack, 102400u);
+    probe.release = true;
+    probe.cv.notify_all();
+    probe.cv.wait(guard, [&] { return probe.finished == probe.started; });
 }
 
 TEST(VrGetTimeStamp, CountsMillisecondsOfTheMonotonicClock)
