@@ -16,11 +16,13 @@
 #include "common/client_send.h"
 #include "common/communicate.h"
 #include "common/cursor_timer.h"
+#include "common/instance_lock.h"
 #include "common/keyaudio/key_voice.h"
 #include "common/keyboard_manager.h"
 #include "common/log.h"
 #include "common/multi_config.h"
 #include "common/screen_manager.h"
+#include "common/service_notify.h"
 #include "common/system_msg.h"
 #include "common/system_msg_internal.h"
 #include "common/usb_gun/usbscangun_manger.h"
@@ -69,19 +71,33 @@ void signal_initcapture()
         signal(sig, signal_handler);
 }
 
-tactord_options parse_options(int argc, char** argv)
+tactord_options parse_options(int argc, char** argv, FILE* warnings)
 {
     tactord_options opts;
     for (int i = 1; i < argc; ++i) {
         const char* arg = argv[i];
+        if (std::strcmp(arg, "-h") == 0 || std::strcmp(arg, "--help") == 0) {
+            opts.help = true;
+            continue;
+        }
+        if (std::strcmp(arg, "--version") == 0) {
+            opts.version = true;
+            continue;
+        }
         const bool known = std::strcmp(arg, "-d") == 0 || std::strcmp(arg, "-p") == 0 ||
                            std::strcmp(arg, "-t") == 0 || std::strcmp(arg, "-i") == 0;
-        if (!known)
-            continue;  // unknown arguments are skipped silently
+        if (!known) {
+            // Still skipped, so that a command line written for another
+            // release starts the daemon, but no longer silently.
+            std::fprintf(warnings, "tactord: ignoring unknown option '%s' (tactord --help lists the options)\n", arg);
+            continue;
+        }
         // An option given last has no value; it is ignored instead of reading
         // past the argument list.
-        if (i + 1 >= argc)
+        if (i + 1 >= argc) {
+            std::fprintf(warnings, "tactord: ignoring option %s: it needs a value\n", arg);
             break;
+        }
         const int value = static_cast<int>(std::strtol(argv[++i], nullptr, 10));
         switch (arg[1]) {
         case 'd': set_log_level(value); break;
@@ -92,6 +108,28 @@ tactord_options parse_options(int argc, char** argv)
         }
     }
     return opts;
+}
+
+void print_usage(FILE* out)
+{
+    std::fprintf(out,
+                 "Usage: tactord [-d LEVEL] [-p DEST] [-t TYPE] [-i 0|1]\n"
+                 "Input-management daemon: reads the input devices and delivers their events to the\n"
+                 "display clients of the control socket %s.\n"
+                 "\n"
+                 "  -d LEVEL   log threshold: 0 info, 1 debug, 2 warn, 3 error (default)\n"
+                 "  -p DEST    log to 0 standard output, 1 /var/log/tactord.log (needs /var/log),\n"
+                 "             2 syslog (default)\n"
+                 "  -t TYPE    events to the remote screen: 0 mouse records (default), else raw events\n"
+                 "  -i 0|1     0: do not start the remote-screen clients (default 1)\n"
+                 "  -h, --help this text\n"
+                 "  --version  print the version\n"
+                 "\n"
+                 "port.conf is read from the working directory. One daemon runs per root (lock %s).\n"
+                 "TACTORD_ROOT=DIR puts the daemon's sockets, logs and lock under DIR. Under a service\n"
+                 "manager that sets NOTIFY_SOCKET the daemon reports READY=1 once the control socket\n"
+                 "listens, and WATCHDOG=1 when WATCHDOG_USEC asks for it.\n",
+                 SYSTEM_MSG_SOCKET, INSTANCE_LOCK_PATH);
 }
 
 void main_loop_pass(int* max_fd)
@@ -135,6 +173,27 @@ void main_loop_pass(int* max_fd)
     UnlockIpcSocket();
 }
 
+namespace {
+
+// One daemon per root, decided before the first log line: in file mode that
+// line rotates the log, which belongs to the daemon already running.
+void claim_instance()
+{
+    pid_t holder = 0;
+    const int taken = take_instance_lock(&holder);
+    if (taken == 1) {
+        std::fprintf(stderr, "tactord is already running (pid %d)\n", static_cast<int>(holder));
+        std::exit(1);
+    }
+    // The daemon owns every input device: where the lock file cannot be
+    // made (a read-only /var) it still comes up, unguarded, and says so.
+    if (taken < 0)
+        std::fprintf(stderr, "tactord: cannot take the lock %s (%s): a second instance would not be refused\n",
+                     INSTANCE_LOCK_PATH, std::strerror(errno));
+}
+
+}  // namespace
+
 void input_manager_main(int argc, char** argv)
 {
     // A supervisor reading our standard output gets every line as it is
@@ -142,6 +201,14 @@ void input_manager_main(int argc, char** argv)
     std::setvbuf(stdout, nullptr, _IONBF, 0);
 
     const tactord_options opts = parse_options(argc, argv);
+    if (opts.help || opts.version) {
+        if (opts.help)
+            print_usage(stdout);
+        else
+            std::printf("tactord %s\n", tactordVersion());
+        std::exit(0);
+    }
+    claim_instance();
     print_my_version();
     signal_initcapture();
     // Every thread started from here on (the adapter's tasks included)
@@ -158,7 +225,7 @@ void input_manager_main(int argc, char** argv)
         initIpcClient();
         InitArmIndpScreenClient();
     }
-    start_system_service();
+    const int control = start_system_service();
     start_hotplug_service();
     init_cursor_timer();
     UsbScanGunInit();
@@ -166,6 +233,13 @@ void input_manager_main(int argc, char** argv)
     TLOG(LEVEL_DEBUG, "nice is %d\n", nice(-20));
     nWatdogReset.store(0, std::memory_order_relaxed);
     Init_Watch(1, &nWatdogReset, 30);
+    // Units ordered after the daemon (the calibration restore, display
+    // clients) start once it is ready: the control socket listens and the
+    // loop below serves it. Without the socket no client can reach the
+    // daemon, so it does not claim readiness and the manager's start
+    // time-out restarts it.
+    if (control == 0 && service_notify("READY=1") < 0)
+        TLOG(LEVEL_ERROR, "cannot notify the service manager at %s\n", std::getenv("NOTIFY_SOCKET"));
 
     mask_caught_signals(false);
     int max_fd = 0;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdio>
 
 inline constexpr const char* TACTORD_VERSION = "17.0221.1137";
 
@@ -12,10 +13,16 @@ void signal_initcapture();
 void signal_handler(int sig);
 
 struct tactord_options {
-    int init_ipc = 1;  // -i: 0 keeps the two remote-screen clients off
+    int init_ipc = 1;      // -i: 0 keeps the two remote-screen clients off
+    bool help = false;     // -h, --help: print the usage and exit
+    bool version = false;  // --version: print the version and exit
 };
 // Applies -d, -p and -t as they are scanned; returns what main keeps itself.
-tactord_options parse_options(int argc, char** argv);
+// Arguments it does not know are skipped, each with one warning line on
+// warnings.
+tactord_options parse_options(int argc, char** argv, FILE* warnings = stderr);
+// The command line's summary, for -h.
+void print_usage(FILE* out);
 
 // Incremented once per loop pass; watched by the liveness watchdog.
 extern std::atomic<unsigned int> nWatdogReset;

@@ -119,6 +119,9 @@ int handle_knob_data(void*)
     const int fd = g_knob_fd.load();
     const int n = recv_data(fd, buf.data(), KNOB_RECV_BUF);
     if (n == 0) {
+        // A close discards a partial package: the next connection's first
+        // bytes start a package of their own, they never complete this one.
+        knob_partial = {};
         close_connect(fd);
         remove_monitor_handle(fd);
         g_knob_fd.store(0);

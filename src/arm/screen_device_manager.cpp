@@ -22,7 +22,9 @@ void GetFbInfo(const char* path)
         return;
     }
     fb_var_screeninfo info{};
-    if (ioctl(fd, FBIOGET_VSCREENINFO, &info) == 0) {
+    // A size outside 1..32767 is taken as a failed request: the pointer
+    // arithmetic works on width - 1 and on sums of widths.
+    if (ioctl(fd, FBIOGET_VSCREENINFO, &info) == 0 && output_size_ok(info.xres, info.yres)) {
         // The panel is always taken as landscape.
         screen_width = static_cast<int>(std::max(info.xres, info.yres));
         screen_height = static_cast<int>(std::min(info.xres, info.yres));

@@ -3,13 +3,17 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <new>
+#include <thread>
 
 #include "common/cursor_timer_internal.h"
 #include "common/OrvelClient.h"
 #include "common/log.h"
 #include "common/screen_manager.h"
+#include "common/service_notify.h"
 #include "common/worker_thread.h"
 
 std::array<_CursorInfo, 3> gs_cursor{};
@@ -25,19 +29,48 @@ struct __WatdogItem {
     std::atomic<unsigned int>* pCurrentReset;  // the main loop's pass counter
 };
 
+// Checks once whether the loop has made a pass since the last check; true
+// once it has made none for more than the allowed seconds.
+bool watchdog_stale(__WatdogItem& item)
+{
+    const unsigned int now = item.pCurrentReset->load(std::memory_order_relaxed);
+    if (now == item.nLastReset)
+        return ++item.nCurrentCount > item.nWatchLength;
+    item.nLastReset = now;
+    item.nCurrentCount = 0;
+    return false;
+}
+
+// A healthy loop passes at least once a second (its select waits at most
+// one), so a check may find it between passes; two checks in a row without
+// a pass are tolerated before the keep-alives stop.
+constexpr unsigned int KEEPALIVE_MISSED_CHECKS = 2;
+
 void* watchdog_timer_proc(void* arg)
 {
+    using clock = std::chrono::steady_clock;
     auto* item = static_cast<__WatdogItem*>(arg);
+    // A service manager that asked for keep-alives ($WATCHDOG_USEC) gets
+    // "WATCHDOG=1" at half its period while the loop is alive; the daemon's
+    // own abort below stays as it is. Each wake-up is planned from the
+    // present, so a thread held up (a stopped process) does not catch up
+    // with a burst of checks.
+    const std::chrono::microseconds keepalive{service_watchdog_interval_us()};
+    auto next_check = clock::now();
+    auto next_keepalive = next_check + keepalive;
     for (;;) {
-        const unsigned int now = item->pCurrentReset->load(std::memory_order_relaxed);
-        if (now == item->nLastReset) {
-            if (++item->nCurrentCount > item->nWatchLength)
+        const auto now = clock::now();
+        if (now >= next_check) {
+            if (watchdog_stale(*item))
                 break;
-        } else {
-            item->nLastReset = now;
-            item->nCurrentCount = 0;
+            next_check = now + std::chrono::seconds(1);
         }
-        sleep(1);
+        if (keepalive.count() > 0 && now >= next_keepalive) {
+            if (item->nCurrentCount <= KEEPALIVE_MISSED_CHECKS)
+                service_notify("WATCHDOG=1");
+            next_keepalive = now + keepalive;
+        }
+        std::this_thread::sleep_until(keepalive.count() > 0 ? std::min(next_check, next_keepalive) : next_check);
     }
     // SIGABRT is not caught by the daemon: the process ends and the
     // supervisor restarts it.

@@ -344,6 +344,7 @@ _InputDev* new_input_dev(const char* name, const char* path, const char* device,
     }
     dev->config_disp = config_disp;
     dev->type = type;
+    dev->disp = input_dev_screen(dev);
     return dev;
 }
 
@@ -351,7 +352,6 @@ void delete_input_dev(_InputDev* dev)
 {
     if (dev == nullptr)
         return;
-    OnDevDelete(dev);
     // Every descriptor leaves the monitor list first (a failed open's -1 is
     // refused there with its log line, as for any descriptor that is not 0).
     for (_InputDev* d = dev; d != nullptr; d = d->next.load()) {
@@ -364,6 +364,9 @@ void delete_input_dev(_InputDev* dev)
     monitor_wait_for_dispatch();
     while (dev != nullptr) {
         _InputDev* next = dev->next.load();
+        // Every record of the chain gives up its touch tracking, and only
+        // now: before the wait, the pass still running could take it again.
+        OnDevDelete(dev);
         std::free(dev->device);
         std::free(dev->name);
         std::free(dev->path);

@@ -35,7 +35,7 @@ struct _InputDev {
     char* device = nullptr;  // "/dev/event%d"
     int usb = 0;             // 1 for seat and extern devices
     int type = 0;            // INPUT_TYPE_*
-    int disp = 0;            // screen now fed (kept by the screen model)
+    int disp = 0;            // screen model now fed (input_dev_screen)
     int config_disp = 0;     // screen from the configuration
     int fd = 0;              // open node; 0 or negative when the open failed
     int seat = 0;            // -1 (or 0) for non-USB inputs

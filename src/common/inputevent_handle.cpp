@@ -142,13 +142,22 @@ void set_panel_range(_InputDev* dev, int max)
     ts_num_x = max;
 }
 
-// Reads the board panel's controller id from "/proc/atmel_product". The
-// descriptor stays open, as it always has: identification happens rarely.
-// The four bytes are read into a fixed buffer, so nothing is allocated here.
+// "/proc/atmel_product", opened at the first identification and then kept.
+// The panel is identified again whenever a "touchscreen_sub" event has
+// cleared PID_flag before a "touchscreen_main" one: each time reads the same
+// descriptor from its start, so the daemon holds exactly one, never one per
+// switch.
+int atmel_product_fd = -1;
+
+// Reads the board panel's controller id. The four bytes are read into a
+// fixed buffer, so nothing is allocated here.
 void identify_panel(_InputDev* dev)
 {
-    root_path_buf path;
-    const int fd = open(resolve_path("/proc/atmel_product", path), O_RDONLY);
+    if (atmel_product_fd < 0) {
+        root_path_buf path;
+        atmel_product_fd = open(resolve_path("/proc/atmel_product", path), O_RDONLY | O_CLOEXEC);
+    }
+    const int fd = atmel_product_fd;
     if (fd < 0) {
         set_panel_range(dev, PANEL_MAX);
         return;
@@ -156,7 +165,7 @@ void identify_panel(_InputDev* dev)
     std::printf("open touchscreen PID success! ");
     char text[5] = {};
     unsigned id = 0;
-    if (read(fd, text, 4) <= 0 || std::sscanf(text, "%x", &id) != 1)
+    if (pread(fd, text, 4, 0) <= 0 || std::sscanf(text, "%x", &id) != 1)
         id = 0;
     switch (id) {
     case 0x2151:
@@ -303,6 +312,14 @@ void ProcessEvdevEvent(_InputDev* dev, tactord::input_event* ev)
 {
     if (ev == nullptr)
         return;
+    // A switched-off touchscreen changes nothing but the double-tap wake: its
+    // events are swallowed here, before they can move the cursor, take the
+    // focus, click, reach the touch-lock controller or feed a calibration.
+    // (Further down, the close filter would only come after all of that.)
+    if (IsTouchScreenCloseFilter(dev, ev) == 1) {
+        TLOG(LEVEL_DEBUG, "IsTouchScreenCloseFilter [%d] 0x%x %d : %d \n", -1, ev->type, ev->code, ev->value);
+        return;
+    }
     const evdev_event_path path = choose_path(dev);
     if (process_evdev_observer != nullptr)
         process_evdev_observer(dev, ev, path);
@@ -591,10 +608,14 @@ void OnDevDelete(_InputDev* dev)
         return;
     const int n = downSendInfoDevCount.load(std::memory_order_acquire);
     for (int i = 0; i < n && i < DOWN_SEND_INFO_MAX; ++i) {
-        if (downSendInfoArray[i].dev.load(std::memory_order_relaxed) == dev) {
-            downSendInfoArray[i].bUsed.store(0, std::memory_order_relaxed);
+        // The record stops naming the device, which frees it: a later device
+        // at the same address gets a fresh record instead of the old contact.
+        // Only the name is written here (by the hot-plug thread); the event
+        // thread resets a record when it takes it, and a record it has
+        // already handed to another device keeps that one.
+        _InputDev* expected = dev;
+        if (downSendInfoArray[i].dev.compare_exchange_strong(expected, nullptr))
             return;
-        }
     }
 }
 
@@ -604,10 +625,6 @@ DownSendInfo* GetDownSendInfo(_InputDev* dev)
     for (int i = 0; i < n && i < DOWN_SEND_INFO_MAX; ++i) {
         DownSendInfo& info = downSendInfoArray[i];
         if (info.dev.load(std::memory_order_relaxed) == dev) {
-            // A record released by a removal belongs to a new device that
-            // happens to have the old one's address: it starts afresh.
-            if (info.bUsed.load(std::memory_order_relaxed) == 0)
-                ResetDownSendInfo(&info);
             info.bUsed.store(1, std::memory_order_relaxed);
             return &info;
         }
@@ -618,8 +635,10 @@ DownSendInfo* GetDownSendInfo(_InputDev* dev)
         downSendInfoArray[pos].dev.store(dev, std::memory_order_relaxed);
         downSendInfoDevCount.store(n + 1, std::memory_order_release);
     } else {
+        // Free: not used since its last contact, or its device went away.
         for (int i = 0; i < DOWN_SEND_INFO_MAX && pos < 0; ++i) {
-            if (downSendInfoArray[i].bUsed.load(std::memory_order_relaxed) == 0)
+            const DownSendInfo& info = downSendInfoArray[i];
+            if (info.bUsed.load(std::memory_order_relaxed) == 0 || info.dev.load() == nullptr)
                 pos = i;
         }
         if (pos < 0) {
@@ -975,18 +994,22 @@ int coordinate_convert(int seat, int x, int y, const int* param, int* out_x, int
             TLOG(LEVEL_ERROR, "error cali param, please calibrate again! \n");
         }
     }
-    // 64-bit sums: parameters set by a client may be anything. Each term is
-    // below 2^62 in size, their sum is formed without overflow in unsigned
-    // arithmetic and the quotient is cut to 32 bits like the result of the
-    // 32-bit original (the caller clamps it to the panel anyway).
+    // Parameters set by a client may be anything. Each term is at most 2^62
+    // in size; a sum beyond the 64-bit range saturates (its sign is then
+    // that of the true sum, whose quotient lies outside the int range anyway)
+    // and the quotient saturates to the int range: an overflowing transform
+    // pins to the panel's edge when the caller clamps, instead of wrapping.
     const auto apply = [&](int k) {
-        const uint64_t sum = static_cast<uint64_t>(static_cast<int64_t>(p[k])) +
-                             static_cast<uint64_t>(static_cast<int64_t>(p[k + 1]) * x) +
-                             static_cast<uint64_t>(static_cast<int64_t>(p[k + 2]) * y);
-        const auto num = static_cast<int64_t>(sum);
+        int64_t sum = p[k];
+        for (int j = 1; j <= 2; ++j) {
+            const int64_t term = static_cast<int64_t>(p[k + j]) * (j == 1 ? x : y);
+            if (__builtin_add_overflow(sum, term, &sum))
+                sum = term < 0 ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
+        }
         const int64_t scale = p[6];
-        const int64_t q = scale == -1 ? static_cast<int64_t>(0 - sum) : num / scale;
-        return static_cast<int>(q);
+        if (scale == -1)
+            return sum == std::numeric_limits<int64_t>::min() ? std::numeric_limits<int>::max() : saturate(-sum);
+        return saturate(sum / scale);
     };
     *out_x = apply(0);
     *out_y = apply(3);
@@ -1005,6 +1028,9 @@ void pipeline_reset()
     for (TouchScreenInfo& sw : g_TouchScreeenStatus)
         sw = {1, {}};
     vnc_x = vnc_y = 0;
+    if (atmel_product_fd >= 0)
+        close(atmel_product_fd);
+    atmel_product_fd = -1;
     PID_flag = 0;
     ts_num_x = PANEL_MAX;
     g_MouseSensitivityValue = 5;

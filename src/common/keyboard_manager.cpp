@@ -29,9 +29,16 @@ tactord::input_event now_event(uint16_t type, uint16_t code, int32_t value)
     return {static_cast<int32_t>(now.tv_sec), static_cast<int32_t>(now.tv_usec), type, code, value};
 }
 
-bool is_keyboard_of(const _InputDev* dev, int screen)
+// A keyboard's disp is brought up to date with the mode before it is
+// compared: the LED writers run on the main thread, as the mode changes do,
+// so a keyboard plugged while the mode changed is never left on the old
+// screen.
+bool is_keyboard_of(_InputDev* dev, int screen)
 {
-    return dev != nullptr && dev->type == INPUT_TYPE_KEYBOARD && dev->disp == screen;
+    if (dev == nullptr || dev->type != INPUT_TYPE_KEYBOARD)
+        return false;
+    dev->disp = input_dev_screen(dev);
+    return dev->disp == screen;
 }
 
 // Every keyboard of the screen in the seat chains: first the devices chained
@@ -52,6 +59,15 @@ void write_seat_keyboards(int screen, tactord::input_event* ev)
 }
 
 }  // namespace
+
+int input_dev_screen(const _InputDev* dev)
+{
+    // Outside double-player mode every device feeds screen_info, whose index
+    // is 0; in it, the router takes double_screen[config_disp].
+    if (dev == nullptr || (get_current_multimode() & MODE_DOUBLE_PLAYER) == 0)
+        return MAIN_SCREEN;
+    return dev->config_disp;
+}
 
 int set_keyborad_lock_state(int fd, int led, int value)
 {

@@ -4,7 +4,12 @@
 
 #include "common/tactord_types.h"
 
+struct _InputDev;
 struct _ScrInfo;
+
+// The screen model a device feeds, which its disp keeps: the player screen of
+// its seat (config_disp) in double-player mode, else the one model (0).
+int input_dev_screen(const _InputDev* dev);
 
 // Writes one EV_LED event (time = now, code led, value) straight to the
 // keyboard's descriptor. Returns the result of write.

@@ -47,6 +47,14 @@ bool client_ok(int client)
     return client >= 0 && client < SCREEN_COUNT;
 }
 
+// The IPC window lives on a local screen: main or sub. Host 2 would make the
+// remote screen host itself, and its touches would go out as raw records on
+// the agent's link.
+bool host_ok(int index)
+{
+    return index == MAIN_SCREEN || index == SUB_SCREEN;
+}
+
 // A private control event (zero time stamp, value 0) to one client.
 int send_private(int client, uint16_t type, uint16_t code)
 {
@@ -191,9 +199,17 @@ void set_ipc_extern(int index, const MultiModeInfo& info)
     gs_ipc_mode.fetch_or(MODE_IPC_EXTERN, std::memory_order_relaxed);
 }
 
+// The index is the client's scr_index, any value: outside double-player mode
+// get_screen_info ignores it and screen_change_cursor refuses one outside
+// 0..2; in double-player mode an index naming no player screen closes
+// nothing (logged), and the mode set still returns 0.
 void close_ipc_extern(int index)
 {
     ScrInfo* scr = get_screen_info(index);
+    if (scr == nullptr) {
+        TLOG(LEVEL_ERROR, "Check client is not exist,from:%d;to:%d\n", IPC_SCREEN, index);
+        return;
+    }
     scr->mode &= ~MODE_IPC_EXTERN;
     if (get_cursor_client(scr) == IPC_SCREEN) {
         screen_change_cursor(scr, IPC_SCREEN, index);
@@ -304,8 +320,20 @@ int is_in_ipc_window(ScrInfo* scr, int x, int y)
     return 1;
 }
 
+bool output_size_ok(int64_t width, int64_t height)
+{
+    return width >= 1 && width <= OUTPUT_SIZE_MAX && height >= 1 && height <= OUTPUT_SIZE_MAX;
+}
+
 int set_ipc_window_size(unsigned w, unsigned h)
 {
+    // The size comes from the agent or from a client's window box: outside
+    // 1..32767 (0x80000000 would overflow width - 1 wherever the pointer is
+    // clamped) it is refused and the old geometry stays.
+    if (!output_size_ok(w, h)) {
+        TLOG(LEVEL_ERROR, "ipc win size %u x %u refused\n", w, h);
+        return -1;
+    }
     OutputDev& out = output_devices[IPC_SCREEN];
     out.connect_state = 1;
     out.width = static_cast<int>(w);
@@ -406,15 +434,25 @@ int handle_ipcwindow_set(IpcWinInfo* info)
         return 0;
     }
     // The host index is kept and later indexes the screen and client
-    // tables: a host outside them is refused as a bad argument, nothing
-    // changed.
-    if (!client_ok(info->index)) {
+    // tables: a host other than 0 and 1 is refused as a bad argument,
+    // nothing changed.
+    if (!host_ok(info->index)) {
         TLOG(LEVEL_ERROR, "Info is null,para error\n");
+        return -1;
+    }
+    // The box is refused as a whole, old geometry kept, unless its corners
+    // lie within +-32767 and it spans 1..32767 both ways: an inverted box
+    // would give a negative width, a huge one an overflow wherever its
+    // corners are subtracted from a position.
+    const RECT_BOX& box = info->ipcWindow;
+    const auto corner_ok = [](int32_t v) { return v >= -OUTPUT_SIZE_MAX && v <= OUTPUT_SIZE_MAX; };
+    if (!corner_ok(box.x1) || !corner_ok(box.x2) || !corner_ok(box.y1) || !corner_ok(box.y2) ||
+        !output_size_ok(static_cast<int64_t>(box.x2) - box.x1, static_cast<int64_t>(box.y2) - box.y1)) {
+        TLOG(LEVEL_ERROR, "ipc win (%d,%d),(%d,%d) refused\n", box.x1, box.y1, box.x2, box.y2);
         return -1;
     }
     TLOG(LEVEL_DEBUG, "==MODE_IPC_WINDOW set==\n");
     ScrInfo* scr = get_screen_info(info->index);
-    const RECT_BOX& box = info->ipcWindow;
     scr->mode |= MODE_IPC_WINDOW;
     TLOG(LEVEL_DEBUG, "##IPC window (%d,%d),(%d,%d)##\n", box.x1, box.y1, box.x2, box.y2);
     scr->ipc.win = box;
@@ -423,9 +461,7 @@ int handle_ipcwindow_set(IpcWinInfo* info)
     ipc.output = &output_devices[IPC_SCREEN];
     ipc.index = IPC_SCREEN;
     ipc.fd = getIpcHanle();
-    // Unsigned differences: a box from a client may be inverted or huge.
-    set_ipc_window_size(static_cast<unsigned>(box.x2) - static_cast<unsigned>(box.x1),
-                        static_cast<unsigned>(box.y2) - static_cast<unsigned>(box.y1));
+    set_ipc_window_size(static_cast<unsigned>(box.x2 - box.x1), static_cast<unsigned>(box.y2 - box.y1));
     gs_ipc_mode.fetch_or(MODE_IPC_WINDOW, std::memory_order_relaxed);
     gs_ipc_window_index = info->index;
     return 0;
@@ -478,13 +514,9 @@ int handle_multimode_set(int index, MultiModeInfo* info)
 {
     if (info == nullptr)
         return -1;
-    // The index names the screen that takes the cursor back from the IPC
-    // screen and indexes the per-player tables: outside them the whole
-    // record is refused, nothing changed.
-    if (!client_ok(index)) {
-        TLOG(LEVEL_ERROR, "Check client is not exist,from:%d;to:%d\n", IPC_SCREEN, index);
-        return -1;
-    }
+    // index is the client's scr_index, taken as it comes and never used to
+    // index a table: only the IPC-extern bit's screen depends on it, and the
+    // mode set returns 0 whatever its value.
     if ((info->mode & MODE_EXTERN) != 0) {
         TLOG(LEVEL_DEBUG, "==MODE_EXTERN set==\n");
         current_mode.store(MODE_EXTERN, std::memory_order_relaxed);

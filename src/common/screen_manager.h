@@ -153,7 +153,12 @@ int get_next_client(ScrInfo* scr, unsigned client, int direction);
 int parse_position(const int* grid);
 // 1 when (x, y) is inside the IPC window and inside none of its cut-outs.
 int is_in_ipc_window(ScrInfo* scr, int x, int y);
-// Output 2 becomes connected with that size. Returns 0.
+// Largest output width or height the daemon takes from a client or a peer.
+inline constexpr int OUTPUT_SIZE_MAX = 32767;
+// Both sizes within 1..OUTPUT_SIZE_MAX.
+bool output_size_ok(int64_t width, int64_t height);
+// Output 2 becomes connected with that size: 0, or -1 (logged, old size
+// kept) for a size outside 1..32767.
 int set_ipc_window_size(unsigned w, unsigned h);
 
 // Tells the cursor client of get_screen_info(index) to show (1) or hide (0)

@@ -65,6 +65,41 @@ void fit_axis(const std::array<int32_t, CALI_POINT_NUM>& d, const cali_point_s& 
     p[2] = truncate((c * z + f * zx + i * zy) * 65536);
 }
 
+// a * d == b * c, decided exactly: each factor is the difference of two
+// 32-bit values (below 2^32 in size), so each product's size fits in 64
+// unsigned bits and its sign is that of its factors.
+bool same_product(int64_t a, int64_t d, int64_t b, int64_t c)
+{
+    const auto size = [](int64_t u, int64_t v) {
+        return static_cast<uint64_t>(u < 0 ? -u : u) * static_cast<uint64_t>(v < 0 ? -v : v);
+    };
+    const int sign_ad = a == 0 || d == 0 ? 0 : ((a < 0) != (d < 0) ? -1 : 1);
+    const int sign_bc = b == 0 || c == 0 ? 0 : ((b < 0) != (c < 0) ? -1 : 1);
+    return sign_ad == sign_bc && size(a, d) == size(b, c);
+}
+
+// The raw points span a plane: some three of them have a non-zero
+// determinant |1 x y|. Decided in integers, never from the single-precision
+// sums, whose rounding leaves coincident points (five at (3001,1999)) with a
+// large non-zero determinant.
+bool points_span_plane(const cali_point_s& raw)
+{
+    int far = 1;  // a point other than the first
+    while (far < CALI_POINT_NUM && raw.x[far] == raw.x[0] && raw.y[far] == raw.y[0])
+        ++far;
+    if (far == CALI_POINT_NUM)
+        return false;  // all coincide
+    const int64_t dx = static_cast<int64_t>(raw.x[far]) - raw.x[0];
+    const int64_t dy = static_cast<int64_t>(raw.y[far]) - raw.y[0];
+    for (int k = far + 1; k < CALI_POINT_NUM; ++k) {
+        const int64_t kx = static_cast<int64_t>(raw.x[k]) - raw.x[0];
+        const int64_t ky = static_cast<int64_t>(raw.y[k]) - raw.y[0];
+        if (!same_product(dx, ky, dy, kx))
+            return true;
+    }
+    return false;  // all on one line
+}
+
 void log_points(const char* fmt, const cali_point_s& p)
 {
     log_write(LEVEL_DEBUG, "ts_calibrate", __LINE__, fmt, p.x[0], p.y[0], p.x[1], p.y[1], p.x[2], p.y[2], p.x[3],
@@ -218,8 +253,13 @@ int ts_get_calibrate_result(const cali_point_s* display, const cali_point_s* raw
         sxy += product(raw->x[k], raw->y[k]);
     }
     const float det = n * (sxx * syy - sxy * sxy) + sx * (sxy * sy - sx * syy) + sy * (sx * sxy - sy * sxx);
-    if (static_cast<double>(det) > -0.1 && static_cast<double>(det) < 0.1) {
-        TLOG(LEVEL_ERROR, "Error, ts_calibrate determinant is too small -- %f\n", static_cast<double>(det));
+    // Degeneracy is decided exactly on the raw points (coincident or
+    // collinear: -2, determinant 0); the float determinant only has to be
+    // usable as a divisor.
+    const bool degenerate = !points_span_plane(*raw);
+    if (degenerate || det == 0.0F || !std::isfinite(det)) {
+        TLOG(LEVEL_ERROR, "Error, ts_calibrate determinant is too small -- %f\n",
+             degenerate ? 0.0 : static_cast<double>(det));
         return -2;
     }
     const float a = (sxx * syy - sxy * sxy) / det;

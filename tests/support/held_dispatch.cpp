@@ -9,18 +9,12 @@
 namespace testsupport {
 namespace {
 HeldDispatch* current = nullptr;
-
-void hold(_InputDev*, const tactord::input_event*, evdev_event_path)
-{
-    if (current != nullptr)
-        current->go_in();
-}
 }  // namespace
 
 HeldDispatch::HeldDispatch(int fd, std::function<void()> touch) : touch_(std::move(touch))
 {
     current = this;
-    process_evdev_observer = hold;
+    process_evdev_observer = [](_InputDev*, const tactord::input_event*, evdev_event_path) { hold(); };
     loop_ = std::thread([fd] {
         fd_set set;
         FD_ZERO(&set);
@@ -38,16 +32,17 @@ HeldDispatch::~HeldDispatch()
     current = nullptr;
 }
 
-void HeldDispatch::go_in()
+void HeldDispatch::hold()
 {
-    if (stage_.load() != 0)
+    HeldDispatch* self = current;
+    if (self == nullptr || self->stage_.load() != 0)
         return;  // only the first event is held
-    stage_.store(1);
-    stage_.notify_all();
-    stage_.wait(1);
+    self->stage_.store(1);
+    self->stage_.notify_all();
+    self->stage_.wait(1);
     usleep(20000);
-    touch_();
-    finished_.store(true);
+    self->touch_();
+    self->finished_.store(true);
 }
 
 void HeldDispatch::go()

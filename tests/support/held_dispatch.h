@@ -1,6 +1,6 @@
-// One main-loop dispatch pass run on a thread of its own and held inside the
-// event pipeline: lets a test remove or free what the pass is using while the
-// pass is provably still running.
+// One main-loop dispatch pass run on a thread of its own and held inside its
+// handler: lets a test remove or free what the pass is using while the pass
+// is provably still running.
 #pragma once
 
 #include <atomic>
@@ -11,24 +11,25 @@ namespace testsupport {
 
 class HeldDispatch {
 public:
-    // Dispatches fd (whose handler must reach ProcessEvdevEvent). Inside the
-    // pipeline the pass waits for go(), pauses a little more and then calls
-    // touch(), standing in for the rest of the pipeline's work.
+    // Dispatches fd. Where the pass first reaches the event pipeline (or
+    // hold(), for a handler of the test's own) it waits for go(), pauses a
+    // little more and then calls touch(), standing in for the rest of the
+    // handler's work.
     HeldDispatch(int fd, std::function<void()> touch);
     ~HeldDispatch();
     HeldDispatch(const HeldDispatch&) = delete;
     HeldDispatch& operator=(const HeldDispatch&) = delete;
 
-    // Returns once the pass is inside the pipeline, then lets it go on.
+    // Returns once the pass is held, then lets it go on.
     void go();
-    // True once the pass has touched and left the pipeline.
+    // True once the pass has touched and gone on.
     bool finished() const { return finished_.load(); }
-    // Called by the pipeline hook on the pass's thread.
-    void go_in();
+    // Holds the running pass; called on the pass's thread.
+    static void hold();
 
 private:
     std::function<void()> touch_;
-    std::atomic<int> stage_{0};  // 1 = inside the pipeline, 2 = may go on
+    std::atomic<int> stage_{0};  // 1 = held, 2 = may go on
     std::atomic<bool> finished_{false};
     std::thread loop_;
 };

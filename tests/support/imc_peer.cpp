@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <mutex>
 
 #include "common/imc_protocol/imcprotocol_internal.h"
@@ -14,8 +13,6 @@
 namespace testsupport {
 namespace {
 
-std::atomic<uint64_t> g_now{0};
-std::atomic<int> g_noreplies{0};
 std::mutex g_log_lock;  // guards g_log
 std::vector<std::string> g_log;
 
@@ -55,11 +52,11 @@ void on_reply(void* private_data, const uint8_t* payload, uint16_t len)
 
 ImcWorld::ImcWorld(uint64_t start_ms)
 {
-    g_now = start_ms;
-    g_noreplies = 0;
+    now_ms = start_ms;
+    noreply_calls = 0;
     clear_log();
     IMC_Platform_Set_Clock([](uint64_t* now) {
-        *now = g_now.load();
+        *now = now_ms.load();
         return 0;
     });
     send_log_set_sink([](int, const char* text) {
@@ -72,16 +69,6 @@ ImcWorld::~ImcWorld()
 {
     send_log_set_sink(nullptr);
     IMC_Platform_Set_Clock(nullptr);
-}
-
-void ImcWorld::set_time(uint64_t ms)
-{
-    g_now = ms;
-}
-
-int ImcWorld::noreplies()
-{
-    return g_noreplies;
 }
 
 int ImcWorld::logged(const std::string& part)
@@ -132,7 +119,7 @@ int ImcPeer::feed(const Bytes& bytes, size_t piece)
 int ImcPeer::send_request(const Bytes& data)
 {
     return IMC_Protocol_SendRequest(handle, data.data(), static_cast<uint32_t>(data.size()), on_reply,
-                                    [] { ++g_noreplies; });
+                                    [] { ++ImcWorld::noreply_calls; });
 }
 
 int ImcPeer::transactions_in_use() const

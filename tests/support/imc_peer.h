@@ -2,6 +2,7 @@
 // the test sets, with the adapter's log lines kept.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -18,10 +19,13 @@ using Bytes = std::vector<uint8_t>;
 struct ImcWorld {
     explicit ImcWorld(uint64_t start_ms = 1000);
     ~ImcWorld();
-    static void set_time(uint64_t ms);
-    static int noreplies();                      // no-reply handler calls so far
-    static int logged(const std::string& part);  // kept lines containing part
+    static void set_time(uint64_t ms) { now_ms = ms; }
+    static int noreplies() { return noreply_calls; }  // no-reply handler calls so far
+    static int logged(const std::string& part);       // kept lines containing part
     static void clear_log();
+
+    static inline std::atomic<uint64_t> now_ms{0};
+    static inline std::atomic<int> noreply_calls{0};
 };
 
 // One end of the link: its stack (private_data = this) and what its handlers

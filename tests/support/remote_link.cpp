@@ -57,15 +57,14 @@ int drain(void* para)
 
 }  // namespace
 
-std::string enter_private_net(bool with_local)
+std::string enter_private_net()
 {
     const int ctl = unshare(CLONE_NEWNET) == 0 ? socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0) : -1;
     bool ok = ctl >= 0 && set_if(ctl, SIOCSIFFLAGS, "lo", "0.0.0.0");
     for (const char* addr : {"173.0.0.2", "173.0.0.3", "173.0.0.5"}) {
         const std::string label = std::string("lo:") + addr[8];
-        if (with_local || std::strcmp(addr, LINK_LOCAL_ADDR) != 0)
-            ok = ok && set_if(ctl, SIOCSIFADDR, label.c_str(), addr) &&
-                 set_if(ctl, SIOCSIFNETMASK, label.c_str(), "255.255.255.255");
+        ok = ok && set_if(ctl, SIOCSIFADDR, label.c_str(), addr) &&
+             set_if(ctl, SIOCSIFNETMASK, label.c_str(), "255.255.255.255");
     }
     const std::string why = ok ? "" : std::strerror(errno);
     close(ctl);

@@ -23,10 +23,10 @@ using Bytes = std::vector<uint8_t>;
 using Words = std::vector<uint32_t>;
 
 // Puts the calling thread, and the threads and processes it starts from now
-// on, into a network namespace of its own: loopback up with 173.0.0.2, .5
-// and, unless with_local is false, .3 (the links' local end). Empty on
-// success, else why not: the test then skips, never using the real network.
-std::string enter_private_net(bool with_local = true);
+// on, into a network namespace of its own: loopback up with 173.0.0.2, .3
+// (the links' local end) and .5. Empty on success, else why not: the test
+// then skips, never using the real network.
+std::string enter_private_net();
 
 // Agent frames: header and payload words, or header and text.
 Bytes agent_frame(uint32_t type, const Words& payload = {});

@@ -63,23 +63,11 @@ bool wait_for_file_text(const std::string& path, const std::string& what, int n,
 }
 
 const char* const kExamplePortConf =
-    "    StartSection \"Terminal\"\n"
-    "        Screen 0\n"
-    "        InputDevice 5\n"
-    "        InputDevice 1\n"
-    "    EndSection\n"
-    "    StartSection \"Terminal\"\n"
-    "        Screen 1\n"
-    "        InputDevice 2\n"
-    "    EndSection\n"
-    "    StartSection \"Mode\"\n"
-    "        ScreenNum 2\n"
-    "    EndSection\n"
-    "    StartSection \"Input\"\n"
-    "        usb-musb-hdrc.1-1.1 1\n"
-    "        usb-musb-hdrc.1-1.2 2\n"
-    "        usb-musb-hdrc.0-1 5\n"
-    "    EndSection\n";
+    "    StartSection \"Terminal\"\n        Screen 0\n        InputDevice 5\n        InputDevice 1\n    EndSection\n"
+    "    StartSection \"Terminal\"\n        Screen 1\n        InputDevice 2\n    EndSection\n"
+    "    StartSection \"Mode\"\n        ScreenNum 2\n    EndSection\n"
+    "    StartSection \"Input\"\n        usb-musb-hdrc.1-1.1 1\n        usb-musb-hdrc.1-1.2 2\n"
+    "        usb-musb-hdrc.0-1 5\n    EndSection\n";
 
 std::string write_port_conf(const std::string& dir, const std::string& text)
 {

@@ -1,17 +1,51 @@
 // Starts the real daemon under a scratch root and checks what it prints on
-// standard output at start-up and that its loop keeps passing.
+// standard output at start-up, that its loop keeps passing, its command
+// line, its notifications to a service manager and that it runs once per
+// root.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstddef>
+#include <filesystem>
 #include <regex>
 #include <string>
 
 #include "common/usb_gun/unixsocket.h"
+#include "harness/display_client.h"
+#include "harness/drill.h"
 #include "sim/daemon_process.h"
 #include "support/scratch_root.h"
+#include "support/shell.h"
 
 namespace {
+
+using namespace std::chrono_literals;
+
+// A service manager's notification socket in the abstract namespace, named
+// to the daemon as $NOTIFY_SOCKET "@name"; a read waits at most 10 s.
+int notify_socket()
+{
+    const std::string name = "tactord-test-notify-" + std::to_string(getpid());
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    name.copy(addr.sun_path + 1, sizeof addr.sun_path - 1);
+    const timeval wait{10, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
+    const auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    return bind(fd, reinterpret_cast<sockaddr*>(&addr), len) == 0 ? fd : -1;
+}
+
+std::string next_notification(int fd)
+{
+    char buf[64];
+    const ssize_t n = recv(fd, buf, sizeof buf, 0);
+    return std::string(buf, n > 0 ? static_cast<std::size_t>(n) : 0);
+}
 
 // Voluntary context switches of the daemon's main thread: every select that
 // waits adds one, so the count keeps moving while the loop passes.
@@ -80,6 +114,46 @@ TEST(DaemonStart, ConversionsInAConfigurationLineAreLoggedAsTheyStand)
     EXPECT_TRUE(daemon.wait_for("parse error section %n%n%n%n is unsurpport\n"));
     EXPECT_TRUE(daemon.wait_for("nice is "));
     EXPECT_TRUE(daemon.alive());
+}
+
+TEST(DaemonStart, ReportsReadyOnceTheControlSocketAcceptsAndThenKeepsAlive)
+{
+    testsupport::ScratchRoot root;
+    testsupport::write_port_conf(root.at("/run"));
+    const int manager = notify_socket();
+    ASSERT_GE(manager, 0);
+    setenv("WATCHDOG_USEC", "1000000", 1);
+    emul::DaemonProcess daemon(root.at("/run"));
+    unsetenv("WATCHDOG_USEC");
+    ASSERT_EQ(next_notification(manager), "READY=1");
+    testharness::DisplayClient client(root.path(), 1ms);  // one attempt, no waiting
+    EXPECT_TRUE(client.connected() && testharness::round_trip(client, 1));
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(next_notification(manager), "WATCHDOG=1") << i;
+    unsetenv("NOTIFY_SOCKET");
+    close(manager);
+}
+
+TEST(DaemonStart, ASecondInstanceOnTheSameRootLeavesTheFirstAndItsLogAlone)
+{
+    testsupport::ScratchRoot root;
+    testsupport::write_port_conf(root.at("/run"));
+    // Unknown options are skipped, each with a warning on standard error.
+    emul::DaemonProcess first(root.at("/run"), {"-p", "1", "-i", "0", "--frobnicate"});
+    ASSERT_TRUE(first.started());
+    EXPECT_TRUE(first.wait_for("tactord: ignoring unknown option '--frobnicate' (tactord --help lists the options)\n"));
+    testharness::DisplayClient client(root.path());
+    ASSERT_TRUE(client.connected());
+    // Opened at the banner, its first line (the text waits in the stream's
+    // buffer).
+    const std::string log = root.at("/var/log/tactord.log");
+    ASSERT_TRUE(std::filesystem::exists(log));
+
+    const auto [out, status] = testsupport::run_command("cd " + root.at("/run") + " && " TACTORD_BINARY " -p 1 -i 0");
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(out, "tactord is already running (pid " + std::to_string(first.pid()) + ")\n");
+    EXPECT_FALSE(std::filesystem::exists(log + ".old")) << "the first's log was rotated";
+    EXPECT_TRUE(testharness::round_trip(client, 1));
 }
 
 }  // namespace

@@ -1,17 +1,19 @@
-// The supervisors that restart the daemon after its watchdog has aborted it:
-// the systemd unit passes systemd-analyze, and the BusyBox inittab line
-// starts the daemon in the directory of its port.conf.
+// What an integrator installs and the supervisors that restart the daemon
+// after its watchdog has aborted it: each install component's files, the
+// installed systemd units (their paths those of the install, verified by
+// systemd-analyze), and the BusyBox inittab line, which starts the daemon in
+// the directory of its port.conf.
 #include <gtest/gtest.h>
 
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <regex>
-#include <sstream>
+#include <set>
 #include <string>
 
 #include "harness/display_client.h"
@@ -19,6 +21,7 @@
 #include "harness/target.h"
 #include "sim/evdev_testbed.h"
 #include "support/scratch_root.h"
+#include "support/shell.h"
 
 namespace {
 
@@ -33,41 +36,77 @@ std::string replaced(std::string text, const std::string& what, const std::strin
     return text;
 }
 
-// Output (both streams) and exit status of a shell command.
-std::pair<std::string, int> run(const std::string& command)
+using testsupport::run_command;
+
+// Every file and link below dir, as paths relative to it, sorted.
+std::set<std::string> tree(const std::string& dir)
 {
-    std::string out;
-    FILE* p = popen((command + " 2>&1").c_str(), "r");
-    if (p == nullptr)
-        return {"", -1};
-    char buf[512];
-    while (std::fgets(buf, sizeof buf, p) != nullptr)
-        out += buf;
-    const int status = pclose(p);
-    return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+    std::set<std::string> files;
+    std::error_code ec;
+    for (const auto& e : std::filesystem::recursive_directory_iterator(dir, ec))
+        if (!e.is_directory())
+            files.insert(e.path().lexically_relative(dir).string());
+    return files;
 }
 
-TEST(Packaging, TheSystemdUnitVerifiesAndRestartsTheDaemonAlways)
+// cmake --install of this build tree: empty when it worked, else its output.
+std::string install(const std::string& options, const std::string& destdir = "")
 {
-    TACTORD_HOST_ONLY("the unit is verified with this build's binary, the one systemd-analyze can run");
-    const std::string unit = testsupport::read_file(kPackaging + "tactord.service");
-    for (const char* line : {"ExecStart=/usr/sbin/tactord -p 1\n", "WorkingDirectory=/etc/tactord\n", "Restart=always\n"})
-        EXPECT_NE(unit.find(line), std::string::npos) << line;
-    if (run("command -v systemd-analyze").second != 0)
-        GTEST_SKIP() << "systemd-analyze is not installed (scripts/install-deps brings it with systemd)";
-    // As installed, but with the binary where the build put it: verify
-    // checks that the command exists. Any warning counts.
+    const auto [out, status] =
+        run_command("DESTDIR='" + destdir + "' " TACTORD_CMAKE " --install " TACTORD_BUILD_DIR " " + options);
+    return status == 0 ? "" : out;
+}
+
+TEST(Packaging, EachComponentInstallsItsFilesWithConfigurationInEtcForPrefixUsr)
+{
+    TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator");
+    const std::string lib = "usr/" TACTORD_INSTALL_LIBDIR "/", units = "usr/lib/systemd/system/";
+    const std::map<std::string, std::set<std::string>> components = {
+        {"daemon", {"usr/sbin/tactord", "etc/tactord/port.conf", units + "tactord.service",
+                    units + "tactord-calibration.service"}},
+        {"tools", {"usr/bin/tactorctl", "usr/bin/tactord-events"}},
+        {"usbgun_c", {lib + "libusbgun_c.so", lib + "libusbgun_c.so.1", lib + "libusbgun_c.so.1.0.0",
+                      lib + "pkgconfig/usbgun_c.pc", "usr/include/usbgun_c.h"}},
+    };
     testsupport::ScratchRoot scratch;
-    const std::string copy = scratch.at("/tactord.service");
-    testsupport::write_file(copy, replaced(unit, "/usr/sbin/tactord", TACTORD_BINARY));
-    const auto [out, status] = run("systemd-analyze verify " + copy);
+    for (const auto& [component, files] : components) {
+        const std::string dest = scratch.at("/" + component);
+        EXPECT_EQ(install("--prefix /usr --component " + component, dest), "");
+        EXPECT_EQ(tree(dest), files) << component;
+    }
+    const std::string unit = testsupport::read_file(scratch.at("/daemon/") + units + "tactord.service");
+    for (const char* line : {"WorkingDirectory=/etc/tactord\n", "ExecStart=/usr/sbin/tactord -p 1\n"})
+        EXPECT_NE(unit.find(line), std::string::npos) << line;
+    EXPECT_NE(testsupport::read_file(scratch.at("/daemon/") + units + "tactord-calibration.service")
+                  .find("ExecStart=/usr/bin/tactorctl calibration restore /etc/tactord/calibration.conf\n"),
+              std::string::npos);
+}
+
+TEST(Packaging, TheInstalledUnitsVerifyWithTheInstalledPathsAndTheStrippedDaemonRuns)
+{
+    TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator");
+    if (run_command("command -v systemd-analyze").second != 0)
+        GTEST_SKIP() << "systemd-analyze is not installed (scripts/install-deps brings it with systemd)";
+    // Installed for real below a scratch prefix: verify checks that the
+    // commands the units name exist. Any warning counts.
+    testsupport::ScratchRoot scratch;
+    const std::string prefix = scratch.at("/usr");
+    ASSERT_EQ(install("--strip --prefix " + prefix), "");
+    const std::string units = prefix + "/lib/systemd/system/";
+    const auto [out, status] =
+        run_command("systemd-analyze verify " + units + "tactord.service " + units + "tactord-calibration.service");
     EXPECT_EQ(status, 0) << out;
     EXPECT_EQ(out, "");
+    EXPECT_NE(testsupport::read_file(units + "tactord.service").find("WorkingDirectory=" + prefix + "/etc/tactord\n"),
+              std::string::npos);
+    EXPECT_EQ(run_command(prefix + "/sbin/tactord --version"), std::make_pair(std::string("tactord 17.0221.1137\n"), 0));
+    const auto [usage, help_status] = run_command(prefix + "/sbin/tactord --help");
+    EXPECT_TRUE(help_status == 0 && usage.starts_with("Usage: tactord [-d LEVEL] [-p DEST] [-t TYPE] [-i 0|1]\n")) << usage;
 }
 
 TEST(Packaging, TheInittabLineRespawnsTheDaemonInTheDirectoryOfItsPortConf)
 {
-    TACTORD_HOST_ONLY("the inittab line execs the binary itself, which this machine runs only through qemu-arm");
+    TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator");
     std::ifstream file(kPackaging + "inittab");
     std::string line, entry;
     while (std::getline(file, line))

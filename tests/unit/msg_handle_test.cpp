@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "msg_handle_internal.h"
+#include "support/held_dispatch.h"
 #include "support/log_capture.h"
 
 namespace {
@@ -67,7 +68,7 @@ protected:
     }
     testsupport::LogCapture log;
     std::vector<int> fds_;
-    int one = 1, two = 2, three = 3;
+    int one = 1, two = 2, three = 3, four = 4;
 };
 
 TEST_F(MonitorList, BadArgumentsAreRefusedAndAddedDescriptorsBecomeNonBlocking)
@@ -82,7 +83,6 @@ TEST_F(MonitorList, BadArgumentsAreRefusedAndAddedDescriptorsBecomeNonBlocking)
 
     ASSERT_EQ(add_monitor_handle(fd, record_call, nullptr), 0);
     EXPECT_TRUE(fcntl(fd, F_GETFL) & O_NONBLOCK);
-    EXPECT_EQ(set_non_block(fd), 0);  // already set
 }
 
 TEST_F(MonitorList, FullListRefusesNewAndExistingDescriptors)
@@ -125,8 +125,8 @@ TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescri
 
     EXPECT_EQ(remove_monitor_handle(b), 0);
     EXPECT_EQ(listed(), (std::vector<int>{a, c}));
-    EXPECT_EQ(monitor_entry(2).fd, 0);
-    EXPECT_EQ(monitor_entry(2).handle, nullptr);
+    EXPECT_EQ(event_list[2].load().fd, 0);
+    EXPECT_EQ(event_list[2].load().handle, nullptr);
     EXPECT_NE(fcntl(b, F_GETFD), -1);  // the caller closes it
 
     EXPECT_EQ(remove_monitor_handle(a), 0);
@@ -138,92 +138,63 @@ TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescri
     EXPECT_FALSE(FD_ISSET(c, &set));
 }
 
-TEST_F(MonitorList, DispatchCallsOnlyReadyDescriptorsInListOrder)
-{
-    add_monitor_handle(make_fd(), record_call, &one);
-    add_monitor_handle(make_fd(false), record_call, &two);
-    add_monitor_handle(make_fd(), record_call, &three);
-    EXPECT_EQ(dispatch_ready(), (std::vector<int>{1, 3}));
-}
-
-TEST_F(MonitorList, EntryMovedIntoARemovedHandlersPlaceWaitsForTheNextPass)
+TEST_F(MonitorList, DispatchCallsReadyEntriesInOrderAndAnEntryMovedIntoARemovedOnesPlaceWaits)
 {
     self_fd = make_fd();
     add_monitor_handle(self_fd, remove_self, &one);
     add_monitor_handle(make_fd(), record_call, &two);
-    add_monitor_handle(make_fd(), record_call, &three);
-    EXPECT_EQ(dispatch_ready(), (std::vector<int>{1, 3}));
-    EXPECT_EQ(dispatch_ready(), (std::vector<int>{2, 3}));
+    add_monitor_handle(make_fd(false), record_call, &three);
+    add_monitor_handle(make_fd(), record_call, &four);
+    EXPECT_EQ(dispatch_ready(), (std::vector<int>{1, 4}));
+    EXPECT_EQ(dispatch_ready(), (std::vector<int>{2, 4}));
 }
 
-// A pass that is still running when another thread removes its entry: the
-// remover's grace period ends only after the handler has returned.
-struct SlowPass {
-    int fd = 0;
-    std::atomic<int> stage{0};  // 1 = handler entered, 2 = remover is on its way
-    std::atomic<bool> finished{false};
-};
-int slow_handler(void* p)
+int held_handler(void*)
 {
-    auto* pass = static_cast<SlowPass*>(p);
-    pass->stage.store(1);
-    pass->stage.notify_all();
-    pass->stage.wait(1);
-    usleep(20000);
-    pass->finished.store(true);
+    testsupport::HeldDispatch::hold();
     return 0;
 }
-int self_removing_handler(void* p)
+std::atomic<bool> self_removal_done{false};
+int self_removing_handler(void* fd)
 {
-    auto* pass = static_cast<SlowPass*>(p);
-    remove_monitor_handle(pass->fd);
+    remove_monitor_handle(*static_cast<int*>(fd));
     monitor_wait_for_dispatch();  // must not wait for its own pass
-    pass->finished.store(true);
+    self_removal_done.store(true);
     return 0;
-}
-void dispatch_one(int fd)
-{
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(fd, &set);
-    dispatch_monitor_handles(&set);
 }
 
 TEST_F(MonitorList, RemoverWaitsForTheRunningPassButAHandlerNeverWaitsForItself)
 {
-    SlowPass pass;
-    pass.fd = make_fd();
-    add_monitor_handle(pass.fd, slow_handler, &pass);
-    std::thread loop(dispatch_one, pass.fd);
-    pass.stage.wait(0);
-    pass.stage.store(2);
-    pass.stage.notify_all();
-    remove_monitor_handle(pass.fd);
-    monitor_wait_for_dispatch();
-    EXPECT_TRUE(pass.finished.load());
-    loop.join();
+    int fd = make_fd();
+    add_monitor_handle(fd, held_handler, nullptr);
+    {
+        testsupport::HeldDispatch pass(fd, [] {});
+        pass.go();
+        remove_monitor_handle(fd);
+        monitor_wait_for_dispatch();
+        EXPECT_TRUE(pass.finished());
+    }
     monitor_wait_for_dispatch();  // no pass running: returns at once
 
-    SlowPass self;
-    self.fd = make_fd();
-    add_monitor_handle(self.fd, self_removing_handler, &self);
-    dispatch_one(self.fd);
-    EXPECT_TRUE(self.finished.load());
+    fd = make_fd();
+    add_monitor_handle(fd, self_removing_handler, &fd);
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(fd, &set);
+    dispatch_monitor_handles(&set);
+    EXPECT_TRUE(self_removal_done.load());
 }
 
-// Two handlers that each expect their own kind of argument.
+// Entries of two kinds whose handlers check their own kind of argument,
+// added and removed while another thread walks the list.
 struct Tagged {
     char tag;
 };
 std::atomic<int> mismatches{0};
-int expects_a(void* p)
+template <char Tag>
+int expects(void* p)
 {
-    mismatches += static_cast<Tagged*>(p)->tag != 'a';
-    return 0;
-}
-int expects_b(void* p)
-{
-    mismatches += static_cast<Tagged*>(p)->tag != 'b';
+    mismatches += static_cast<Tagged*>(p)->tag != Tag;
     return 0;
 }
 
@@ -231,19 +202,18 @@ TEST_F(MonitorList, AWalkNeverPairsOneEntrysDescriptorWithAnothersHandlerOrArgum
 {
     static Tagged a{'a'}, b{'b'};
     std::vector<int> fds;
-    for (int i = 0; i < 8; ++i)
-        fds.push_back(make_fd());
     fd_set all;
     FD_ZERO(&all);
-    for (int fd : fds)
-        FD_SET(fd, &all);
+    for (int i = 0; i < 8; ++i) {
+        fds.push_back(make_fd());
+        FD_SET(fds.back(), &all);
+    }
     std::atomic<bool> stop{false};
     std::thread writer([&] {
         while (!stop.load()) {
             for (std::size_t i = 0; i < fds.size(); ++i)
-                add_monitor_handle(fds[i], i % 2 ? expects_b : expects_a, i % 2 ? &b : &a);
-            // Removing from the front shifts every later entry down.
-            for (int fd : fds)
+                add_monitor_handle(fds[i], i % 2 ? expects<'b'> : expects<'a'>, i % 2 ? &b : &a);
+            for (int fd : fds)  // from the front: every later entry shifts down
                 remove_monitor_handle(fd);
         }
     });

@@ -1,5 +1,6 @@
 #include "client/monitor.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -17,12 +18,23 @@ void print_line(std::FILE* out, const std::string& line)
 
 }  // namespace
 
+std::string screen_held_hint(int screen)
+{
+    const std::string n = std::to_string(screen);
+    return "nothing has arrived for screen " + n +
+           ": tactord gives a screen's records to one display client only and ignores a second registration. "
+           "If another client holds screen " + n +
+           " (the panel's user interface, another tactord-events, or the simulated panel's own client: "
+           "tactord-sim --clients chooses the screens it takes), stop it and start this again.";
+}
+
 int run_monitor(ControlConnection& conn, const MonitorOptions& opts, std::FILE* out)
 {
     if (!conn.send(make_request(TYPE_INPUT_INIT, opts.screen)) || !conn.send(make_fence()))
         return 1;
     const auto start = std::chrono::steady_clock::now();
     long printed = 0;
+    bool event_seen = false;
     while (opts.count < 0 || printed < opts.count) {
         std::chrono::milliseconds wait = 1h;
         if (opts.duration.count() > 0) {
@@ -30,6 +42,17 @@ int run_monitor(ControlConnection& conn, const MonitorOptions& opts, std::FILE* 
                                                                          std::chrono::steady_clock::now());
             if (wait.count() <= 0)
                 return 0;
+        }
+        const auto hint_at = start + opts.hint_after;
+        if (!event_seen && opts.hint != nullptr) {
+            if (std::chrono::steady_clock::now() >= hint_at) {
+                std::fprintf(opts.hint, "%s: %s\n", opts.hint_name, screen_held_hint(opts.screen).c_str());
+                std::fflush(opts.hint);
+                event_seen = true;  // said once
+            } else {
+                wait = std::min(wait, std::chrono::duration_cast<std::chrono::milliseconds>(
+                                          hint_at - std::chrono::steady_clock::now() + 1ms));
+            }
         }
         // Events are 16 bytes and replies 64; only a fence is answered here,
         // and its first eight bytes tell it from an event.
@@ -50,8 +73,10 @@ int run_monitor(ControlConnection& conn, const MonitorOptions& opts, std::FILE* 
                 return 1;
             line = opts.json ? reply_json(rec.reply) : describe_reply(rec.reply);
         } else if (opts.json) {
+            event_seen = true;
             line = event_json(rec.ev);
         } else {
+            event_seen = true;
             line = describe_event(rec.ev);
             if (opts.with_time) {
                 char stamp[32];

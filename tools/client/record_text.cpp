@@ -9,6 +9,25 @@
 #include "client/input_names.h"
 
 namespace tools {
+
+std::string json_escape(std::string_view text)
+{
+    std::string out;
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (static_cast<unsigned char>(c) < 0x20) {
+            char buf[8];
+            std::snprintf(buf, sizeof buf, "\\u%04x", static_cast<unsigned char>(c));
+            out += buf;
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
 namespace {
 
 constexpr std::array<const char*, 25> kTypeNames = {
@@ -76,24 +95,6 @@ const char* private_kind(uint16_t type)
     default:
         return type >= EV_PRIV_LOCKED_TOUCH_BASE && type < EV_PRIV_LOCKED_TOUCH_BASE + 4 ? "locked-touch" : "";
     }
-}
-
-std::string json_escape(std::string_view text)
-{
-    std::string out;
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            char buf[8];
-            std::snprintf(buf, sizeof buf, "\\u%04x", static_cast<unsigned char>(c));
-            out += buf;
-        } else {
-            out += c;
-        }
-    }
-    return out;
 }
 
 std::string field(const char* key, const std::string& text)

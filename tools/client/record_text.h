@@ -30,6 +30,8 @@ std::optional<int> parse_mode_word(std::string_view word);
 
 // The name of a message type ("TYPE_MODE_GET"), null beyond the 25 types.
 const char* msg_type_name(int32_t type);
+// text with quotes, backslashes and control characters escaped for a JSON string.
+std::string json_escape(std::string_view text);
 // A text field of a reply: at most len characters, stopping at a NUL.
 std::string bounded_text(const char* text, std::size_t len);
 

@@ -122,7 +122,7 @@ DaemonProcess::DaemonProcess(const std::string& workdir, const std::vector<std::
         dup2(fds[1], STDERR_FILENO);
         close(fds[0]);
         close(fds[1]);
-        if (chdir(workdir.c_str()) != 0)
+        if (chdir(workdir.c_str()) != 0 || (launch.session_leader && setsid() < 0))
             _exit(126);
         if (target.arm32) {
             if (target.preload.empty()) {

@@ -44,6 +44,7 @@ struct Launch {
     std::string binary = daemon_binary();
     bool umockdev_preload = false;  // put the umockdev preload into the daemon's LD_PRELOAD
     std::string log_path;           // also append the output to this file
+    bool session_leader = false;    // the daemon runs in a session of its own, as under a supervisor
 };
 
 class DaemonProcess {

@@ -2,13 +2,16 @@
 
 #include <arpa/inet.h>
 #include <linux/input.h>
+#include <signal.h>
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstring>
 
 #include "client/args.h"
 #include "client/input_names.h"
+#include "arm/input_manager.h"
 #include "common/OrvelClient.h"
 #include "client/monitor.h"
 #include "client/record_text.h"
@@ -37,6 +40,7 @@ int CtlContext::fail(int code, const std::string& text)
 void CtlContext::say(const std::string& line)
 {
     std::fprintf(out, "%s\n", line.c_str());
+    std::fflush(out);  // a guided command talks to a person, line by line
 }
 
 std::optional<ControlConnection::Answer> CtlContext::exchange(const SystemMsg& msg)
@@ -52,14 +56,20 @@ std::optional<ControlConnection::Answer> CtlContext::exchange(const SystemMsg& m
     return answer;
 }
 
-namespace {
-
 int usage_error(CtlContext& ctx, const std::string& text)
 {
     return ctx.fail(kExitUsage, text + " (see --help)");
 }
 
-// Screen indexes the daemon takes for a request: 0 main, 1 sub.
+const std::string* option_value(CtlContext& ctx, const std::vector<std::string>& args, std::size_t& i)
+{
+    if (i + 1 >= args.size()) {
+        usage_error(ctx, "option " + args[i] + " needs a value");
+        return nullptr;
+    }
+    return &args[++i];
+}
+
 std::optional<int> parse_screen(std::string_view text)
 {
     if (text == "main")
@@ -69,6 +79,32 @@ std::optional<int> parse_screen(std::string_view text)
     const auto n = parse_integer(text, 0, 1);
     return n ? std::optional<int>(static_cast<int>(*n)) : std::nullopt;
 }
+
+namespace {
+
+volatile std::sig_atomic_t g_interrupted = 0;
+
+void on_interrupt(int)
+{
+    g_interrupted = 1;
+}
+
+}  // namespace
+
+void ctl_catch_interrupt()
+{
+    struct sigaction stop {};
+    stop.sa_handler = on_interrupt;
+    sigaction(SIGINT, &stop, nullptr);
+    sigaction(SIGTERM, &stop, nullptr);
+}
+
+bool ctl_interrupted()
+{
+    return g_interrupted != 0;
+}
+
+namespace {
 
 // Sends a request the daemon does not answer and reports it as done.
 int send_plain(CtlContext& ctx, const SystemMsg& msg, const std::string& done)
@@ -105,20 +141,35 @@ int mode_set(CtlContext& ctx, const std::vector<std::string>& args)
     for (std::size_t i = 1; i < args.size(); ++i) {
         if (args[i] == "--ipc-extern") {
             info.mode |= MODE_IPC_EXTERN;
-        } else if (args[i] == "--grid" && i + 1 < args.size()) {
-            const auto cells = parse_list(args[++i], GRID_CELLS, 0, 3);
+            continue;
+        }
+        if (args[i] != "--grid" && args[i] != "--screen")
+            return usage_error(ctx, "unexpected argument '" + args[i] + "'");
+        const std::string* value = option_value(ctx, args, i);
+        if (value == nullptr)
+            return kExitUsage;
+        if (args[i - 1] == "--grid") {
+            const auto cells = parse_list(*value, GRID_CELLS, 0, 3);
             if (!cells)
                 return usage_error(ctx, "--grid takes nine cells 0..3 (0 empty, 1 main, 2 sub, 3 IPC screen)");
             std::copy(cells->begin(), cells->end(), info.monitor_pos.begin());
-        } else if (args[i] == "--screen" && i + 1 < args.size()) {
-            const auto screen = parse_screen(args[++i]);
+        } else {
+            const auto screen = parse_screen(*value);
             if (!screen)
                 return usage_error(ctx, "--screen takes 0 (main) or 1 (sub)");
             msg.scr_index = *screen;
-        } else {
-            return usage_error(ctx, "unexpected argument '" + args[i] + "'");
         }
     }
+    // The daemon takes any grid, but the cursor reaches only the screens
+    // placed in it: an extended sub screen or IPC screen left out of the grid
+    // could never be reached.
+    const auto placed = [&](int cell) {
+        return std::find(info.monitor_pos.begin(), info.monitor_pos.end(), cell) != info.monitor_pos.end();
+    };
+    if ((info.mode & MODE_EXTERN) != 0 && !(placed(1) && placed(2)))
+        return usage_error(ctx, "the extern mode needs a grid with a main (1) and a sub (2) cell");
+    if ((info.mode & MODE_IPC_EXTERN) != 0 && !placed(3))
+        return usage_error(ctx, "--ipc-extern needs a grid with an IPC screen (3) cell");
     const auto answer = ctx.exchange(msg);
     if (!answer)
         return kExitFailed;
@@ -134,12 +185,14 @@ int led(CtlContext& ctx, const std::vector<std::string>& args)
 {
     static constexpr std::array<std::pair<const char*, uint16_t>, 3> kLeds = {
         {{"caps", LED_CAPSL}, {"num", LED_NUML}, {"scroll", LED_SCROLLL}}};
-    if (args.size() != 2 && args.size() != 4)
+    if (args.size() < 2 || args.size() > 4)
         return usage_error(ctx, "led takes caps|num|scroll on|off [--screen N]");
     const auto it = std::find_if(kLeds.begin(), kLeds.end(), [&](const auto& l) { return args[0] == l.first; });
     if (it == kLeds.end() || (args[1] != "on" && args[1] != "off"))
         return usage_error(ctx, "led takes caps|num|scroll on|off");
     int screen = 0;
+    if (args.size() == 3 && args[2] == "--screen")
+        return usage_error(ctx, "option --screen needs a value");
     if (args.size() == 4) {
         const auto s = args[2] == "--screen" ? parse_screen(args[3]) : std::nullopt;
         if (!s)
@@ -160,23 +213,45 @@ int led(CtlContext& ctx, const std::vector<std::string>& args)
 
 // ---- the IPC window ----
 
-std::optional<RECT_BOX> parse_box(const std::vector<std::string>& args, std::size_t from)
+// X1 Y1 X2 Y2 at args[from..]; null (reported, naming the bad value) when
+// they are not four pixel positions spanning a rectangle.
+std::optional<RECT_BOX> parse_box(CtlContext& ctx, const std::string& command, const std::vector<std::string>& args,
+                                  std::size_t from)
 {
-    if (args.size() != from + 4)
+    static constexpr std::array<const char*, 4> kNames = {"X1", "Y1", "X2", "Y2"};
+    if (args.size() != from + 4) {
+        usage_error(ctx, command + " takes four corners X1 Y1 X2 Y2 after the screen");
         return std::nullopt;
+    }
     std::array<long long, 4> v{};
     for (std::size_t i = 0; i < 4; ++i) {
         const auto n = parse_integer(args[from + i], 0, 65535);
-        if (!n)
+        if (!n) {
+            usage_error(ctx, command + ": " + kNames[i] + " '" + args[from + i] + "' is not a pixel position 0..65535");
             return std::nullopt;
+        }
         v[i] = *n;
     }
     // Given as X1 Y1 X2 Y2; the record keeps both x values first.
     const RECT_BOX box{static_cast<int32_t>(v[0]), static_cast<int32_t>(v[2]), static_cast<int32_t>(v[1]),
                        static_cast<int32_t>(v[3])};
-    if (box.x1 >= box.x2 || box.y1 >= box.y2)
+    if (box.x1 >= box.x2 || box.y1 >= box.y2) {
+        usage_error(ctx, command + ": the rectangle needs X1 < X2 and Y1 < Y2");
         return std::nullopt;
+    }
     return box;
+}
+
+// The screen word at args[at]; null (reported) when it is missing or bad.
+std::optional<int> screen_argument(CtlContext& ctx, const std::string& command, const std::vector<std::string>& args,
+                                   std::size_t at)
+{
+    const auto screen = at < args.size() ? parse_screen(args[at]) : std::nullopt;
+    if (!screen)
+        usage_error(ctx, command + ": " +
+                             (at < args.size() ? "bad screen '" + args[at] + "'" : std::string("no screen given")) +
+                             ", it takes 0 (main) or 1 (sub)");
+    return screen;
 }
 
 std::optional<IpcWinInfo> window_info(CtlContext& ctx)
@@ -209,10 +284,12 @@ int window_get(CtlContext& ctx, const std::vector<std::string>&)
 
 int window_open(CtlContext& ctx, const std::vector<std::string>& args)
 {
-    const auto screen = args.empty() ? std::nullopt : parse_screen(args[0]);
-    const auto box = parse_box(args, 1);
-    if (!screen || !box)
-        return usage_error(ctx, "ipc-window open takes SCREEN X1 Y1 X2 Y2 with X1 < X2 and Y1 < Y2");
+    const auto screen = screen_argument(ctx, "ipc-window open", args, 0);
+    if (!screen)
+        return kExitUsage;
+    const auto box = parse_box(ctx, "ipc-window open", args, 1);
+    if (!box)
+        return kExitUsage;
     SystemMsg msg = make_request(TYPE_SET_IPC_WINDOW);
     msg.data.ipc_win_info = {1, *screen, *box};
     if (!ctx.exchange(msg))
@@ -249,14 +326,20 @@ int window_cutout(CtlContext& ctx, const std::vector<std::string>& args)
     static constexpr std::array<std::pair<const char*, int>, 3> kOps = {
         {{"del", OP_IPC_WIN_DEL}, {"add", OP_IPC_WIN_ADD}, {"clear", OP_IPC_WIN_CLR}}};
     const auto op = std::find_if(kOps.begin(), kOps.end(), [&](const auto& o) { return !args.empty() && args[0] == o.first; });
-    const int screen = args.size() >= 2 ? parse_screen(args[1]).value_or(-1) : -1;
-    std::optional<RECT_BOX> box = RECT_BOX{};
-    if (op != kOps.end() && op->second != OP_IPC_WIN_CLR)
-        box = parse_box(args, 2);
-    else if (args.size() != 2)
-        box.reset();
-    if (op == kOps.end() || screen < 0 || !box)
+    if (op == kOps.end())
         return usage_error(ctx, "ipc-window cutout takes add|del SCREEN X1 Y1 X2 Y2, or clear SCREEN");
+    const std::string command = std::string("ipc-window cutout ") + op->first;
+    const auto found = screen_argument(ctx, command, args, 1);
+    if (!found)
+        return kExitUsage;
+    const int screen = *found;
+    std::optional<RECT_BOX> box = RECT_BOX{};
+    if (op->second != OP_IPC_WIN_CLR)
+        box = parse_box(ctx, command, args, 2);
+    else if (args.size() != 2)
+        return usage_error(ctx, "ipc-window cutout clear takes only SCREEN");
+    if (!box)
+        return kExitUsage;
     // The daemon refuses cut-outs of a screen without the IPC window (it
     // only logs that): ask first.
     const auto info = window_info(ctx);
@@ -409,6 +492,8 @@ int touchscreen(CtlContext& ctx, const std::vector<std::string>& args)
 int do_register(CtlContext& ctx, const std::vector<std::string>& args)
 {
     MonitorOptions opts;
+    opts.hint = ctx.err;
+    opts.hint_name = "tactorctl";
     const auto screen = args.empty() ? std::nullopt : parse_screen(args[0]);
     if (!screen)
         return usage_error(ctx, "register takes SCREEN [--json] [--count N] [--for SECONDS]");
@@ -416,18 +501,23 @@ int do_register(CtlContext& ctx, const std::vector<std::string>& args)
     for (std::size_t i = 1; i < args.size(); ++i) {
         if (args[i] == "--json") {
             opts.json = true;
-        } else if (args[i] == "--count" && i + 1 < args.size()) {
-            const auto n = parse_integer(args[++i], 1, INT32_MAX);
+            continue;
+        }
+        if (args[i] != "--count" && args[i] != "--for")
+            return usage_error(ctx, "unexpected argument '" + args[i] + "'");
+        const std::string* value = option_value(ctx, args, i);
+        if (value == nullptr)
+            return kExitUsage;
+        if (args[i - 1] == "--count") {
+            const auto n = parse_integer(*value, 1, INT32_MAX);
             if (!n)
                 return usage_error(ctx, "--count takes a number of records");
             opts.count = *n;
-        } else if (args[i] == "--for" && i + 1 < args.size()) {
-            const auto s = parse_seconds(args[++i], 86400);
+        } else {
+            const auto s = parse_seconds(*value, 86400);
             if (!s)
                 return usage_error(ctx, "--for takes seconds");
             opts.duration = std::chrono::milliseconds(static_cast<long long>(*s * 1000));
-        } else {
-            return usage_error(ctx, "unexpected argument '" + args[i] + "'");
         }
     }
     ControlConnection* c = ctx.connect();
@@ -494,7 +584,9 @@ std::vector<Command> command_table()
          touchscreen},
     };
     add_calibration_commands(t);
+    add_calibrate_commands(t);
     add_config_commands(t);
+    add_device_commands(t);
     return t;
 }
 
@@ -510,13 +602,36 @@ void print_overview(std::FILE* out, const std::vector<Command>& table)
 {
     std::fprintf(out,
                  "usage: tactorctl [--socket PATH] [--wait SECONDS] COMMAND [ARGS]\n"
-                 "A client of tactord's control socket (default %s; TACTORD_ROOT moves it).\n"
+                 "       tactorctl help [COMMAND] | --help | -h | --version\n"
+                 "A client of tactord's control socket (default %s; TACTORD_ROOT moves it),\n"
+                 "and the integrator's bring-up tools (devices, calibrate, config check).\n"
                  "--wait waits that long for the socket to appear (a daemon that is starting).\n"
                  "Exit status: 0 done, 1 refused by tactord or tactord not reachable, 2 bad arguments.\n"
                  "tactorctl COMMAND --help says more about a command.\n\ncommands:\n",
                  default_socket_path().c_str());
     for (const Command& c : table)
         std::fprintf(out, "  %s %s\n", joined(c.words).c_str(), c.args.c_str());
+}
+
+bool is_help(const std::string& word)
+{
+    return word == "--help" || word == "-h";
+}
+
+// The help of every command whose words begin with the given ones ("mode"
+// gives mode get and mode set); false when there is none.
+bool print_help(std::FILE* out, const std::vector<Command>& table, const std::vector<std::string>& words)
+{
+    bool any = false;
+    for (const Command& c : table) {
+        const std::size_t n = std::min(words.size(), c.words.size());
+        if (words.empty() || !std::equal(c.words.begin(), c.words.begin() + static_cast<std::ptrdiff_t>(n), words.begin()))
+            continue;
+        std::fprintf(out, "%susage: tactorctl %s %s\n%s\n", any ? "\n" : "", joined(c.words).c_str(), c.args.c_str(),
+                     c.help.c_str());
+        any = true;
+    }
+    return any;
 }
 
 }  // namespace
@@ -528,20 +643,27 @@ int tactorctl_run(const std::vector<std::string>& all, std::FILE* out, std::FILE
     ctx.err = err;
     const std::vector<Command> table = command_table();
     std::size_t i = 0;
-    for (; i < all.size() && all[i].rfind("--", 0) == 0; ++i) {
-        if (all[i] == "--help") {
+    for (; i < all.size() && all[i].rfind("-", 0) == 0; ++i) {
+        if (is_help(all[i])) {
             print_overview(out, table);
             return kExitOk;
         }
-        if (all[i] == "--socket" && i + 1 < all.size()) {
-            ctx.socket = all[++i];
-        } else if (all[i] == "--wait" && i + 1 < all.size()) {
-            const auto s = parse_seconds(all[++i], 3600);
+        if (all[i] == "--version") {
+            std::fprintf(out, "tactorctl %s\n", TACTORD_VERSION);
+            return kExitOk;
+        }
+        if (all[i] != "--socket" && all[i] != "--wait")
+            return usage_error(ctx, "unknown option '" + all[i] + "'");
+        const std::string* value = option_value(ctx, all, i);
+        if (value == nullptr)
+            return kExitUsage;
+        if (all[i - 1] == "--socket") {
+            ctx.socket = *value;
+        } else {
+            const auto s = parse_seconds(*value, 3600);
             if (!s)
                 return usage_error(ctx, "--wait takes seconds");
             ctx.wait = std::chrono::milliseconds(static_cast<long long>(*s * 1000));
-        } else {
-            return usage_error(ctx, "unknown option '" + all[i] + "'");
         }
     }
     const std::vector<std::string> rest(all.begin() + static_cast<std::ptrdiff_t>(i), all.end());
@@ -549,12 +671,28 @@ int tactorctl_run(const std::vector<std::string>& all, std::FILE* out, std::FILE
         print_overview(err, table);
         return kExitUsage;
     }
+    if (rest[0] == "help") {
+        if (rest.size() == 1) {
+            print_overview(out, table);
+            return kExitOk;
+        }
+        const std::vector<std::string> words(rest.begin() + 1, rest.end());
+        return print_help(out, table, words) ? kExitOk : usage_error(ctx, "no command '" + joined(words) + "'");
+    }
     // The command with the longest run of matching words.
     const Command* found = nullptr;
     for (const Command& c : table) {
         if (c.words.size() <= rest.size() && std::equal(c.words.begin(), c.words.end(), rest.begin()) &&
             (found == nullptr || c.words.size() > found->words.size()))
             found = &c;
+    }
+    const auto help_at = std::find_if(rest.begin(), rest.end(), is_help);
+    if (help_at != rest.end()) {
+        // The words before --help name a command or a group.
+        const std::vector<std::string> words =
+            found != nullptr ? found->words : std::vector<std::string>(rest.begin(), help_at);
+        if (print_help(out, table, words))
+            return kExitOk;
     }
     if (found == nullptr) {
         // A group word alone, or a typo: list what there is.
@@ -565,11 +703,6 @@ int tactorctl_run(const std::vector<std::string>& all, std::FILE* out, std::FILE
         return usage_error(ctx, "unknown command '" + joined(rest) + "'" + (near.empty() ? "" : "; did you mean:" + near));
     }
     const std::vector<std::string> args(rest.begin() + static_cast<std::ptrdiff_t>(found->words.size()), rest.end());
-    if (std::find(args.begin(), args.end(), "--help") != args.end()) {
-        std::fprintf(out, "usage: tactorctl %s %s\n%s\n", joined(found->words).c_str(), found->args.c_str(),
-                     found->help.c_str());
-        return kExitOk;
-    }
     return found->run(ctx, args);
 }
 

@@ -15,7 +15,8 @@
 namespace tools {
 namespace {
 
-using Params = std::array<int32_t, CALI_PARAM_NUM>;
+using Params = CaliParams;
+static_assert(std::tuple_size_v<Params> == CALI_PARAM_NUM);
 
 int usage(CtlContext& ctx, const std::string& text)
 {
@@ -160,8 +161,11 @@ int compute(CtlContext& ctx, const std::vector<std::string>& args)
     cali.displaysize_y = 1080;
     std::size_t targets = 0;
     for (std::size_t i = 1; i < args.size(); ++i) {
-        if (args[i] == "--size" && i + 1 < args.size()) {
-            const auto size = parse_list(args[++i], 2, 1, 65535);
+        if (args[i] == "--size") {
+            const std::string* value = option_value(ctx, args, i);
+            if (value == nullptr)
+                return kExitUsage;
+            const auto size = parse_list(*value, 2, 1, 65535);
             if (!size)
                 return usage(ctx, "--size takes WIDTH,HEIGHT");
             cali.displaysize_x = static_cast<int32_t>((*size)[0]);
@@ -182,17 +186,10 @@ int compute(CtlContext& ctx, const std::vector<std::string>& args)
         return kExitFailed;
     if (!answer->reply)
         return ctx.fail(kExitFailed, "tactord sent no calibration result");
-    static const std::map<int, std::string> kWhy = {
-        {-1, "no touchscreen that can be calibrated serves screen " + args[0]},
-        {-2, "not ready: enter calibration and touch all five targets first"},
-        {-3, "the five touched points do not span a plane"},
-        {-4, "the result is not usable, calibrate again"}};
     const int result = answer->reply->data.ts_cali_data.result;
-    if (result != 0) {
-        const auto why = kWhy.find(result);
-        return ctx.fail(kExitFailed, "refused (" + std::to_string(result) + "): " +
-                                         (why != kWhy.end() ? why->second : std::string("unknown reason")));
-    }
+    if (result != 0)
+        return ctx.fail(kExitFailed, "refused (" + std::to_string(result) + "): " + calibration_refusal(result) +
+                                         (result == -1 ? " " + args[0] : ""));
     ctx.say("calibrated; the parameters are in force (calibration get " + args[0] + ")");
     return kExitOk;
 }
@@ -242,32 +239,18 @@ int save(CtlContext& ctx, const std::vector<std::string>& args)
     const auto all = read_all(ctx);
     if (!all)
         return kExitFailed;
-    std::ostringstream text;
-    text << "# tactord touchscreen calibration (tactorctl calibration save); tactorctl calibration restore sets it\n"
-            "# seat p0 p1 p2 p3 p4 p5 p6\n";
-    int saved = 0;
+    std::map<int, Params> calibrated;
     for (const auto& [seat, params] : *all) {
         if (params[6] == 0) {
             ctx.say("seat " + std::to_string(seat) + ": not calibrated, left out");
             continue;
         }
-        text << seat << ' ' << params_text(params) << '\n';
+        calibrated.emplace(seat, params);
         ctx.say("seat " + std::to_string(seat) + ": " + params_text(params));
-        ++saved;
     }
-    // Written beside the file and renamed over it: a reader never sees half a file.
-    const std::string tmp = args[0] + ".tmp";
-    {
-        std::ofstream f(tmp, std::ios::trunc);
-        f << text.str();
-        if (!f.flush())
-            return ctx.fail(kExitFailed, "cannot write " + tmp);
-    }
-    if (std::rename(tmp.c_str(), args[0].c_str()) != 0) {
-        std::remove(tmp.c_str());
-        return ctx.fail(kExitFailed, "cannot write " + args[0]);
-    }
-    ctx.say("saved " + std::to_string(saved) + " touchscreen(s) to " + args[0]);
+    if (!write_calibration_file(ctx, args[0], calibrated))
+        return kExitFailed;
+    ctx.say("saved " + std::to_string(calibrated.size()) + " touchscreen(s) to " + args[0]);
     return kExitOk;
 }
 
@@ -332,12 +315,49 @@ int restore(CtlContext& ctx, const std::vector<std::string>& args)
 
 }  // namespace
 
+std::string calibration_refusal(int result)
+{
+    switch (result) {
+    case -1: return "no touchscreen that can be calibrated serves screen";
+    case -2: return "not ready: enter calibration and touch all five targets first";
+    case -3: return "the five touched points do not span a plane";
+    case -4: return "the result is not usable, calibrate again";
+    default: return "unknown reason";
+    }
+}
+
+bool write_calibration_file(CtlContext& ctx, const std::string& file, const std::map<int, Params>& seats)
+{
+    std::ostringstream text;
+    text << "# tactord touchscreen calibration (tactorctl calibration save); tactorctl calibration restore sets it\n"
+            "# seat p0 p1 p2 p3 p4 p5 p6\n";
+    for (const auto& [seat, params] : seats)
+        text << seat << ' ' << params_text(params) << '\n';
+    // Written beside the file and renamed over it: a reader never sees half a file.
+    const std::string tmp = file + ".tmp";
+    {
+        std::ofstream f(tmp, std::ios::trunc);
+        f << text.str();
+        if (!f.flush()) {
+            ctx.fail(kExitFailed, "cannot write " + tmp);
+            return false;
+        }
+    }
+    if (std::rename(tmp.c_str(), file.c_str()) != 0) {
+        std::remove(tmp.c_str());
+        ctx.fail(kExitFailed, "cannot write " + file);
+        return false;
+    }
+    return true;
+}
+
 void add_calibration_commands(std::vector<Command>& t)
 {
     t.push_back({{"calibration", "enter"}, "SEAT",
                  "TYPE_ENTER_TS_CALI_MODE: starts the five-point calibration of the touchscreen on SEAT (0 is the\n"
-                 "board's own). Its raw values then pass through unconverted, and the touchscreen answers to\n"
-                 "screen number SEAT for compute and get.",
+                 "board's own). Its raw values then reach the screen's client unconverted but scaled to\n"
+                 "1920 x 1080, and the touchscreen answers to screen number SEAT for compute and get.\n"
+                 "tactorctl calibrate does all the steps with on-screen targets.",
                  enter});
     t.push_back({{"calibration", "point"}, "SEAT N",
                  "TYPE_GET_TS_CALI_POINT: the next touch on the seat's touchscreen is target N (1..5).", point});

@@ -62,14 +62,24 @@ void take_client(int fd)
         audio_ctrl.unx_fd.store(fd, std::memory_order_release);  // keep serving the newest
 }
 
+// Logs a failed accept of the audio listener, one line a second at most.
+void accept_failed(AcceptFailures& failures, int err)
+{
+    if (const unsigned n = failures.note(err))
+        AUDIOLOG("Accept unix client is error:%s(errno: %d), %u times.\r\n", std::strerror(err), err, n);
+}
+
 void* key_audio_accept_thread(void*)
 {
     sleep(2);
+    AcceptFailures failures;
     for (;;) {
         const int fd = unix_server_accept(audio_ctrl.unx_ser_fd);
         if (fd > 0) {
             take_client(fd);
             AUDIOLOG("key audio unix client connected...\r\n");
+        } else if (fd < 0) {
+            accept_failed(failures, errno);
         }
         usleep(200000);
     }
@@ -81,11 +91,17 @@ void* key_audio_thread(void*)
     audio_ctrl.unx_ser_fd = 0;
     audio_ctrl.cb = {audio_play_stub, nullptr};
     int client = -1;
+    AcceptFailures failures;
     while (client <= 0) {
-        // A fresh listening socket each attempt, as the service always did.
+        // A fresh listening socket each attempt, as the service always did;
+        // the one before is closed first (its accept failed).
+        unix_socket_close(audio_ctrl.unx_ser_fd);
         audio_ctrl.unx_ser_fd = unix_server_open(KEY_AUDIO_SOCKET_PATH);
-        if (audio_ctrl.unx_ser_fd > 0)
+        if (audio_ctrl.unx_ser_fd > 0) {
             client = unix_server_accept(audio_ctrl.unx_ser_fd);
+            if (client < 0)
+                accept_failed(failures, errno);
+        }
         if (client <= 0)
             usleep(100000);
     }

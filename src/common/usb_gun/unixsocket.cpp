@@ -1,12 +1,14 @@
 #include "common/usb_gun/unixsocket.h"
 
-#include <sys/select.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <thread>
 
 #include "common/root_path.h"
 #include "common/usb_gun/usblog.h"
@@ -39,11 +41,16 @@ int unix_server_open(const char* path)
     const char* where = resolve_path(path, resolved);
     const sockaddr_un addr = make_address(where);
     unlink(addr.sun_path);
+    // A socket whose bind or listen failed is closed: the services retry
+    // every 100 ms, and one left open each time ran the process out of
+    // descriptors (for example with a directory left at the path).
     if (bind(fd, reinterpret_cast<const sockaddr*>(&addr), UNIX_ADDR_LEN) < 0) {
+        close(fd);
         USBLOG("Bind socket is error.\r\n");
-        return -2;  // the socket is left open, as the service always has
+        return -2;
     }
     if (listen(fd, 5) < 0) {
+        close(fd);
         USBLOG("Listen socket is error.\r\n");
         return -2;
     }
@@ -73,22 +80,44 @@ int unix_server_accept(int fd)
     return accept(fd, nullptr, nullptr);
 }
 
+unsigned AcceptFailures::note(int err, std::chrono::steady_clock::time_point now)
+{
+    if (err == EMFILE || err == ENFILE)
+        std::this_thread::sleep_for(kExhaustedPause);
+    ++held_;
+    if (logged_ && now - last_line_ < std::chrono::seconds(1))
+        return 0;
+    logged_ = true;
+    last_line_ = now;
+    const unsigned n = held_;
+    held_ = 0;
+    return n;
+}
+
+int unix_socket_wait(int fd, unsigned timeout_ms)
+{
+    if (fd < 0)
+        return -1;
+    pollfd p{fd, POLLIN, 0};
+    const int ready = poll(&p, 1, static_cast<int>(timeout_ms));
+    if (ready <= 0)
+        return ready;
+    // A hung-up or failed socket counts as readable: its read tells which.
+    if ((p.revents & POLLNVAL) != 0) {
+        errno = EBADF;
+        return -1;
+    }
+    return 1;
+}
+
 ssize_t unix_socket_read(int fd, void* buf, std::size_t len, unsigned timeout_ms)
 {
     if (buf == nullptr)
         return -1;
     if (timeout_ms != 0) {
-        if (fd < 0 || fd >= FD_SETSIZE)
-            return -1;
-        fd_set set;
-        FD_ZERO(&set);
-        FD_SET(fd, &set);
-        timeval tv{static_cast<time_t>(timeout_ms / 1000), static_cast<suseconds_t>((timeout_ms % 1000) * 1000)};
-        const int ready = select(fd + 1, &set, nullptr, nullptr, &tv);
-        if (ready == 0)
-            return 0;
-        if (ready < 0)
-            return -1;
+        const int ready = unix_socket_wait(fd, timeout_ms);
+        if (ready <= 0)
+            return ready;
     }
     return read(fd, buf, len);
 }
@@ -96,6 +125,11 @@ ssize_t unix_socket_read(int fd, void* buf, std::size_t len, unsigned timeout_ms
 ssize_t unix_socket_write(int fd, const void* buf, std::size_t len)
 {
     return write(fd, buf, len);
+}
+
+ssize_t unix_socket_send(int fd, const void* buf, std::size_t len)
+{
+    return send(fd, buf, len, MSG_NOSIGNAL);
 }
 
 int unix_socket_close(int fd)

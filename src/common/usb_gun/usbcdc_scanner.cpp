@@ -18,13 +18,20 @@ namespace {
 
 // 8N1 raw, no flow control, no echo; only the output speed is set (9600),
 // the input speed stays as the port had it.
+// The scanner's bytes are handed on unchanged, so the input side is raw as
+// well: no CR/LF translation (a port left with ICRNL turned "\r\n" into
+// "\n\n"), no XON/XOFF, no stripping or break handling; parity errors are
+// still ignored. Reads return as soon as one byte is there.
 void configure_port(int fd)
 {
     termios tio{};
     tcgetattr(fd, &tio);
+    tio.c_iflag &= ~(IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR | ICRNL | IUCLC | IXON | IXOFF | IXANY);
     tio.c_iflag |= IGNPAR;
     tio.c_oflag = 0;
     tio.c_lflag = 0;
+    tio.c_cc[VMIN] = 1;
+    tio.c_cc[VTIME] = 0;
     tio.c_cflag &= ~(CSTOPB | CSIZE | CRTSCTS);
     tio.c_cflag |= CS8 | CREAD | CLOCAL;
     cfsetospeed(&tio, B9600);
@@ -58,7 +65,11 @@ void usbcdc_reader_pass(unsigned* cursor)
     if (tty.h_tty <= 0 && tty.b_init == 0) {
         // A port that cannot be opened is marked all the same: its reads
         // fail at once and it is taken down below.
-        tty.h_tty = open(path, O_RDWR);
+        // Never as the controlling terminal: a daemon that is a session
+        // leader (under a supervisor) would otherwise get the port as its
+        // terminal, and the scanner's unplug would hang it up with a SIGHUP
+        // that ends the process.
+        tty.h_tty = open(path, O_RDWR | O_NOCTTY | O_CLOEXEC);
         if (tty.h_tty > 0)
             configure_port(tty.h_tty);
         USBLOG("Usb Cdc ScanGun %s is plugin...\r\n", path);

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -48,14 +49,21 @@ void take_record(int p, const Unx_Head_t& head)
 
 void* UsbDataTranThread(void*)
 {
-    Client_Ctrl_t& c = usbgun_client;
-    for (;;) {
-        // The read's time-out paces the loop.
-        const ssize_t got = unix_socket_read(c.unx_fd.load(std::memory_order_relaxed), c.buf + c.held,
-                                             UNX_BUF_SIZE - c.held, 200);
-        usbgun_c_take(got);
-    }
+    for (;;)
+        usbgun_c_receive_pass();
     return nullptr;
+}
+
+// The connection ended: closed under the lock the senders hold, so that none
+// of them writes to the number once it is closed (or reused). Senders get -2
+// until the receiver has connected again.
+void connection_lost()
+{
+    Client_Ctrl_t& c = usbgun_client;
+    std::lock_guard<std::mutex> guard(c.mutex_client);
+    unix_socket_close(c.unx_fd.exchange(-1));
+    c.held = 0;
+    USBLOG("Unix socket closed by the service, connecting again...\r\n");
 }
 
 struct SendTexts {
@@ -69,9 +77,15 @@ struct SendTexts {
 int send_record(uint32_t func_index, const void* payload, uint32_t len, const SendTexts& texts)
 {
     Client_Ctrl_t& c = usbgun_client;
-    if (c.unx_fd.load(std::memory_order_acquire) <= 0) {
+    const int fd = c.unx_fd.load(std::memory_order_acquire);
+    if (fd == 0) {
         USBLOG("%s", texts.not_connected);
         return 0;
+    }
+    // The daemon went away and is not back yet: the record cannot be sent.
+    if (fd < 0) {
+        USBLOG("%s", texts.short_write);
+        return -2;
     }
     const std::size_t size = UNX_HEAD_SIZE + len;
     std::unique_ptr<uint8_t[]> rec(new (std::nothrow) uint8_t[size]);
@@ -80,16 +94,66 @@ int send_record(uint32_t func_index, const void* payload, uint32_t len, const Se
         return -1;
     }
     put_unx_record(rec.get(), func_index, payload, len);
-    ssize_t n;
+    ssize_t n = -1;
     {
         std::lock_guard<std::mutex> guard(c.mutex_client);
-        n = unix_socket_write(c.unx_fd.load(std::memory_order_relaxed), rec.get(), size);
+        // Lost since the look above: a short write as well. A daemon gone
+        // gives EPIPE here, never a SIGPIPE in the client program.
+        const int fd = c.unx_fd.load(std::memory_order_relaxed);
+        if (fd > 0)
+            n = unix_socket_send(fd, rec.get(), size);
     }
     if (n != static_cast<ssize_t>(size)) {
         USBLOG("%s", texts.short_write);
         return -2;
     }
     return 1;
+}
+
+// The senders' texts, each kept as it stands.
+constexpr SendTexts NAME_TEXTS{"Unx socket handle not init.\r\n", "Malloc is failure.\r\n",
+                               "Unix_socket write is failure.\r\n"};
+constexpr SendTexts TYPE_TEXTS{"Unx socket handle not init.\r\n", "Malloc memory is failure.\r\n",
+                               "Unix_socket write is failure.\r\n"};
+constexpr SendTexts ROUTE_TEXTS{"unx socket handle not init.\r\n", "Malloc memory is failure.\r\n",
+                                "unix_socket write is failure.\r\n"};
+
+// Keeps the last bOn of each name; the oldest name goes when all places are taken.
+void remember_name(ClientConf& conf, const ScanGunConfigName_t& rec)
+{
+    const auto end = conf.names.begin() + conf.name_count;
+    auto same = std::find_if(conf.names.begin(), end,
+                              [&](const ScanGunConfigName_t& n) { return std::strcmp(n.name, rec.name) == 0; });
+    if (same == end && conf.name_count == ClientConf::MAX_NAMES)
+        same = conf.names.begin();
+    else if (same == end)
+        ++conf.name_count;
+    std::move(same + 1, conf.names.begin() + conf.name_count, same);
+    conf.names[conf.name_count - 1] = rec;
+}
+
+// Gives a daemon reached again what the program configured, one record at a
+// time: names first (in the order they were last set), then the data type
+// and the route.
+void replay_configuration()
+{
+    ClientConf conf;
+    {
+        std::lock_guard<std::mutex> guard(usbgun_client.mutex_client);
+        conf = usbgun_client.conf;
+    }
+    for (int i = 0; i < conf.name_count; ++i) {
+        usleep(REPLAY_PAUSE_US);
+        send_record(UsbGunNameSetFun, &conf.names[i], sizeof conf.names[i], NAME_TEXTS);
+    }
+    if (conf.datatype_set) {
+        usleep(REPLAY_PAUSE_US);
+        send_record(UsbGunDataTypeSetFun, &conf.datatype, sizeof conf.datatype, TYPE_TEXTS);
+    }
+    if (conf.route_set) {
+        usleep(REPLAY_PAUSE_US);
+        send_record(UsbGunRouteInfoSetFun, &conf.route, sizeof conf.route, ROUTE_TEXTS);
+    }
 }
 
 }  // namespace
@@ -146,6 +210,38 @@ void usbgun_c_take(ssize_t got)
     c.held = keep_after_record(c.buf, total, head.length);
 }
 
+void usbgun_c_receive_pass()
+{
+    Client_Ctrl_t& c = usbgun_client;
+    int fd = c.unx_fd.load(std::memory_order_relaxed);
+    if (fd <= 0) {
+        // A daemon that went away: found again when it (or its successor)
+        // listens, one attempt per pause, never a busy loop.
+        usleep(RECONNECT_PAUSE_US);
+        if ((fd = unix_client_open(SCANNER_SOCKET_PATH)) <= 0)
+            return;
+        c.unx_fd.store(fd, std::memory_order_release);
+        USBLOG("Unix socket connected again...\r\n");
+        replay_configuration();
+    }
+    // The wait's time-out paces the loop; held bytes are looked at again
+    // after each, since a read may have brought more than one record.
+    const int ready = unix_socket_wait(fd, 200);
+    ssize_t got = 0;
+    if (ready > 0) {
+        got = read(fd, c.buf + c.held, UNX_BUF_SIZE - c.held);
+        // End of file: the daemon closed the connection or ended.
+        if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN)) {
+            connection_lost();
+            return;
+        }
+    } else if (ready < 0 && errno != EINTR) {
+        connection_lost();
+        return;
+    }
+    usbgun_c_take(got);
+}
+
 int UsbGunInit(UsbInfoCb_t cb)
 {
     Client_Ctrl_t& c = usbgun_client;
@@ -159,6 +255,7 @@ int UsbGunInit(UsbInfoCb_t cb)
         c.cb = cb;
         c.usbinfo = {};
         c.rb = {};
+        c.conf = {};
         c.held = 0;
     }
     usblog_init_log(SCAN_CLIENT_LOG_PATH);
@@ -189,9 +286,11 @@ int UsbGunConfigSet(const char* name, int bOn)
     ScanGunConfigName_t rec{};
     rec.index = bOn;
     std::strncpy(rec.name, name, sizeof rec.name - 1);
-    const int rc = send_record(UsbGunNameSetFun, &rec, sizeof rec,
-                               {"Unx socket handle not init.\r\n", "Malloc is failure.\r\n",
-                                "Unix_socket write is failure.\r\n"});
+    {
+        std::lock_guard<std::mutex> guard(usbgun_client.mutex_client);
+        remember_name(usbgun_client.conf, rec);
+    }
+    const int rc = send_record(UsbGunNameSetFun, &rec, sizeof rec, NAME_TEXTS);
     if (rc == 1)
         USBLOG("Name:%s,bOn:%d success...\r\n", rec.name, bOn);
     return std::min(rc, 0);
@@ -200,9 +299,12 @@ int UsbGunConfigSet(const char* name, int bOn)
 int UsbGunDataTypeSet(int DatType)
 {
     const int32_t value = DatType;
-    const int rc = send_record(UsbGunDataTypeSetFun, &value, sizeof value,
-                               {"Unx socket handle not init.\r\n", "Malloc memory is failure.\r\n",
-                                "Unix_socket write is failure.\r\n"});
+    {
+        std::lock_guard<std::mutex> guard(usbgun_client.mutex_client);
+        usbgun_client.conf.datatype_set = true;
+        usbgun_client.conf.datatype = value;
+    }
+    const int rc = send_record(UsbGunDataTypeSetFun, &value, sizeof value, TYPE_TEXTS);
     if (rc == 1)
         USBLOG("Data type %d success...\r\n", DatType);
     return std::min(rc, 0);
@@ -211,9 +313,12 @@ int UsbGunDataTypeSet(int DatType)
 int UsbGunSetRouteInfo(int nRouteMode, int nFixedScreen)
 {
     const ScanGunRouteInfo_t route{nRouteMode, nFixedScreen};
-    const int rc = send_record(UsbGunRouteInfoSetFun, &route, sizeof route,
-                               {"unx socket handle not init.\r\n", "Malloc memory is failure.\r\n",
-                                "unix_socket write is failure.\r\n"});
+    {
+        std::lock_guard<std::mutex> guard(usbgun_client.mutex_client);
+        usbgun_client.conf.route_set = true;
+        usbgun_client.conf.route = route;
+    }
+    const int rc = send_record(UsbGunRouteInfoSetFun, &route, sizeof route, ROUTE_TEXTS);
     if (rc == 1)
         USBLOG("nRouteMode:%d nFixedScreen:%d success...\r\n", nRouteMode, nFixedScreen);
     return std::min(rc, 0);

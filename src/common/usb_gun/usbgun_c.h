@@ -88,11 +88,15 @@ typedef struct UsbInfoCb_s {
 
 /* Connects (waiting for the daemon as long as it takes) and starts the
  * receiver. Once per process: a later call returns 0 at once. 0, -1 when
- * the lock cannot be set up, -2 when the receiver cannot be started. */
+ * the lock cannot be set up, -2 when the receiver cannot be started. When
+ * the daemon goes away the receiver closes the connection and connects
+ * again, twice a second, until a daemon answers; that daemon is then given
+ * the names (up to 8), the data type and the route set last. */
 int UsbGunInit(UsbInfoCb_t cb);
 
-/* The three senders: 0 when sent, also 0 when not connected; -1 out of
- * memory; -2 short write. */
+/* The three senders: 0 when sent, also 0 before UsbGunInit connected; -1
+ * out of memory; -2 short write, or the daemon is gone (until the receiver
+ * has connected again). They never raise SIGPIPE. */
 /* bOn 1: the devices whose name begins with name are scanners; 0: they are
  * ordinary input devices again. name: at most 255 characters are sent. */
 int UsbGunConfigSet(const char* name, int bOn);

@@ -1,5 +1,7 @@
 #include "common/usb_gun/usbgun_s.h"
 
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -87,20 +89,50 @@ void* UsbConfigTranThread(void*)
     return nullptr;
 }
 
+// Makes fd the client served. A new client replaces the old one, and the
+// old connection is closed (it is still not told): left open, every
+// reconnect of a client program leaked a descriptor until accept failed
+// everywhere in the process. The swap and the close happen under
+// mutex_server, which every use of the client descriptor holds, so no
+// writer or read can meet a closed or reused number.
+void take_client(int fd)
+{
+    // Each write to the client is bounded: a client that never reads makes
+    // a write time out after about a second (a short or failed write, -2)
+    // instead of holding mutex_server, and with it the whole service, for
+    // good.
+    const timeval send_timeout{1, 0};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
+    ServerLock lock;
+    const int old = usbgun_srv.unx_fd.exchange(fd, std::memory_order_acq_rel);
+    usbgun_srv.held = 0;  // a record begun by the old client is not the new one's
+    if (old > 0 && old != fd)
+        close(old);
+}
+
+// Logs a failed accept of the scanner listener, one line a second at most.
+void accept_failed(AcceptFailures& failures, int err)
+{
+    if (const unsigned n = failures.note(err))
+        USBLOG("Accept unix client is error:%s(errno: %d), %u times.\r\n", std::strerror(err), err, n);
+}
+
 void* UnixAcceptThread(void*)
 {
     sleep(2);
+    AcceptFailures failures;
     for (;;) {
-        const int fd = unix_server_accept(usbgun_srv.unx_ser_fd);
-        if (fd > 0) {
-            // The previous client is neither closed nor told; only the
-            // newest is served.
-            {
-                ServerLock lock;
-                usbgun_srv.unx_fd.store(fd, std::memory_order_release);
+        // Every client queued meanwhile is taken in turn, so the newest is
+        // served and those before it are closed, not left in the queue.
+        do {
+            const int fd = unix_server_accept(usbgun_srv.unx_ser_fd);
+            if (fd < 0) {
+                accept_failed(failures, errno);
+                break;
             }
+            take_client(fd);
             USBLOG("Usb scan unix client connected...\r\n");
-        }
+        } while (unix_socket_wait(usbgun_srv.unx_ser_fd, 0) > 0);
         usleep(400000);
     }
     return nullptr;
@@ -108,14 +140,20 @@ void* UnixAcceptThread(void*)
 
 int wait_for_first_client()
 {
+    AcceptFailures failures;
     for (;;) {
-        // A new listening socket each attempt; the previous one is left open.
+        // A new listening socket each attempt; the one before is closed
+        // first (its bind, listen or accept failed).
+        unix_socket_close(usbgun_srv.unx_ser_fd);
+        usbgun_srv.unx_ser_fd = 0;
         const int ser = unix_server_open(SCANNER_SOCKET_PATH);
         if (ser > 0) {
             usbgun_srv.unx_ser_fd = ser;
             const int fd = unix_server_accept(ser);
             if (fd > 0)
                 return fd;
+            if (fd < 0)
+                accept_failed(failures, errno);
         }
         usleep(100000);
     }
@@ -173,7 +211,7 @@ int UsbScanGunSrvInit(UsbConfCb_t cb)
         return -1;
     }
     // Published once the lock exists: the writers look at it first.
-    s.unx_fd.store(fd, std::memory_order_release);
+    take_client(fd);
     int err = start_worker_thread(UsbConfigTranThread, nullptr, &s.pthread_config);
     if (err != 0) {
         USBLOG("Pthread_create error:%s(errno: %d)\r\n", std::strerror(err), err);
@@ -205,7 +243,9 @@ int write_record(std::size_t size, Fill fill)
     }
     fill(rec.get());
     ServerLock lock;
-    const ssize_t n = unix_socket_write(usbgun_srv.unx_fd.load(std::memory_order_relaxed), rec.get(), size);
+    // Bounded by the client's send time-out; a client gone gives EPIPE, not
+    // a signal.
+    const ssize_t n = unix_socket_send(usbgun_srv.unx_fd.load(std::memory_order_relaxed), rec.get(), size);
     return n == static_cast<ssize_t>(size) ? 1 : -2;
 }
 

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <initializer_list>
@@ -17,10 +19,12 @@
 #include "common/worker_thread.h"
 #include "msg_handle.h"
 #include "support/log_capture.h"
+#include "support/scratch_root.h"
 
 namespace {
 
-tactord_options parse(std::initializer_list<const char*> args)
+// Parses args; the warnings it printed land in *warned.
+tactord_options parse(std::initializer_list<const char*> args, std::string* warned = nullptr)
 {
     std::vector<std::string> owned{"tactord"};
     owned.insert(owned.end(), args.begin(), args.end());
@@ -28,12 +32,23 @@ tactord_options parse(std::initializer_list<const char*> args)
     for (auto& s : owned)
         argv.push_back(s.data());
     argv.push_back(nullptr);
-    return parse_options(static_cast<int>(owned.size()), argv.data());
+    char* text = nullptr;
+    std::size_t size = 0;
+    FILE* out = open_memstream(&text, &size);
+    const tactord_options opts = parse_options(static_cast<int>(owned.size()), argv.data(), out);
+    std::fclose(out);
+    if (warned != nullptr)
+        *warned = text;
+    std::free(text);
+    return opts;
 }
 
 TEST(Options, DefaultsAndEachOptionTakingTheNextArgumentAsADecimalNumber)
 {
-    EXPECT_EQ(parse({}).init_ipc, 1);
+    std::string warned;
+    const tactord_options defaults = parse({}, &warned);
+    EXPECT_TRUE(defaults.init_ipc == 1 && !defaults.help && !defaults.version);
+    EXPECT_EQ(warned, "");
     EXPECT_EQ(gs_log_level, LEVEL_ERROR);
     EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
     const tactord_options opts = parse({"-d", "1", "-p", "0", "-t", "3", "-i", "0"});
@@ -42,6 +57,7 @@ TEST(Options, DefaultsAndEachOptionTakingTheNextArgumentAsADecimalNumber)
     EXPECT_EQ(gs_ipcType, 3);
     EXPECT_EQ(opts.init_ipc, 0);
     EXPECT_EQ(parse({"-i", "7"}).init_ipc, 7);
+    EXPECT_TRUE(parse({"-h"}).help && parse({"-i", "0", "--help"}).help && parse({"--version"}).version);
 }
 
 TEST(Options, OutOfRangeUnknownAndMissingValues)
@@ -49,13 +65,20 @@ TEST(Options, OutOfRangeUnknownAndMissingValues)
     parse({"-d", "2", "-d", "7", "-p", "1", "-p", "-1"});  // the logger's own rules
     EXPECT_EQ(gs_log_level, LEVEL_WARN);
     EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
-    // "-d" consumes "-p" as its value (0), the lone "2" is skipped, "abc" counts as 0.
-    EXPECT_EQ(parse({"--verbose", "x", "-i", "abc", "-d", "-p", "2"}).init_ipc, 0);
+    // "-d" consumes "-p" as its value (0), the lone "2" is skipped, "abc"
+    // counts as 0; each skipped argument is named once.
+    std::string warned;
+    EXPECT_EQ(parse({"--verbose", "x", "-i", "abc", "-d", "-p", "2"}, &warned).init_ipc, 0);
     EXPECT_EQ(gs_log_level, LEVEL_INFO);
     EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
-    // An option given last without a value changes nothing.
-    EXPECT_EQ(parse({"-d", "2", "-i"}).init_ipc, 1);
+    EXPECT_EQ(testsupport::count_text(warned, "tactord: ignoring unknown option '"), 3);
+    EXPECT_NE(warned.find("'x' (tactord --help lists the options)\n"), std::string::npos);
+    // An option given last without a value changes nothing; "-h" as a value
+    // is a value.
+    EXPECT_EQ(parse({"-d", "2", "-i"}, &warned).init_ipc, 1);
+    EXPECT_EQ(warned, "tactord: ignoring option -i: it needs a value\n");
     EXPECT_EQ(gs_log_level, LEVEL_WARN);
+    EXPECT_FALSE(parse({"-t", "-h"}).help);
     set_log_to_stdout(LOG_PLACE_STDOUT);
     parse({"-p"});
     EXPECT_EQ(gs_log_place, LOG_PLACE_STDOUT);

@@ -115,14 +115,17 @@ TEST_F(Knob, AHeldPackageFailingItsCheckIsDroppedAndNoFocusSendsNothing)
     EXPECT_TRUE(log.has("Knob Recv To Right Info 80!\n"));
 }
 
-TEST_F(Knob, PeerCloseUnregistersAndClearsTheLink)
+TEST_F(Knob, PeerCloseUnregistersClearsTheLinkAndDropsAHeldPackage)
 {
+    feed({0x9E, 0x50});
+    ASSERT_TRUE(knob_partial.held);
     close(link_[1]);
     link_[1] = -1;
     feed({});
     EXPECT_EQ(g_knob_fd.load(), 0);
     EXPECT_EQ(knob_is_exist.load(), 0);
     EXPECT_EQ(monitor_entry(0).fd, 0);
+    EXPECT_FALSE(knob_partial.held);
 }
 
 TEST(KnobPackage, CopyBounds)

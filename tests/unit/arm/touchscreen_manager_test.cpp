@@ -14,10 +14,7 @@ TEST(TouchWrappers, NoConfigurationDeviceLetsTouchesOut)
 {
     touchscreeninit();
     tactord::input_event touch{0, 0, 1, 330, 1};
-    tactord::input_event key{0, 0, 1, 30, 1};
-    EXPECT_EQ(touch_screen_lock(0), 0);
     EXPECT_EQ(touch_screen_lock_KEY(&touch, 0), 0);
-    EXPECT_EQ(touch_screen_lock_KEY(&key, 0), 0);
     touch_voice_play(&touch, 1);  // no volume, no audio client: mirrored only
     EXPECT_EQ(scr_lock_info[1].lock_info.keydown, 1);
 }

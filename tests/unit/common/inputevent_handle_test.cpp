@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 #include <linux/input.h>
+#include <unistd.h>
 
+#include <tuple>
 #include <vector>
 
 #include "common/OrvelClient.h"
@@ -12,6 +14,7 @@
 #include "common/inputdevice_manager.h"
 #include "common/inputevent_handle_internal.h"
 #include "common/screen_manager.h"
+#include "common/screen_manager_internal.h"
 #include "support/scratch_root.h"
 #include "support/screen_clients.h"
 
@@ -50,10 +53,10 @@ protected:
         gs_ipcClientExist.store(0);
         pipeline_reset();
     }
-    static void play(_InputDev& dev, const std::vector<Ev>& evs)
+    static void play(_InputDev& dev, const std::vector<Ev>& evs, int32_t sec = 0)
     {
         for (const Ev& e : evs) {
-            tactord::input_event ev{0, 0, static_cast<uint16_t>(e.type), static_cast<uint16_t>(e.code), e.value};
+            tactord::input_event ev{sec, 0, static_cast<uint16_t>(e.type), static_cast<uint16_t>(e.code), e.value};
             ProcessEvdevEvent(&dev, &ev);
         }
     }
@@ -115,6 +118,41 @@ TEST_F(IpcWindow, TheIpcScreenGetsOneSlotAndAFrozenPositionOnceTheCursorLeaves)
     play(panel_, {{EV_ABS, ABS_X, 1500}});
     EXPECT_EQ(got(IPC_SCREEN), (std::vector<Ev>{{EV_ABS, ABS_MT_SLOT, 0}, {EV_SYN, 0, 0}, {27, 1, 0},
                                                 {EV_ABS, ABS_X, 379}}));
+}
+
+// A switched-off panel changes nothing (cursor, focus, position) but a
+// second touch-up within 0.8 s sends the wake-up key; switched on, it
+// touches again.
+TEST_F(IpcWindow, ASwitchedOffPanelOnlyWakesOnADoubleTap)
+{
+    ProcessSwitchTouchScreen(TOUCHSCREEN_SUB, 0);  // the USB panel
+    const std::vector<Ev> tap = {kTouchAt1024[0], kTouchAt1024[1], kTouchAt1024[2], kRelease[0]};
+    for (int sec : {100, 100, 200, 201})  // touch-ups 1 s apart are too slow
+        play(panel_, tap, sec);
+    EXPECT_EQ(got(IPC_SCREEN), std::vector<Ev>{});
+    EXPECT_EQ(got(MAIN_SCREEN), (std::vector<Ev>{{EV_KEY, 199, 1}, {EV_KEY, 199, 0}}));
+    EXPECT_EQ(std::make_tuple(get_cursor_client(&screen_info), get_focus_client(&screen_info), screen_info.x),
+              std::make_tuple(0, 0, 100));
+    ProcessSwitchTouchScreen(TOUCHSCREEN_SUB, 1);
+    play(panel_, tap);
+    EXPECT_EQ(get_cursor_client(&screen_info), IPC_SCREEN);
+}
+
+// Identifying the board panel again at every switch between the seat roles
+// reuses one descriptor.
+TEST_F(IpcWindow, ThePanelIdIsReadThroughOneDescriptor)
+{
+    testsupport::write_file(root_.at("/proc/atmel_product"), "2151");
+    Device sub{"touchscreen_sub", INPUT_TYPE_TOUCHSCREEN, 2};
+    std::vector<int> lowest_free_fd;
+    for (int i = 0; i < 3; ++i) {
+        play(panel_, {{EV_ABS, ABS_X, 1}});
+        ASSERT_EQ(PID_flag, 1);            // identified ...
+        play(sub, {{EV_ABS, ABS_X, 1}});  // ... and asked for again
+        lowest_free_fd.push_back(dup(0));
+        close(lowest_free_fd.back());
+    }
+    EXPECT_EQ(lowest_free_fd[2], lowest_free_fd[1]);
 }
 
 }  // namespace

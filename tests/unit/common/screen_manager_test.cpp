@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <tuple>
 
 #include "arm/screen_device_manager.h"
@@ -48,17 +49,11 @@ TEST(ScreenGrid, NeighboursFollowTheWholeGridNotTheRow)
         {2, RIGHT_OF, -1},
         {3, LEFT_OF, -1},   // client 3 is not in the grid
         {2, 7, -2},         // bad direction
+        {2, BELOW, -1},     // a cell holding a value outside 0..3 is empty
     };
-    scr.postion = {1, 0, 2, 3, 0, 2, 3, 9, 0};
+    scr.postion = {1, 0, 2, 3, 0, 2, 9, 9, 0};
     for (const Case& c : cases)
         EXPECT_EQ(get_next_client(&scr, c.client, c.direction), c.expected) << c.client << " dir " << c.direction;
-    // Right from cell 5 reads cell 6; a cell holding a value outside 0..3 is empty.
-    scr.postion = {0, 0, 0, 0, 0, 1, 2, 0, 0};
-    EXPECT_EQ(get_next_client(&scr, 0, RIGHT_OF), 1);
-    scr.postion = {0, 0, 0, 0, 1, 9, 0, 0, 0};
-    EXPECT_EQ(get_next_client(&scr, 0, RIGHT_OF), -1);
-    EXPECT_EQ(get_next_client(&scr, 0, BELOW), -1);
-    scr.postion = {};
 }
 
 TEST(ScreenGrid, ParsePositionSaysWhereMainStandsRelativeToSub)
@@ -96,8 +91,6 @@ TEST(ScreenLayout, OutputOriginsByCloneAndPosition)
         EXPECT_EQ(std::make_tuple(s->x, s->y, s->width, s->height), std::make_tuple(c.sub_x, c.sub_y, 1920, 1080));
     }
     EXPECT_EQ(get_output_info(3), nullptr);
-    screen_width = 1920;
-    screen_height = 1080;
 }
 
 // The extern mode's own records are pinned end to end with a real daemon.
@@ -202,19 +195,24 @@ TEST(ScreenRefusals, IndexesOutsideTheTablesChangeNothing)
     ScreenClients clients;
     testsupport::LogCapture log;
     output_info_init();
-    MultiModeInfo ext = mode(MODE_EXTERN | MODE_IPC_EXTERN);
-    EXPECT_EQ(handle_multimode_set(5, &ext), -1);
-    EXPECT_EQ(handle_multimode_set(-1, &ext), -1);
+    // IPC sizes outside 1..32767 (from the agent or a window box) and
+    // window hosts other than 0 and 1 are refused, the old geometry kept.
+    ASSERT_EQ(set_ipc_window_size(800, 600), 0);
+    for (auto [w, h] : {std::pair{0U, 600U}, {0x80000000U, 600U}, {800U, 32768U}})
+        EXPECT_EQ(set_ipc_window_size(w, h), -1) << w;
+    for (IpcWinInfo bad : {IpcWinInfo{1, 0, {900, 100, 50, 650}}, {1, 0, {0, INT32_MIN, 0, 600}},
+                           {1, 0, {-32767, 32767, 0, 600}}, {1, 0, {INT32_MIN, -INT32_MAX, 0, 600}},
+                           {1, IPC_SCREEN, {100, 900, 50, 650}}})
+        EXPECT_EQ(handle_ipcwindow_set(&bad), -1) << bad.index << " " << bad.ipcWindow.x1;
     EXPECT_EQ(get_current_multimode(), MODE_CLONE);
-    IpcWinInfo win{1, 3, {0, 10, 0, 10}};
-    EXPECT_EQ(handle_ipcwindow_set(&win), -1);
-    EXPECT_EQ(get_current_multimode(), MODE_CLONE);
+    EXPECT_EQ(std::make_pair(get_output_info(2)->width, get_output_info(2)->height), std::make_pair(800, 600));
+
     EXPECT_EQ(screen_change_cursor(&screen_info, 0, 3), 0);
     EXPECT_EQ(screen_change_focus(&screen_info, -1, 1), 0);
     EXPECT_EQ(log.count("Check client is not exist,from:0;to:3\n"), 1);
 
     // The cut-out list has a cap.
-    win.index = 0;
+    IpcWinInfo win{1, 0, {0, 10, 0, 10}};
     ASSERT_EQ(handle_ipcwindow_set(&win), 0);
     RECT_BOX cut{1, 2, 1, 2};
     int added = 0;
@@ -226,6 +224,20 @@ TEST(ScreenRefusals, IndexesOutsideTheTablesChangeNothing)
     handle_multimode_set(0, &dbl);
     EXPECT_EQ(handle_ipc_win_modify(OP_IPC_WIN_ADD, &cut, 7), -1);
     EXPECT_TRUE(log.has("current mode is not IPC_WINDOW\n"));
+}
+
+// scr_index is the client's: any value returns 0 and indexes no table (in
+// double-player mode, screen 9 has no IPC-extern bit to close).
+TEST(ScreenModes, AModeSetTakesAnyScreenIndex)
+{
+    ScreenClients clients({0, 1, 2});
+    output_info_init();
+    for (auto [bits, index] : {std::pair{MODE_EXTERN | MODE_IPC_EXTERN, 5}, {MODE_EXTERN, -1},
+                               {MODE_DOUBLE_PLAYER | MODE_IPC_EXTERN, 9}, {MODE_DOUBLE_PLAYER, 9}}) {
+        MultiModeInfo info = mode(bits);
+        EXPECT_EQ(handle_multimode_set(index, &info), 0);
+        EXPECT_EQ(get_current_multimode(), bits | (index == 9 ? MODE_IPC_EXTERN : 0)) << bits;
+    }
 }
 
 TEST(ScreenClose, ALeavingScreenHandsTheCursorBackToMain)

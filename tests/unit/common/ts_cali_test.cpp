@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
 
 #include "common/inputdevice_manager.h"
 #include "common/inputevent_handle.h"
@@ -16,20 +17,6 @@
 #include "support/log_capture.h"
 
 namespace {
-
-TEST(TouchscreenData, SeatsOutsideTheTableAreRefused)
-{
-    testsupport::LogCapture log;
-    auto* rec = new ts_priv_data_s{};
-    EXPECT_EQ(ts_set_private_data(15, rec), -1);
-    EXPECT_EQ(ts_get_private_data(-1), nullptr);
-    ts_free_private_data(15);
-    EXPECT_EQ(log.count("Error, invalid param (usb seat 15)\n"), 2);
-    EXPECT_EQ(ts_set_private_data(14, rec), 0);
-    EXPECT_EQ(ts_get_private_data(14), rec);
-    ts_free_private_data(14);
-    EXPECT_EQ(ts_get_private_data(14), nullptr);
-}
 
 // The pipeline holds the seat's record while the hot-plug thread replaces or
 // frees it: the old record lives until the main loop's pass has ended.
@@ -138,9 +125,17 @@ TEST(Calibration, RefusalsKeepThePreviousTransform)
     ASSERT_EQ(ts_enter_calibrate_mode(0), 0);
     EXPECT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), -2);  // fifth point not captured
     seat.capture();
-    // Coincident points: the fit refuses with -2, the calibration reports -3.
+    // Coincident or collinear points, however the float sums round (and at
+    // the ends of the range): the fit refuses with -2, the calibration -3.
     std::array<int, 7> out{};
-    EXPECT_EQ(ts_get_calibrate_result(&kTargets, &same, out.data()), -2);
+    const cali_point_s line = {{100, 1000, 2000, 3000, 4000}, {50, 500, 1000, 1500, 2000}};
+    const cali_point_s at_3001_1999 = {{3001, 3001, 3001, 3001, 3001}, {1999, 1999, 1999, 1999, 1999}};
+    const cali_point_s far = {{INT32_MIN + 1, INT32_MAX, 0, 5, -5}, {INT32_MAX, INT32_MIN + 1, 0, -5, 5}};
+    for (const cali_point_s& raw : {same, line, at_3001_1999, far})
+        EXPECT_EQ(ts_get_calibrate_result(&kTargets, &raw, out.data()), -2);
+    cali_point_s off_line = line;
+    off_line.y[4] += 1;
+    EXPECT_EQ(ts_get_calibrate_result(&kTargets, &off_line, out.data()), 0);
     EXPECT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), -3);
     EXPECT_TRUE(log.has("Error, get calibrate result failure...\n"));
     EXPECT_TRUE(log.has("Error, ts_calibrate determinant is too small -- 0.000000\n"));
@@ -154,12 +149,15 @@ TEST(Calibration, RefusalsKeepThePreviousTransform)
     EXPECT_EQ(ts_enter_calibrate_mode(0), -2);
     EXPECT_EQ(ts_get_cali_ts_private_data(0), nullptr);
     // Seat 15 is refused by every accessor.
+    ts_priv_data_s unowned;
+    EXPECT_EQ(ts_set_private_data(15, &unowned), -1);
+    ts_free_private_data(15);
     EXPECT_EQ(ts_enter_calibrate_mode(15), -1);
     EXPECT_EQ(ts_get_cali_point(15, 1), -1);
     EXPECT_EQ(ts_quit_calibrate_mode(15), -1);
     EXPECT_EQ(ts_get_cali_ts_private_data(15), nullptr);
     EXPECT_TRUE(log.has("Error, invalid param (scr 15)\n"));
-    EXPECT_EQ(log.count("Error, invalid param (usb seat 15)\n"), 3);
+    EXPECT_EQ(log.count("Error, invalid param (usb seat 15)\n"), 5);
 }
 
 TEST(Calibration, ConvertTakesParametersThenTheSeatRowThenTheDefault)
@@ -179,6 +177,14 @@ TEST(Calibration, ConvertTakesParametersThenTheSeatRowThenTheDefault)
     EXPECT_TRUE(log.has("error cali param, please calibrate again! \n"));
     coordinate_convert(-1, 5, 6, none.data(), &x, &y);  // no row for a bad seat: the default
     cal_param_dat = {};
+    // Overflowing the int range (X) or 64 bits (Y) saturates instead of
+    // wrapping, so the caller's clamp pins the point to the panel's edge.
+    std::array<int, 7> wide = {0, 1 << 30, 0, INT32_MAX, INT32_MIN, INT32_MIN, 1};
+    coordinate_convert(3, INT32_MIN, INT32_MIN, wide.data(), &x, &y);
+    EXPECT_EQ(std::make_pair(x, y), std::make_pair(INT32_MIN, INT32_MAX));
+    wide[6] = -1;
+    coordinate_convert(3, INT32_MIN, INT32_MIN, wide.data(), &x, &y);
+    EXPECT_EQ(std::make_pair(x, y), std::make_pair(INT32_MAX, INT32_MIN));
 }
 
 }  // namespace

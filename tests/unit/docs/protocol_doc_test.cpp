@@ -17,6 +17,7 @@
 #include "client/control_client.h"
 #include "common/OrvelClient.h"
 #include "common/OrvelClient_internal.h"
+#include "common/keyboard_manager.h"
 #include "common/screen_manager.h"
 #include "common/system_msg.h"
 #include "common/usb_gun/usbgun_records.h"
@@ -67,12 +68,19 @@ std::map<std::string, std::function<Bytes()>> examples()
         {"get-cali-para-reply",
          [] {
              SystemMsg m = tools::make_request(TYPE_GET_TS_CALI_PARA, 0);
-             m.data.ts_cali_para = {-9007944, 17178, 413, 49222680, 38, -14163, 65536, 0};
+             m.data.ts_cali_para = {};  // no calibration yet: the default transform is not reported
              return bytes_of(m);
          }},
         {"event-key-a", [] { return bytes_of(tactord::input_event{1700000000, 250000, EV_KEY, KEY_A, 1}); }},
         {"event-cursor-gained", [] { return bytes_of(tactord::input_event{0, 0, EV_PRIV_CURSOR_MOVED, 0, 0}); }},
-        {"event-lock-caps-on", [] { return bytes_of(tactord::input_event{0, 0, EV_PRIV_LOCK_KEY_STATE, 0, 1}); }},
+        {"event-lock-caps-on",
+         [] {
+             // The daemon's own conversion of a Caps Lock press.
+             input_init();
+             tactord::input_event ev{1700000000, 250000, EV_KEY, KEY_CAPSLOCK, 1};
+             handle_key_lock(get_screen_info(MAIN_SCREEN), &ev);
+             return bytes_of(ev);
+         }},
         {"event-locked-touch",
          [] {
              return bytes_of(

@@ -132,10 +132,30 @@ TEST_F(ControlClient, MonitorRegistersAndPrintsEachRecordUntilItsCount)
     peer.join();
     EXPECT_STREQ(text, "reply TYPE_MODE_GET: extern\n0.000000 focus gained\n12.000034 EV_KEY KEY_A release\n");
     std::free(text);
+    tactord::input_event left{1, 1, 1, 1, 1};  // the record past the count is still unread
+    ASSERT_EQ(conn->read_exact(&left, sizeof left, 1s), tools::ControlConnection::Read::ok);
+    EXPECT_EQ(left.type, 0);
+
+    // A registration the daemon ignored (another client holds the screen):
+    // nothing comes but the fence's reply, and the client is told once.
+    std::thread held([&] {
+        daemon_.read_request();
+        daemon_.send_record(daemon_.read_request());
+    });
+    std::FILE* said = open_memstream(&text, &len);
+    opts = {};
+    opts.hint = said;
+    opts.hint_after = 50ms;
+    opts.duration = 300ms;
+    std::FILE* sink = std::fopen("/dev/null", "w");
+    EXPECT_EQ(tools::run_monitor(*conn, opts, sink), 0);
+    held.join();
+    std::fclose(said);
+    EXPECT_EQ(std::string(text), "tactord-events: " + tools::screen_held_hint(0) + "\n");
+    std::free(text);
 
     // The daemon closing the connection ends the loop with 1.
     daemon_.hang_up();
-    std::FILE* sink = std::fopen("/dev/null", "w");
     EXPECT_EQ(tools::run_monitor(*conn, {}, sink), 1);
     std::fclose(sink);
 }

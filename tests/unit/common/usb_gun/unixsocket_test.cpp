@@ -1,10 +1,16 @@
 #include "common/usb_gun/unixsocket.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <string>
+#include <utility>
 
 #include "support/scratch_root.h"
 
@@ -32,4 +38,40 @@ TEST(UnixSocket, ServerUnderTheRootAcceptsAClientAndReadsWithATimeout)
     EXPECT_EQ(unix_socket_close(0), 0);
     for (int fd : {conn, client, server})
         EXPECT_EQ(unix_socket_close(fd), 0);
+}
+
+TEST(UnixSocket, FailedBindClosesItsSocketAndHighDescriptorsAreServed)
+{
+    testsupport::ScratchRoot root;
+    ASSERT_EQ(mkdir(root.at("/tmp/UNIX2.domain.test").c_str(), 0755), 0);  // a directory where the socket goes
+    const int lowest = open("/dev/null", O_RDONLY);  // the number a leaked socket would take
+    close(lowest);
+    EXPECT_EQ(unix_server_open("/tmp/UNIX2.domain.test"), -2);
+    EXPECT_EQ(open("/dev/null", O_RDONLY), lowest);
+
+    // Beyond select's FD_SETSIZE; and a peer gone gives EPIPE, no SIGPIPE.
+    int sv[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
+    rlimit lim{};
+    getrlimit(RLIMIT_NOFILE, &lim);
+    lim.rlim_cur = std::max<rlim_t>(lim.rlim_cur, std::min<rlim_t>(lim.rlim_max, 2048));
+    setrlimit(RLIMIT_NOFILE, &lim);
+    const int high = fcntl(sv[0], F_DUPFD, 1500);
+    if (high < 0)
+        GTEST_SKIP() << "no descriptor above 1500";
+    char buf[4];
+    ASSERT_EQ(unix_socket_write(sv[1], "x", 1), 1);
+    EXPECT_EQ(unix_socket_read(high, buf, sizeof buf, 100), 1);
+    close(sv[1]);
+    EXPECT_EQ(unix_socket_send(high, "x", 1), -1);
+    EXPECT_EQ(errno, EPIPE);
+}
+
+TEST(UnixSocket, AcceptFailuresAreLoggedOnceASecondWithTheCountHeldBack)
+{
+    AcceptFailures failures;
+    const auto t0 = std::chrono::steady_clock::now();
+    const std::pair<int, unsigned> at_ms_reported[] = {{0, 1}, {10, 0}, {900, 0}, {1000, 3}, {1500, 0}, {2100, 2}};
+    for (const auto& [at, reported] : at_ms_reported)
+        EXPECT_EQ(failures.note(ECONNABORTED, t0 + std::chrono::milliseconds(at)), reported) << at;
 }
