@@ -97,7 +97,14 @@ void handleINDPReady(int fd)
     // flag finds the link as its own.
     LoopLockGuard loop;
     gs_indpfd.store(fd);
-    add_monitor_handle(fd, indpMsgHandle, reinterpret_cast<void*>(static_cast<intptr_t>(fd)));
+    // Non-blocking before the main loop sends anything to it; a link the
+    // loop cannot serve (its list is full) is not made screen 1's receiver,
+    // and with the connected flag at 0 the thread drops it and tries again.
+    set_non_block(fd);
+    if (add_monitor_handle(fd, indpMsgHandle, reinterpret_cast<void*>(static_cast<intptr_t>(fd))) != 0) {
+        TLOG(LEVEL_ERROR, "indp link %d cannot be served: dropped\n", fd);
+        return;
+    }
     handle_inputsys_init(SUB_SCREEN, fd);
     gs_indpClientExist.store(1);
 }

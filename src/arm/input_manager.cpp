@@ -138,13 +138,19 @@ void main_loop_pass(int* max_fd)
     nWatdogReset.fetch_add(1, std::memory_order_relaxed);
 
     LockIpcSocket();
-    // Decisions that fall due while nothing is readable: clients whose socket
-    // stayed full, records that never came whole, a listener resting for want
-    // of descriptors. The wait below ends in time for the next of them.
-    int due_ms = client_send_housekeeping(drop_client_connection);
-    const int service_due_ms = system_service_housekeeping();
-    if (service_due_ms >= 0 && (due_ms < 0 || service_due_ms < due_ms))
-        due_ms = service_due_ms;
+    int due_ms = -1;
+    {
+        // Decisions that fall due while nothing is readable: clients whose
+        // socket stayed full, records that never came whole, a listener
+        // resting for want of descriptors. The wait below ends in time for
+        // the next of them. Dropping a client may tell the others of a
+        // cursor that moved: those sends have a bound of their own.
+        IoWaitLimit limit(HOUSEKEEPING_WAIT_BOUND_MS);
+        due_ms = client_send_housekeeping(drop_client_connection);
+        const int service_due_ms = system_service_housekeeping();
+        if (service_due_ms >= 0 && (due_ms < 0 || service_due_ms < due_ms))
+            due_ms = service_due_ms;
+    }
     fill_monitor_set(&read_set, max_fd);
     UnlockIpcSocket();
 
@@ -167,9 +173,10 @@ void main_loop_pass(int* max_fd)
     // socket, a slow read) end within one bound: the watchdog sees a pass
     // at least every MAIN_LOOP_WAIT_BOUND_MS or so, and every other client is
     // served as often.
-    io_wait_limit_begin(MAIN_LOOP_WAIT_BOUND_MS);
-    dispatch_monitor_handles(&read_set);
-    io_wait_limit_end();
+    {
+        IoWaitLimit limit(MAIN_LOOP_WAIT_BOUND_MS);
+        dispatch_monitor_handles(&read_set);
+    }
     UnlockIpcSocket();
 }
 

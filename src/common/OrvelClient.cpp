@@ -200,7 +200,7 @@ std::atomic<int> link_threads{0};
 // send_data's result (-1 also when there is no link).
 int send_on_link(const void* frame, std::size_t len)
 {
-    std::lock_guard<FifoRecursiveMutex> link(ipc_close_socket_lock);
+    LoopLockGuard link;
     const int fd = gs_ipcfd.load();
     std::lock_guard<std::mutex> guard(mutex_socket);
     return client_send(fd, frame, static_cast<int>(len));
@@ -599,10 +599,21 @@ void handleIPCReady(int fd)
     // Under the socket lock up to the connected flag: the main loop cannot
     // serve the socket (nor a disconnect close it) before the link is
     // complete, and the requests go to a descriptor that is still the link.
-    std::lock_guard<FifoRecursiveMutex> link(ipc_close_socket_lock);
+    LoopLockGuard link;
     rx_reset();
     gs_ipcfd.store(fd);
-    add_monitor_handle(fd, ipcMsgHandle, as_arg(fd));
+    // Non-blocking before anything is sent from the main loop, also when the
+    // loop cannot take the socket: a send to a blocking socket whose peer
+    // stopped reading would hold the loop in the kernel, past every bound.
+    // A link the loop cannot serve (its list is full) is not made screen 2's
+    // receiver; the connected flag stays 0, so the tick thread drops it and
+    // tries again.
+    set_non_block(fd);
+    if (add_monitor_handle(fd, ipcMsgHandle, as_arg(fd)) != 0) {
+        TLOG(LEVEL_ERROR, "ipc link %d cannot be served: dropped\n", fd);
+        shutdown(fd, SHUT_RDWR);
+        return;
+    }
     handle_inputsys_init(IPC_SCREEN, fd);
     getIPCWinSize(fd);
     getIPCVersion(fd);
@@ -613,7 +624,7 @@ void handleIPCDisconnected(int fd)
 {
     TLOG(LEVEL_WARN, "==IPC disconnected==\n");
     {
-        std::lock_guard<FifoRecursiveMutex> link(ipc_close_socket_lock);
+        LoopLockGuard link;
         // The receive handler and the tick thread both run this for one link,
         // in either order. Only the run that still finds fd stored as the
         // link's descriptor takes it out of the loop and releases screen 2;

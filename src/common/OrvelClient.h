@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/communicate.h"
 #include "common/tactord_types.h"
 
 // Frame header; the whole frame is msgLen + 12 bytes.
@@ -144,13 +145,23 @@ int setIpcScanGunDataCodeType(int type);
 // (client_send). Handed out first come, first served.
 void LockIpcSocket();
 void UnlockIpcSocket();
-// Holds the loop lock for a scope.
+// Holds the loop lock for a scope, for a thread other than the main loop's
+// dispatch (or a handler of it that drops a link). The main loop waits
+// behind such a holder, so the holder's waits on clients' sockets share one
+// short bound.
+inline constexpr int LOOP_LOCK_HOLDER_WAIT_MS = 50;
 class LoopLockGuard {
 public:
-    LoopLockGuard() { LockIpcSocket(); }
-    ~LoopLockGuard() { UnlockIpcSocket(); }
+    LoopLockGuard() = default;
     LoopLockGuard(const LoopLockGuard&) = delete;
     LoopLockGuard& operator=(const LoopLockGuard&) = delete;
+
+private:
+    struct Hold {
+        Hold() { LockIpcSocket(); }
+        ~Hold() { UnlockIpcSocket(); }
+    } hold_;                                         // taken first, released last
+    IoWaitLimit limit_{LOOP_LOCK_HOLDER_WAIT_MS};  // counted from the moment the lock is held
 };
 
 // Remote-screen client type from option -t: 0 converts IPC-screen events into

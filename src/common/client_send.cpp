@@ -1,6 +1,9 @@
 #include "common/client_send.h"
 
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 
 #include <array>
 #include <cerrno>
@@ -11,13 +14,21 @@
 
 namespace {
 
+// A client is still reading, though slowly, when in one window it took this
+// many records or freed this share of its queue; it keeps its connection
+// (and loses the records that found no room).
+constexpr unsigned PROGRESS_RECORDS = 16;
+constexpr int PROGRESS_SHARE = 8;  // an eighth of the queue
+
 // One socket remembered as full. Guarded by the loop lock, like everything
 // in this module.
 struct Stall {
-    int fd = 0;              // 0: the entry is free
-    int64_t since_ms = 0;    // when the episode began
-    unsigned dropped = 0;    // records lost in this episode
-    bool spoilt = false;     // a record was cut short: the stream is unreadable
+    int fd = 0;            // 0: the entry is free
+    int64_t since_ms = 0;  // start of the current 2-s window without progress
+    unsigned dropped = 0;  // records lost in this episode
+    unsigned taken = 0;    // records the socket took in the current window
+    int queued = -1;       // bytes queued at the start of the window (-1: unknown)
+    bool spoilt = false;   // a record was cut short: the stream is unreadable
 };
 
 // At most one entry per served descriptor, and the main loop serves at most
@@ -39,12 +50,19 @@ bool has_room(int fd)
     return poll(&p, 1, 0) == 1 && (p.revents & POLLOUT) != 0 && (p.revents & (POLLERR | POLLHUP | POLLNVAL)) == 0;
 }
 
-void begin(int fd, bool spoilt)
+// Bytes the socket still holds for its peer, -1 when it cannot tell.
+int queued(int fd)
+{
+    int q = 0;
+    return ioctl(fd, SIOCOUTQ, &q) == 0 ? q : -1;
+}
+
+void begin(int fd, bool spoilt, unsigned dropped)
 {
     Stall* s = find(0);
     if (s == nullptr)
         return;  // cannot happen (see stalls); the next record simply waits again
-    *s = {fd, client_clock_ms(), 1, spoilt};
+    *s = {fd, client_clock_ms(), dropped, 0, queued(fd), spoilt};
     TLOG(LEVEL_ERROR, "client %d does not read: its records are dropped until its socket has room\n", fd);
 }
 
@@ -65,32 +83,46 @@ int64_t client_clock_ms()
 
 int client_send(int fd, const void* buf, int len)
 {
-    if (fd <= 0)
+    if (fd <= 0 || buf == nullptr || len <= 0)
         return send_data(fd, buf, len);  // refused and logged there
+    const auto* bytes = static_cast<const char*>(buf);
     Stall* s = find(fd);
-    if (s != nullptr) {
-        // Known full: nothing is waited for. A socket that has room again
-        // takes the record and ends the episode.
-        if (s->spoilt || !has_room(fd)) {
-            ++s->dropped;
-            errno = EAGAIN;
-            return -1;
-        }
+    if (s != nullptr && s->spoilt) {
+        ++s->dropped;
+        errno = EAGAIN;
+        return -1;
     }
-    int sent = 0;
-    const int n = send_data_counted(fd, buf, len, &sent);
+    // Every record is first offered without waiting: a client that keeps up
+    // never costs the loop a wait.
+    const ssize_t n = send(fd, bytes, static_cast<std::size_t>(len), MSG_DONTWAIT);
     if (n == len) {
         if (s != nullptr)
-            end(s);
-        return n;
+            ++s->taken;
+        return len;
     }
-    const bool full = errno == EAGAIN;
+    if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+        const int err = errno;
+        TLOG(LEVEL_ERROR, "send error, errno is %d\n", err);
+        errno = err;
+        return -1;
+    }
+    const int first = n > 0 ? static_cast<int>(n) : 0;
     if (s != nullptr) {
+        // Known full: nothing is waited for. A record cut short leaves the
+        // stream unreadable for the client.
+        s->spoilt = s->spoilt || first > 0;
         ++s->dropped;
-        s->spoilt = s->spoilt || sent > 0;
-    } else if (full || sent > 0) {
-        begin(fd, sent > 0);
+        errno = EAGAIN;
+        return -1;
     }
+    // Full just now: this record alone may wait the bounded time, and the
+    // socket is remembered as full whether or not it then goes out.
+    int more = 0;
+    const bool whole = send_data_counted(fd, bytes + first, len - first, &more) == len - first;
+    begin(fd, !whole && first + more > 0, whole ? 0 : 1);
+    if (whole)
+        return len;
+    errno = EAGAIN;
     return -1;
 }
 
@@ -109,6 +141,15 @@ int client_send_housekeeping(void (*drop)(int fd))
         if (!s.spoilt && has_room(s.fd)) {
             end(&s);
             continue;
+        }
+        // A client that reads, however slowly, is not the one that stopped:
+        // its window starts again.
+        const int q = queued(s.fd);
+        if (s.taken >= PROGRESS_RECORDS ||
+            (q >= 0 && s.queued > 0 && q <= s.queued - s.queued / PROGRESS_SHARE)) {
+            s.since_ms = now;
+            s.taken = 0;
+            s.queued = q;
         }
         const int64_t due = s.since_ms + CLIENT_STALL_DROP_MS;
         if (s.spoilt || now >= due) {

@@ -2,11 +2,13 @@
 // the control connections registered for a screen (and their replies), the
 // agent link and the INDP link.
 //
-// A client that stops reading fills its socket. The first record that finds
-// it full waits as long as send_data's bound allows; after that the daemon
-// remembers the socket as full and drops every further record for it at
-// once, counting them, until the socket has room again. A client whose
-// socket stays full for CLIENT_STALL_DROP_MS is disconnected and its screens
+// Every record is first offered without waiting. A client that stops
+// reading fills its socket: the first record that finds it full waits as
+// long as send_data's bound allows, and from then on the daemon remembers
+// the socket as full: each further record is offered once, without waiting,
+// and dropped (and counted) when it finds no room, until the socket has room
+// again. A client whose socket stays full for CLIENT_STALL_DROP_MS, reading
+// nothing worth the name in that time, is disconnected and its screens
 // released, as display servers do with clients that stop reading: one client
 // must never hold up the input of all the others.
 //
@@ -22,7 +24,7 @@
 inline constexpr int64_t CLIENT_STALL_DROP_MS = 2000;
 
 // Sends one whole record of len bytes to fd: len, or -1 (the record was not
-// sent: the socket is full or broken). Never waits on a socket already known
+// sent: the socket is full or broken). Waits only for a socket not yet known
 // to be full.
 int client_send(int fd, const void* buf, int len);
 

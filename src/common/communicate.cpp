@@ -25,7 +25,7 @@ constexpr int SEND_WAIT_US = 20000;
 constexpr int64_t ACCEPT_LOG_GAP_MS = 1000;
 
 // Deadline for the waits of recv_data and send_data on this thread, in
-// monotonic milliseconds; 0 = none (see io_wait_limit_begin).
+// monotonic milliseconds; 0 = none (see IoWaitLimit).
 thread_local int64_t wait_deadline_ms = 0;
 
 int64_t now_ms()
@@ -264,12 +264,14 @@ int send_data_counted(int fd, const void* buf, int len, int* sent_out)
     return result;
 }
 
-void io_wait_limit_begin(int ms)
+IoWaitLimit::IoWaitLimit(int ms) : saved_(wait_deadline_ms)
 {
-    wait_deadline_ms = now_ms() + ms;
+    const int64_t mine = now_ms() + ms;
+    if (wait_deadline_ms == 0 || mine < wait_deadline_ms)
+        wait_deadline_ms = mine;
 }
 
-void io_wait_limit_end()
+IoWaitLimit::~IoWaitLimit()
 {
-    wait_deadline_ms = 0;
+    wait_deadline_ms = saved_;
 }

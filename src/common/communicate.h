@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 // Local (AF_UNIX) listening socket on path: any file there is removed first,
 // backlog 5. A socket whose bind or listen fails is closed. -1 for a null path
@@ -38,9 +39,19 @@ int send_data(int fd, const void* buf, int len);
 int send_data_counted(int fd, const void* buf, int len, int* sent_out);
 
 // A deadline, ms from now, for every wait of recv_data and send_data on the
-// calling thread until io_wait_limit_end: a wait that would end after it is
-// not made (the call fails as if its retries had run out). The main loop sets
-// one for each dispatch so that no series of slow peers holds a pass for
-// longer than the one bound.
-void io_wait_limit_begin(int ms);
-void io_wait_limit_end();
+// calling thread while the object lives: a wait that would end after it is
+// not made (the call fails as if its retries had run out). Nested limits take
+// the sooner deadline; the outer one holds again when the inner ends. The
+// main loop sets one for each dispatch, and every other holder of the loop
+// lock one for its hold, so that no series of slow peers holds a pass for
+// longer than these bounds.
+class IoWaitLimit {
+public:
+    explicit IoWaitLimit(int ms);
+    ~IoWaitLimit();
+    IoWaitLimit(const IoWaitLimit&) = delete;
+    IoWaitLimit& operator=(const IoWaitLimit&) = delete;
+
+private:
+    int64_t saved_;
+};

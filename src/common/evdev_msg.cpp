@@ -12,6 +12,7 @@
 #include "common/inputdevice_manager.h"
 #include "common/inputevent_handle.h"
 #include "common/log.h"
+#include "msg_handle.h"
 
 evdev_read_fn evdev_read = ::read;
 
@@ -56,7 +57,14 @@ int EvdevReadInput(void* arg)
         const ssize_t n = evdev_read(dev->fd, buf.data(), sizeof buf);
         if (n <= 0) {
             if (errno == ENODEV) {
-                // Unplugged: the hot-plug monitor removes the device.
+                // Unplugged: the hot-plug monitor removes the device. A gone
+                // node stays readable for ever, and a record the monitor
+                // never removes (a non-USB input whose path it reports
+                // otherwise) would cost the loop this pause on every pass:
+                // the node leaves the loop now, the record stays. Its
+                // descriptor is closed only after this pass, when the record
+                // goes, so the number cannot be another device's yet.
+                remove_monitor_handle(dev->fd);
                 usleep(50000);
             } else if (errno != EAGAIN) {
                 TLOG(LEVEL_ERROR, "Read error: %s\n", strerror(errno));

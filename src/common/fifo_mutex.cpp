@@ -31,3 +31,9 @@ bool FifoRecursiveMutex::owned_by_caller()
     std::lock_guard<std::mutex> guard(state_);
     return depth_ != 0 && owner_ == std::this_thread::get_id();
 }
+
+unsigned long FifoRecursiveMutex::waiting()
+{
+    std::lock_guard<std::mutex> guard(state_);
+    return next_ticket_ - serving_ - (depth_ != 0 ? 1 : 0);
+}

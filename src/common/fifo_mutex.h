@@ -26,6 +26,8 @@ public:
     void unlock();
     // True when the calling thread owns the lock (at any depth).
     bool owned_by_caller();
+    // Threads queued for the lock, its holder not counted.
+    unsigned long waiting();
 
 private:
     std::mutex state_;  // guards every member below

@@ -269,8 +269,11 @@ int system_service_housekeeping()
     if (accept_paused_until_ms != 0) {
         if (now >= accept_paused_until_ms) {
             accept_paused_until_ms = 0;
-            if (system_fd > 0)
-                add_monitor_handle(system_fd, handle_new_coming, as_arg(system_fd));
+            // A list filled meanwhile keeps it resting: tried again later.
+            if (system_fd > 0 && add_monitor_handle(system_fd, handle_new_coming, as_arg(system_fd)) != 0) {
+                accept_paused_until_ms = now + ACCEPT_PAUSE_MS;
+                sooner(accept_paused_until_ms);
+            }
         } else {
             sooner(accept_paused_until_ms);
         }

@@ -1,7 +1,5 @@
-// Starts the real daemon under a scratch root and checks what it prints on
-// standard output at start-up, that its loop keeps passing, its command
-// line, its notifications to a service manager and that it runs once per
-// root.
+// The real daemon under a scratch root: its start-up output, a loop that keeps passing, its seat file,
+// its notifications to a service manager, and one instance per root.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -17,6 +15,7 @@
 #include "harness/display_client.h"
 #include "harness/drill.h"
 #include "sim/daemon_process.h"
+#include "support/remote_link.h"
 #include "support/scratch_root.h"
 #include "support/shell.h"
 
@@ -83,36 +82,22 @@ TEST(DaemonStart, PrintsTheBannerOnStandardOutputAndKeepsLooping)
     // With nothing to serve, each pass waits out its one-second select.
     const long first = main_thread_waits(daemon.pid());
     ASSERT_GE(first, 0);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
-    while (main_thread_waits(daemon.pid()) < first + 3 && std::chrono::steady_clock::now() < deadline)
-        usleep(200000);
-    EXPECT_GE(main_thread_waits(daemon.pid()), first + 3);
+    EXPECT_TRUE(testsupport::eventually([&] { return main_thread_waits(daemon.pid()) >= first + 3; }, 15s));
     EXPECT_TRUE(daemon.alive());
     // The key sound service waits for its audio client.
     EXPECT_GT(unix_client_open("/tmp/UNIX2.domain.audio"), 0);
     EXPECT_TRUE(testsupport::wait_for_file_text(root.at("/tmp/audio-server.txt"), "Audio unix client connected...\r\n"));
 }
 
-TEST(DaemonStart, ReadsPortConfFromItsWorkingDirectory)
-{
-    testsupport::ScratchRoot root;
-    testsupport::write_port_conf(root.at("/run"));
-    emul::DaemonProcess daemon(root.at("/run"));
-    ASSERT_TRUE(daemon.started());
-    expect_banner(daemon);
-    for (const char* line : {"path:usb-musb-hdrc.0-1----seat:5\n", "screen:1 ______ 2\n", "nice is "})
-        EXPECT_TRUE(daemon.wait_for(line)) << line;
-    EXPECT_TRUE(daemon.alive());
-}
-
-TEST(DaemonStart, ConversionsInAConfigurationLineAreLoggedAsTheyStand)
+// A conversion in a line is logged as it stands; the sections after it still make the seats.
+TEST(DaemonStart, ReadsPortConfFromItsWorkingDirectoryAndLogsConversionsAsTheyStand)
 {
     testsupport::ScratchRoot root;
     testsupport::write_port_conf(root.at("/run"), std::string("StartSection %n%n%n%n\n") + testsupport::kExamplePortConf);
     emul::DaemonProcess daemon(root.at("/run"), {"-p", "0", "-d", "0", "-i", "0"});
-    ASSERT_TRUE(daemon.started());
-    EXPECT_TRUE(daemon.wait_for("parse error section %n%n%n%n is unsurpport\n"));
-    EXPECT_TRUE(daemon.wait_for("nice is "));
+    for (const char* line : {"parse error section %n%n%n%n is unsurpport\n", "path:usb-musb-hdrc.0-1----seat:5\n",
+                             "screen:1 ______ 2\n", "nice is "})
+        EXPECT_TRUE(daemon.wait_for(line)) << line;
     EXPECT_TRUE(daemon.alive());
 }
 
@@ -143,9 +128,7 @@ TEST(DaemonStart, ASecondInstanceOnTheSameRootLeavesTheFirstAndItsLogAlone)
     ASSERT_TRUE(first.started());
     EXPECT_TRUE(first.wait_for("tactord: ignoring unknown option '--frobnicate' (tactord --help lists the options)\n"));
     testharness::DisplayClient client(root.path());
-    ASSERT_TRUE(client.connected());
-    // Opened at the banner, its first line (the text waits in the stream's
-    // buffer).
+    // Opened at the banner (its text still in the stream's buffer).
     const std::string log = root.at("/var/log/tactord.log");
     ASSERT_TRUE(std::filesystem::exists(log));
 

@@ -1,6 +1,5 @@
-// Device to display client, end to end: the real daemon with emulated mice,
-// keyboards and touchscreens, a 1280 x 800 framebuffer, the touch-lock
-// controller, and display clients registered for the main and the sub screen.
+// Device to display client, end to end: the real daemon, emulated input devices, a 1280 x 800
+// framebuffer, the touch-lock device, and clients of the main and the sub screen.
 #include <gtest/gtest.h>
 #include <linux/input.h>
 
@@ -10,7 +9,6 @@
 #include <vector>
 
 #include "common/inputevent_handle.h"
-#include "common/ts_cali.h"
 #include "sim/daemon_process.h"
 #include "sim/dev_mod_cfg_emul.h"
 #include "harness/display_client.h"
@@ -40,9 +38,7 @@ SystemMsg msg(int32_t type, int32_t scr, int32_t value = 0)
 
 const Evs kLockStates = {{28, 0, 0}, {28, 1, 0}, {28, 2, 0}};
 
-// One step: an optional control message, events played into a node, and what
-// each client receives next (cursor show/hide records aside: their timing is
-// the cursor timer's).
+// An optional control message, events played into a node, what each client receives next.
 struct Step {
     std::optional<SystemMsg> message;
     int node;
@@ -73,8 +69,8 @@ protected:
     }
     void TearDown() override
     {
-        EXPECT_EQ(unexpected(*main_), Evs{});
-        EXPECT_EQ(unexpected(*sub_), Evs{});
+        EXPECT_EQ(receive(*main_, SIZE_MAX, 300ms), Evs{});
+        EXPECT_EQ(receive(*sub_, SIZE_MAX, 300ms), Evs{});
         if (HasFailure())
             std::fprintf(stderr, "%s", daemon_->output().c_str());
     }
@@ -87,13 +83,11 @@ protected:
     // Sends a control message and waits for a reply that comes after it.
     std::optional<SystemMsg> control(const SystemMsg& m)
     {
-        std::optional<SystemMsg> reply;
         if (!ctl_->send(m))
-            return reply;
-        if (m.type != TYPE_MODE_GET && m.type != TYPE_CALI_TS && m.type != TYPE_GET_TS_CALI_PARA)
+            return std::nullopt;
+        if (m.type != TYPE_MODE_GET)
             ctl_->send(make_msg(TYPE_MODE_GET));
-        reply = ctl_->read_reply();
-        return reply;
+        return ctl_->read_reply();
     }
     // The emulated node is a byte stream: plays of at most ten records.
     void play(int node, const Events& events)
@@ -101,22 +95,14 @@ protected:
         for (std::size_t i = 0; i < events.size(); i += 10)
             ASSERT_TRUE(bed_.play(node, Events(events.begin() + i, events.begin() + std::min(i + 10, events.size()))));
     }
-    static Evs receive(DisplayClient& c, std::size_t n)
+    // The next n records (all within timeout of each other), cursor show/hide aside.
+    static Evs receive(DisplayClient& c, std::size_t n, std::chrono::milliseconds timeout = 3s)
     {
         Evs out;
         while (out.size() < n) {
-            const auto e = c.read_event();
+            const auto e = c.read_event(timeout);
             if (!e)
                 break;
-            if (e->type != EV_PRIV_CURSOR_SHOW)
-                out.push_back({e->type, e->code, e->value});
-        }
-        return out;
-    }
-    static Evs unexpected(DisplayClient& c)
-    {
-        Evs out;
-        while (const auto e = c.read_event(300ms)) {
             if (e->type != EV_PRIV_CURSOR_SHOW)
                 out.push_back({e->type, e->code, e->value});
         }
@@ -127,11 +113,8 @@ protected:
         for (std::size_t i = 0; i < steps.size(); ++i) {
             SCOPED_TRACE("step " + std::to_string(i));
             const Step& s = steps[i];
-            if (s.message) {
-                ASSERT_TRUE(control(*s.message).has_value());
-            }
-            if (!s.play.empty())
-                play(s.node, s.play);
+            ASSERT_TRUE(!s.message || control(*s.message).has_value());
+            play(s.node, s.play);
             EXPECT_EQ(receive(*main_, s.main.size()), s.main);
             EXPECT_EQ(receive(*sub_, s.sub.size()), s.sub);
         }
@@ -190,6 +173,7 @@ TEST_F(EventPipeline, ExtendedModeCrossesScreensTheWheelGoesToTheFocusAndAClickM
     });
 }
 
+// The keyboard LEDs each toggle lights: the lock-key unit tests.
 TEST_F(EventPipeline, KeysGoToTheFocusAndCapsLockTogglesOncePerPressOnEveryKeyboard)
 {
     plug(1, dev::full_keyboard(), "usb input,seat:1\n");
@@ -201,24 +185,14 @@ TEST_F(EventPipeline, KeysGoToTheFocusAndCapsLockTogglesOncePerPressOnEveryKeybo
          {{28, 0, 1}, {1, KEY_CAPSLOCK, 0}}, {}},
         {{}, 2, {ev(EV_KEY, KEY_CAPSLOCK, 1)}, {{28, 0, 0}}, {}},
     });
-    for (int node : {1, 2}) {
-        Evs leds;  // the registration's LED_CAPSL 0, then the two toggles
-        for (int tries = 0; leds.size() < 3 && tries < 3; ++tries) {
-            const Evs got = testsupport::brief(bed_.written(node, 1s));
-            leds.insert(leds.end(), got.begin(), got.end());
-        }
-        EXPECT_EQ(leds, (Evs{{EV_LED, LED_CAPSL, 0}, {EV_LED, LED_CAPSL, 1}, {EV_LED, LED_CAPSL, 0}})) << node;
-    }
 }
 
 // 2048 of the panel's 0..4095 is x 639 and y 399 on the 1280 x 800 output.
 TEST_F(EventPipeline, MultiTouchContactsAreScaledHeldUntilTheirReportAndCutToTwoSlots)
 {
     plug(PANEL, dev::multi_touch_screen(), "add screen id:0, seat 5 to touchscreen...\n");
-    Events long_report = {ev(EV_ABS, ABS_MT_TRACKING_ID, 2)};
-    long_report.insert(long_report.end(), 21, ev(EV_ABS, ABS_X, 0));
-    long_report.push_back(ev(EV_KEY, BTN_TOUCH, 1));
-    long_report.push_back(ev(EV_SYN, SYN_REPORT, 0));
+    const Events long_report = cat<tactord::input_event>(
+        {{ev(EV_ABS, ABS_MT_TRACKING_ID, 2)}, Events(21, ev(EV_ABS, ABS_X, 0)), {ev(EV_KEY, BTN_TOUCH, 1)}, kSyn});
     const Events release = {ev(EV_KEY, BTN_TOUCH, 0), ev(EV_SYN, SYN_REPORT, 0)};
     const Evs released = {{1, 272, 0}, {0, 0, 0}};
     run({
@@ -241,8 +215,6 @@ TEST_F(EventPipeline, MultiTouchContactsAreScaledHeldUntilTheirReportAndCutToTwo
     EXPECT_TRUE(daemon_->wait_for("open touchscreen PID success! "));
 }
 
-// (A switched-off panel and its double-tap wake are pinned by the pipeline's
-// unit tests.)
 TEST_F(EventPipeline, ALockedScreenGetsItsTouchesRaised)
 {
     plug(PANEL, dev::multi_touch_screen(), "add screen id:0, seat 5 to touchscreen...\n");
@@ -264,6 +236,7 @@ TEST_F(EventPipeline, TheSixthTouchscreenIsNotTracked)
     EXPECT_TRUE(daemon_->wait_for("nCount >= 5"));
 }
 
+// Five-point calibration with real touches, end to end: the tactorctl calibrate tests.
 TEST_F(EventPipeline, ABoardPanelIsConvertedWithTheDefaultAndTheSetParametersWithinTwelveBits)
 {
     plug(PANEL, dev::single_touch_screen().on("board-tsc/input0"), "add screen id:0, seat 0 to touchscreen...\n");
@@ -283,41 +256,6 @@ TEST_F(EventPipeline, ABoardPanelIsConvertedWithTheDefaultAndTheSetParametersWit
          {{3, ABS_PRESSURE, 1}, {3, 0, 4095}, {3, 1, 2000}, {0, 0, 0}}, {}},
     });
     EXPECT_TRUE(daemon_->wait_for("TS raw msg before SYN is too much\n"));
-}
-
-TEST_F(EventPipeline, FivePointCalibrationWithRealTouchesInstallsTheTransform)
-{
-    plug(PANEL, dev::single_touch_screen(), "add screen id:0, seat 5 to touchscreen...\n");
-    const cali_point_t targets = {{100, 1820, 1820, 100, 960}, {100, 100, 980, 980, 540}};
-    cali_point_t raw{};
-    ASSERT_TRUE(control(msg(TYPE_ENTER_TS_CALI_MODE, 5)));
-    for (int p = 0; p < CALI_POINT_NUM; ++p) {
-        raw.x[p] = targets.x[p] * 2;
-        raw.y[p] = targets.y[p] * 2;
-        // While calibrating the raw values reach the client scaled to 1920 x 1080.
-        run({{msg(TYPE_GET_TS_CALI_POINT, 5, p + 1), PANEL,
-              {ev(EV_KEY, BTN_TOUCH, 1), ev(EV_ABS, ABS_X, raw.x[p]), ev(EV_ABS, ABS_Y, raw.y[p]), kSyn[0],
-               ev(EV_KEY, BTN_TOUCH, 0), kSyn[0]},
-              {{1, 272, 1}, {3, 0, raw.x[p] * 1919 / 4095}, {3, 1, raw.y[p] * 1079 / 4095}, {0, 0, 0}, {1, 272, 0},
-               {0, 0, 0}},
-              {}}});
-    }
-    SystemMsg cali = make_msg(TYPE_CALI_TS, 5);
-    cali.data.ts_cali_data = {targets, 1920, 1080, -9};
-    const auto result = control(cali);
-    ASSERT_TRUE(result.has_value());
-    EXPECT_EQ(result->data.ts_cali_data.result, 0);
-
-    std::array<int, CALI_PARAM_NUM> want{};
-    ASSERT_EQ(ts_get_calibrate_result(&targets, &raw, want.data()), 0);
-    const auto params = control(make_msg(TYPE_GET_TS_CALI_PARA, 5));
-    ASSERT_TRUE(params.has_value());
-    EXPECT_TRUE(std::equal(want.begin(), want.end(), params->data.ts_cali_para.begin()));
-    int x = 0, y = 0;
-    coordinate_convert(5, 1000, 1000, want.data(), &x, &y);
-    EXPECT_NEAR(x, 500, 2);
-    run({{msg(TYPE_QUIT_TS_CALI_MODE, 5), PANEL, {ev(EV_ABS, ABS_X, 1000), ev(EV_ABS, ABS_Y, 1000), kSyn[0]},
-          {{3, 0, x}, {3, 1, y}, {0, 0, 0}}, {}}});
 }
 
 }  // namespace

@@ -9,12 +9,14 @@
 #include "common/usb_gun/unixsocket.h"
 #include "func/touchscreen/touchscreen_lock_ctl.h"
 #include "sim/dev_mod_cfg_emul.h"
+#include "support/remote_link.h"
 #include "support/scanner.h"
 #include "support/scratch_root.h"
 
 namespace {
 
 using namespace testsupport;
+using namespace std::chrono_literals;
 
 Bytes receive(int fd, unsigned timeout_ms = 1000)
 {
@@ -28,16 +30,13 @@ TEST(KeySound, PressesClickTheNewestAudioClientAtTheDriversVolume)
     ScratchRoot root;
     emul::DevModCfgEmulator drv;
     touchscreeninit();
-    tactord::input_event press{0, 0, EV_KEY, BTN_TOUCH, 1};
-    tactord::input_event release{0, 0, EV_KEY, BTN_TOUCH, 0};
+    tactord::input_event press{0, 0, EV_KEY, BTN_TOUCH, 1}, release{0, 0, EV_KEY, BTN_TOUCH, 0};
     drv.set_volume(3);
     touch_voice_play(&press, 0);  // no audio client yet: nothing is written
 
     ASSERT_EQ(Key_Audio_Init(), 0);
     int first = -1;
-    for (int tries = 0; first <= 0 && tries < 250; ++tries)
-        if ((first = unix_client_open(KEY_AUDIO_SOCKET_PATH)) <= 0)
-            usleep(20000);
+    ASSERT_TRUE(eventually([&] { return first > 0 || (first = unix_client_open(KEY_AUDIO_SOCKET_PATH)) > 0; }, 5s));
     const std::string log = root.at("/tmp/audio-server.txt");
     ASSERT_TRUE(wait_for_file_text(log, "Key Audio Socket server initation success...\r\n"));
     EXPECT_EQ(count_text(read_file(log), "Audio unix client connected...\r\n"), 1);
@@ -52,7 +51,7 @@ TEST(KeySound, PressesClickTheNewestAudioClientAtTheDriversVolume)
     ASSERT_TRUE(wait_for_file_text(log, "key audio unix client connected...\r\n"));
     drv.set_volume(5);
     touch_voice_play(&press, 1);
-    EXPECT_EQ(Bytes(receive(second)).size(), 20U);
+    EXPECT_EQ(receive(second).size(), 20U);
     EXPECT_TRUE(receive(first).empty());  // replaced and closed: end of stream
 }
 

@@ -1,14 +1,11 @@
-// What an integrator installs and the supervisors that restart the daemon
-// after its watchdog has aborted it: each install component's files, the
-// installed systemd units (their paths those of the install, verified by
-// systemd-analyze), and the BusyBox inittab line, which starts the daemon in
-// the directory of its port.conf.
+// What an integrator installs and the supervisors that restart the daemon after its watchdog aborts it:
+// each component's files, the systemd units as installed, the BusyBox inittab line.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <signal.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -26,16 +23,8 @@
 namespace {
 
 using namespace std::chrono_literals;
-
-const std::string kPackaging = TACTORD_SOURCE_DIR "/packaging/";
-
-std::string replaced(std::string text, const std::string& what, const std::string& with)
-{
-    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size()))
-        text.replace(at, what.size(), with);
-    return text;
-}
-
+using testing::HasSubstr;
+using testsupport::read_file;
 using testsupport::run_command;
 
 // Every file and link below dir, as paths relative to it, sorted.
@@ -74,12 +63,11 @@ TEST(Packaging, EachComponentInstallsItsFilesWithConfigurationInEtcForPrefixUsr)
         EXPECT_EQ(install("--prefix /usr --component " + component, dest), "");
         EXPECT_EQ(tree(dest), files) << component;
     }
-    const std::string unit = testsupport::read_file(scratch.at("/daemon/") + units + "tactord.service");
-    for (const char* line : {"WorkingDirectory=/etc/tactord\n", "ExecStart=/usr/sbin/tactord -p 1\n"})
-        EXPECT_NE(unit.find(line), std::string::npos) << line;
-    EXPECT_NE(testsupport::read_file(scratch.at("/daemon/") + units + "tactord-calibration.service")
-                  .find("ExecStart=/usr/bin/tactorctl calibration restore /etc/tactord/calibration.conf\n"),
-              std::string::npos);
+    const std::string unit = read_file(scratch.at("/daemon/") + units + "tactord.service");
+    EXPECT_THAT(unit, HasSubstr("WorkingDirectory=/etc/tactord\n"));
+    EXPECT_THAT(unit, HasSubstr("ExecStart=/usr/sbin/tactord -p 1\n"));
+    EXPECT_THAT(read_file(scratch.at("/daemon/") + units + "tactord-calibration.service"),
+                HasSubstr("ExecStart=/usr/bin/tactorctl calibration restore /etc/tactord/calibration.conf\n"));
 }
 
 TEST(Packaging, TheInstalledUnitsVerifyWithTheInstalledPathsAndTheStrippedDaemonRuns)
@@ -87,18 +75,14 @@ TEST(Packaging, TheInstalledUnitsVerifyWithTheInstalledPathsAndTheStrippedDaemon
     TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator");
     if (run_command("command -v systemd-analyze").second != 0)
         GTEST_SKIP() << "systemd-analyze is not installed (scripts/install-deps brings it with systemd)";
-    // Installed for real below a scratch prefix: verify checks that the
-    // commands the units name exist. Any warning counts.
+    // Installed below a scratch prefix: verify checks that the commands the units name exist; any warning counts.
     testsupport::ScratchRoot scratch;
     const std::string prefix = scratch.at("/usr");
     ASSERT_EQ(install("--strip --prefix " + prefix), "");
     const std::string units = prefix + "/lib/systemd/system/";
-    const auto [out, status] =
-        run_command("systemd-analyze verify " + units + "tactord.service " + units + "tactord-calibration.service");
-    EXPECT_EQ(status, 0) << out;
-    EXPECT_EQ(out, "");
-    EXPECT_NE(testsupport::read_file(units + "tactord.service").find("WorkingDirectory=" + prefix + "/etc/tactord\n"),
-              std::string::npos);
+    EXPECT_EQ(run_command("systemd-analyze verify " + units + "tactord.service " + units + "tactord-calibration.service"),
+              std::make_pair(std::string(), 0));
+    EXPECT_THAT(read_file(units + "tactord.service"), HasSubstr("WorkingDirectory=" + prefix + "/etc/tactord\n"));
     EXPECT_EQ(run_command(prefix + "/sbin/tactord --version"), std::make_pair(std::string("tactord 17.0221.1137\n"), 0));
     const auto [usage, help_status] = run_command(prefix + "/sbin/tactord --help");
     EXPECT_TRUE(help_status == 0 && usage.starts_with("Usage: tactord [-d LEVEL] [-p DEST] [-t TYPE] [-i 0|1]\n")) << usage;
@@ -107,7 +91,7 @@ TEST(Packaging, TheInstalledUnitsVerifyWithTheInstalledPathsAndTheStrippedDaemon
 TEST(Packaging, TheInittabLineRespawnsTheDaemonInTheDirectoryOfItsPortConf)
 {
     TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator");
-    std::ifstream file(kPackaging + "inittab");
+    std::ifstream file(TACTORD_SOURCE_DIR "/packaging/inittab");
     std::string line, entry;
     while (std::getline(file, line))
         if (!line.empty() && line[0] != '#')
@@ -115,14 +99,13 @@ TEST(Packaging, TheInittabLineRespawnsTheDaemonInTheDirectoryOfItsPortConf)
     // id:runlevels:action:process, BusyBox ignoring the runlevels.
     std::smatch m;
     ASSERT_TRUE(std::regex_match(entry, m, std::regex("([^:]*):([^:]*):respawn:(.+)"))) << entry;
-    // BusyBox init hands a command with shell characters to "sh -c" behind
-    // an "exec"; the paths are the installed ones, put into a scratch root.
+    // BusyBox init runs a command with shell characters as "sh -c 'exec ...'"; the installed paths go into a scratch root.
     testsupport::ScratchRoot root;
     const std::string workdir = root.at("/etc/tactord");
     testsupport::write_port_conf(workdir);
     emul::EvdevTestbed bed;  // the daemon's /dev and /sys are emulated
-    const std::string command =
-        "exec " + replaced(replaced(m[3].str(), "/usr/sbin/tactord", TACTORD_BINARY), "/etc/tactord", workdir);
+    std::string command = std::regex_replace(m[3].str(), std::regex("/usr/sbin/tactord"), TACTORD_BINARY);
+    command = "exec " + std::regex_replace(command, std::regex("/etc/tactord"), workdir);
     const pid_t pid = fork();
     if (pid == 0) {
         execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));

@@ -17,19 +17,18 @@
 #include "common/usb_gun/usblog.h"
 #include "sim/evdev_testbed.h"
 #include "sim/devices.h"
+#include "support/remote_link.h"
 #include "support/scanner.h"
 #include "support/scratch_root.h"
 
 namespace {
 
 namespace dev = emul::devices;
+using namespace std::chrono_literals;
+using testsupport::eventually;
 
-// The readers' data callback: what they hand on is followed to the client
-// by the scanner service's tests in the running daemon.
-int on_chunk(uint8_t*, int)
-{
-    return 0;
-}
+// What the readers hand on is followed to the client by the scanner service's tests.
+int on_chunk(uint8_t*, int) { return 0; }
 
 class ScannerReaders : public ::testing::Test {
 protected:
@@ -38,18 +37,7 @@ protected:
         ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
         std::filesystem::create_directories(root_.at("/proc/bus/input"));
     }
-    bool logged(const std::string& line, int n = 1)
-    {
-        return testsupport::wait_for_file_text(root_.at("/tmp/scan-server.txt"), line, n);
-    }
-    // Polls pred for up to 5 seconds.
-    template <typename Pred>
-    static bool eventually(Pred pred)
-    {
-        for (int i = 0; i < 250 && !pred(); ++i)
-            usleep(20000);
-        return pred();
-    }
+    bool logged(const std::string& line) { return testsupport::wait_for_file_text(root_.at("/tmp/scan-server.txt"), line); }
     static bool declared(int event)
     {
         std::lock_guard<std::mutex> guard(usbkbd_ctrl.mutex_kbd);
@@ -70,14 +58,13 @@ TEST_F(ScannerReaders, WedgeScannerIsReadWhereTheEventNodesLieUntilItGoes)
     ASSERT_EQ(UsbKbdScanGun_Init({on_chunk, nullptr}), 0);
     UsbKbdScanGunSetEvtIndex(3, true);
     ASSERT_TRUE(logged("/dev/input/event3 starting...\r\n"));
-    // Once /dev itself holds event nodes the reader looks there: event3 is
-    // gone from its view, and its declaration with it.
+    // Once /dev itself holds event nodes the reader looks there: event3 and its declaration are gone.
     ASSERT_TRUE(bed_.add(5, dev::wedge_scanner()));
-    EXPECT_TRUE(eventually([] { return !declared(3); }));
+    EXPECT_TRUE(eventually([] { return !declared(3); }, 5s));
     UsbKbdScanGunSetEvtIndex(5, true);
     ASSERT_TRUE(logged("/dev/event5 starting...\r\n"));
     bed_.remove(5);
-    EXPECT_TRUE(eventually([] { return !declared(5); }));  // to be declared again when it comes back
+    EXPECT_TRUE(eventually([] { return !declared(5); }, 5s));  // to be declared again when it comes back
 }
 
 // Its unplug, which removes the node, is drilled against the daemon.
@@ -96,8 +83,7 @@ TEST_F(ScannerReaders, CdcPortIsSetRaw)
     port_attributes(ICRNL | IXON | IXOFF);
     ASSERT_EQ(UsbCdcScanGun_init({on_chunk, nullptr}), 0);
     ASSERT_TRUE(logged("Usb Cdc ScanGun /dev/ttyACM1 is plugin...\r\n"));
-    // As the reader set it: raw 8N1 without translation or flow control (the
-    // scanner's bytes unchanged), output at 9600.
+    // As the reader set it: raw 8N1 without translation or flow control, output at 9600.
     port_attributes(0);
     EXPECT_EQ(tio.c_iflag & (IGNPAR | ICRNL | INLCR | IGNCR | ISTRIP | IXON | IXOFF), unsigned{IGNPAR});
     EXPECT_EQ(tio.c_oflag, 0U);
@@ -122,17 +108,16 @@ TEST_F(ScannerReaders, InventoryIsSentOncePerChangeOfTheEventNodes)
     testsupport::write_file(root_.at("/proc/bus/input/devices"), scanner);
     ASSERT_TRUE(bed_.add(3, dev::wedge_scanner()));
     ASSERT_EQ(UsbDevInfoInit({on_list, nullptr}), 0);
-    EXPECT_TRUE(eventually([] { return lists == 1; }));
+    EXPECT_TRUE(eventually([] { return lists == 1; }, 5s));
 
     testsupport::write_file(root_.at("/proc/bus/input/devices"),
                             scanner + testsupport::listed_device(1, 2, "Keyboard", "usb-1/input0", "kbd event4"));
     ASSERT_TRUE(bed_.add(4, dev::full_keyboard()));
-    EXPECT_TRUE(eventually([] { return lists == 2; }));
+    EXPECT_TRUE(eventually([] { return lists == 2; }, 5s));
     usleep(2500000);  // no change since: nothing more is sent
     EXPECT_EQ(lists, 2);
     EXPECT_TRUE(logged("Usb dev has plugin or plugout event, current 2 devices\r\n"));
-    // The watcher runs on while the process ends and the nodes go: it must
-    // not report into a finished test.
+    // The watcher runs on while the process ends: it must not report into a finished test.
     std::lock_guard<std::mutex> guard(usbdev_ctrl.mutex_dev);
     usbdev_ctrl.cb = {};
 }

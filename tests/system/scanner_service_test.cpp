@@ -1,6 +1,5 @@
-// The scanner service in the running daemon, this test its client through
-// the client library (and through a raw socket to send garbage). Wedge
-// scanners are plugged on nodes 3 to 7, the last one named apart.
+// The scanner service in the running daemon, this test its client through the client library (and a raw
+// socket for garbage); wedge scanners on nodes 3 to 7, the last one named apart.
 #include <gtest/gtest.h>
 #include <linux/input.h>
 #include <unistd.h>
@@ -15,6 +14,7 @@
 #include "sim/daemon_process.h"
 #include "sim/devices.h"
 #include "sim/evdev_testbed.h"
+#include "support/remote_link.h"
 #include "support/scanner.h"
 #include "support/scratch_root.h"
 
@@ -36,22 +36,14 @@ protected:
         std::filesystem::create_directories(root_.at("/proc/bus/input"));
         testsupport::write_file(root_.at("/proc/bus/input/devices"), listing);
         daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/w"));
-        for (int i = 0; i < 100 && !std::filesystem::exists(root_.at(SCANNER_SOCKET_PATH)); ++i)
-            usleep(50000);  // made on the service's own thread
+        // Made on the service's own thread.
+        testsupport::eventually([this] { return std::filesystem::exists(root_.at(SCANNER_SOCKET_PATH)); }, 5s);
     }
     bool logged(const std::string& line) { return testsupport::wait_for_file_text(root_.at(SCANNER_LOG_PATH), line); }
-    // The daemon's own input handling reads a key stroke (three records in
-    // one write) on node: the press reaches the focused main screen's client.
-    // A node is read once the daemon has it on its monitor list (again); a
-    // stroke played before that is not seen, so it is played up to tries times.
+    // The daemon's own input handling reads a key stroke (three records in one write) on node: the press
+    // reaches the focused main screen's client. A stroke played before the node is on the daemon's monitor
+    // list (again) is not seen, so it is played up to tries times.
     bool daemon_reads(int node, int tries = 1)
-    {
-        for (int i = 0; i < tries; ++i)
-            if (daemon_reads_once(node))
-                return true;
-        return false;
-    }
-    bool daemon_reads_once(int node)
     {
         using emul::ev;
         if (!display_) {
@@ -59,11 +51,13 @@ protected:
             if (!display_->register_for(MAIN_SCREEN))
                 return false;
         }
-        if (!bed_.play(node, {ev(EV_KEY, KEY_1, 1), ev(EV_KEY, KEY_1, 0), ev(EV_SYN, SYN_REPORT, 0)}))
-            return false;
-        while (const auto got = display_->read_event(1500ms))  // private records first, after registering
-            if (got->type == EV_KEY && got->code == KEY_1 && got->value == 1)
-                return true;
+        for (int i = 0; i < tries; ++i) {
+            if (!bed_.play(node, {ev(EV_KEY, KEY_1, 1), ev(EV_KEY, KEY_1, 0), ev(EV_SYN, SYN_REPORT, 0)}))
+                return false;
+            while (const auto got = display_->read_event(1500ms))  // private records first, after registering
+                if (got->type == EV_KEY && got->code == KEY_1 && got->value == 1)
+                    return true;
+        }
         return false;
     }
     // The next scan the client library holds: slot, data type, bytes; slot -1 when none came.
@@ -119,10 +113,9 @@ TEST_F(ScannerServiceInDaemon, ScansFromLentWedgeScannersAndCdcPortsReachTheClie
 
 TEST_F(ScannerServiceInDaemon, GarbageStopsTheConfigurationThreadOnly)
 {
-    int client = -1;
-    for (int i = 0; i < 50 && (client = unix_client_open(SCANNER_SOCKET_PATH)) <= 0; ++i)
-        usleep(20000);  // bound a moment before it listens
-    ASSERT_TRUE(client > 0 && logged("Create scanserver thread success...\r\n"));
+    int client = -1;  // bound a moment before it listens
+    ASSERT_TRUE(testsupport::eventually([&] { return client > 0 || (client = unix_client_open(SCANNER_SOCKET_PATH)) > 0; }) &&
+                logged("Create scanserver thread success...\r\n"));
     const Bytes garbage(16, 7), name = testsupport::unx_record(UsbGunNameSetFun, testsupport::name_payload(1, "Test"));
     ASSERT_EQ(unix_socket_write(client, garbage.data(), garbage.size()), 16);
     usleep(300000);

@@ -1,6 +1,6 @@
-// tactorctl and tactord-events against the real daemon with the simulated
-// board's devices: every subcommand once with its output and exit status,
-// their refusals and error paths, and what a display client prints.
+// tactorctl and tactord-events against the real daemon and the simulated board:
+// every subcommand's output and exit status, refusals and error paths.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <fcntl.h>
 #include <linux/input.h>
@@ -20,33 +20,33 @@
 #include "sim/devices.h"
 #include "sim/evdev_testbed.h"
 #include "sim/fb_emul.h"
+#include "support/scanner.h"
 #include "support/scratch_root.h"
+#include "support/screen_clients.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testsupport::read_file;
 
 struct ToolRun {
     int status;
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
 
-// Starts a tool; its output goes to files in the scratch root.
-pid_t start(const std::string& root, const std::string& binary, const std::vector<std::string>& args)
+// Starts binary with its standard output and error in root/tool.out and root/tool.err.
+pid_t start(const std::string& root, std::vector<std::string> args, const char* binary = TACTORCTL_BINARY)
 {
+    args.insert(args.begin(), binary);
     const pid_t pid = fork();
     if (pid == 0) {
-        std::vector<std::string> store = {binary};
-        store.insert(store.end(), args.begin(), args.end());
         std::vector<char*> argv;
-        for (std::string& a : store)
+        for (std::string& a : args)
             argv.push_back(a.data());
         argv.push_back(nullptr);
-        const int o = open((root + "/tool.out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        const int e = open((root + "/tool.err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(o, STDOUT_FILENO);
-        dup2(e, STDERR_FILENO);
+        dup2(open((root + "/tool.out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDOUT_FILENO);
+        dup2(open((root + "/tool.err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDERR_FILENO);
         execv(argv[0], argv.data());
         _exit(127);
     }
@@ -57,37 +57,40 @@ ToolRun finish(const std::string& root, pid_t pid)
 {
     int status = 0;
     waitpid(pid, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, testsupport::read_file(root + "/tool.out"),
-            testsupport::read_file(root + "/tool.err")};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(root + "/tool.out"), read_file(root + "/tool.err")};
 }
 
-// Runs a tool to its end.
-ToolRun run(const std::string& root, const std::string& binary, const std::vector<std::string>& args)
+ToolRun run(const std::string& root, const std::vector<std::string>& args, const char* binary = TACTORCTL_BINARY)
 {
-    return finish(root, start(root, binary, args));
+    return finish(root, start(root, args, binary));
+}
+
+// A run's exit status and what it says: on standard output when it succeeds, else on standard error.
+void expect_says(const std::string& root, const std::vector<std::string>& args, int status, const std::string& says,
+                 const char* binary = TACTORCTL_BINARY)
+{
+    const ToolRun r = run(root, args, binary);
+    EXPECT_EQ(r.status, status) << testing::PrintToString(args) << "\n" << r.out << r.err;
+    EXPECT_THAT(status == 0 ? r.out : r.err, HasSubstr(says)) << testing::PrintToString(args);
 }
 
 class Tools : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        // The board: the panel on node 0 (seat 0 for calibration), the USB
-        // touchscreen (seat 5), the keyboard on node 2.
-        for (std::size_t i = 0; i < 3; ++i)
-            ASSERT_TRUE(bed_.add(static_cast<int>(i), emul::board()[i].dev));
+        // The panel on node 0 (calibration seat 0), the USB touchscreen (seat 5), the keyboard on node 2.
+        for (int i = 0; i < 3; ++i)
+            ASSERT_TRUE(bed_.add(i, emul::board()[i].dev));
         daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/work"));
-        ASSERT_TRUE(daemon_->started());
-        ASSERT_TRUE(daemon_->wait_for("/dev/event2 is keyboard...\n"));
-        ASSERT_TRUE(daemon_->wait_for("nice is "));
+        ASSERT_TRUE(daemon_->wait_for("/dev/event2 is keyboard...\n") && daemon_->wait_for("nice is "));
     }
-    ToolRun ctl(const std::vector<std::string>& args) { return run(root_.path(), TACTORCTL_BINARY, args); }
+    ToolRun ctl(const std::vector<std::string>& args) { return run(root_.path(), args); }
 
     testsupport::ScratchRoot root_;
     const std::string conf_ = testsupport::write_port_conf(root_.at("/work"));
     emul::EvdevTestbed bed_;
     emul::FramebufferEmulator fb_{bed_.testbed(), emul::kBoardWidth, emul::kBoardHeight};
-    // The touch lock's device, which the daemon asks at every touch.
-    emul::DevModCfgEmulator dev_mod_cfg_{bed_.testbed()};
+    emul::DevModCfgEmulator dev_mod_cfg_{bed_.testbed()};  // asked at every touch
     std::unique_ptr<emul::DaemonProcess> daemon_;
 };
 
@@ -97,12 +100,11 @@ TEST_F(Tools, EverySubcommandPrintsWhatTheDaemonDidOrWhyNot)
     struct Case {
         std::vector<std::string> args;
         int status;
-        std::string out;  // expected in standard output (or standard error for a failure)
+        std::string says;
     } cases[] = {
         {{"version"}, 0, "tactord 17.0221.1137\nagent -"},
         {{"mode", "get"}, 0, "clone\n"},
         {{"mode", "set", "extern", "--grid", "0,0,0,1,2,0,0,0,0"}, 0, "extern\n"},
-        {{"mode", "get"}, 0, "extern\n"},
         {{"register", "1", "--count", "1"}, 0, "reply TYPE_MODE_GET: extern\n"},
         {{"mode", "set", "sideways"}, 2, "unknown mode 'sideways'"},
         {{"mode", "set", "clone", "--grid", "1,2"}, 2, "--grid takes nine cells"},
@@ -146,9 +148,7 @@ TEST_F(Tools, EverySubcommandPrintsWhatTheDaemonDidOrWhyNot)
         {{"help", "ipc", "address"}, 0, "usage: tactorctl ipc address A.B.C.D"},
         {{"-h"}, 0, "usage: tactorctl [--socket PATH]"},
         {{"--version"}, 0, "tactorctl 17.0221.1137\n"},
-        {{"calibration", "get", "--help"}, 0, "usage: tactorctl calibration get SCREEN"},
         {{"register", "0", "--count"}, 2, "option --count needs a value"},
-        {{"--wait"}, 2, "option --wait needs a value"},
         {{"ipc-window", "open", "2", "1", "1", "9", "9"}, 2, "bad screen '2'"},
         {{"ipc-window", "open", "0", "1", "1", "x", "9"}, 2, "X2 'x' is not a pixel position"},
         {{"mode", "set", "extern", "--grid", "0,0,0,1,0,0,0,0,0"}, 2, "needs a grid with a main (1) and a sub (2) cell"},
@@ -156,78 +156,59 @@ TEST_F(Tools, EverySubcommandPrintsWhatTheDaemonDidOrWhyNot)
         {{"--socket", root_.at("/nowhere.sock"), "version"}, 1, "control socket " + root_.at("/nowhere.sock")},
         {{"config", "check", TACTORD_SOURCE_DIR "/etc/port.conf"}, 0, "seat 5   usb-musb-hdrc.0-1"},
     };
-    for (const Case& c : cases) {
-        const ToolRun r = ctl(c.args);
-        std::string line;
-        for (const auto& a : c.args)
-            line += a + " ";
-        EXPECT_EQ(r.status, c.status) << line << "\n" << r.out << r.err;
-        EXPECT_NE((c.status == 0 ? r.out : r.err).find(c.out), std::string::npos) << line << "\n" << r.out << r.err;
-    }
-    EXPECT_NE(testsupport::read_file(saved).find("\n0 1 2 3 4 5 6 65536\n"), std::string::npos);
-    EXPECT_TRUE(daemon_->wait_for("g_MouseSensitivityValue = 7\n"));
-    EXPECT_TRUE(daemon_->wait_for("vnc input\n"));
+    for (const Case& c : cases)
+        expect_says(root_.path(), c.args, c.status, c.says);
+    EXPECT_THAT(read_file(saved), HasSubstr("\n0 1 2 3 4 5 6 65536\n"));
+    EXPECT_TRUE(daemon_->wait_for("g_MouseSensitivityValue = 7\n") && daemon_->wait_for("vnc input\n"));
 }
 
-// Needs no daemon: each broken seat file is an error naming its line, on
-// standard error; what the parser accepts gets warnings.
+// Needs no daemon: each broken seat file is an error naming its line; what the parser accepts gets warnings.
 TEST(ConfigCheck, RefusesEachBrokenFileNamingTheLine)
 {
     testsupport::ScratchRoot root;
     const std::string conf = root.at("/bad.conf");
     const std::string terminal = "StartSection \"Terminal\"\n  Screen 0\n  InputDevice 1\nEndSection\n";
+    const std::vector<std::string> check = {"config", "check", conf};
     struct Case {
         std::string text;
         int status;
         std::string says;
+        std::vector<std::string> args;
     } cases[] = {
-        {"StartSection \"Input\"\n  usb-a 1\n  usb-a.2 2\nEndSection\n", 0, "row 2 \"usb-a.2\" is never matched"},
-        {"StartSection \"Terminal\"\n  Screen 1\n  InputDevice 3\nEndSection\n", 0, "seat 3 of screen 1 has no Input row"},
-        {"", 1, "bad.conf:1: the file is empty"},
-        {"# only a comment\n", 1, "bad.conf:1: no section at all"},
-        {terminal + std::string("\x7f" "ELF\0\1", 6), 1, "bad.conf:5: binary data"},
-        {"StartSection \"Input\"\n  usb-a 1\n  lonely\nEndSection\n", 1, "bad.conf:3: 'lonely' has no value"},
-        {"StartSection \"Terminal\"\n  Screen 0\n", 1, "bad.conf:1: this section has no EndSection"},
-        {terminal + "StartSection \"Screens\"\nEndSection\n", 1, "bad.conf:5: unknown section \"Screens\""},
-        {"StartSection \"Input\"\n  usb-a one\nEndSection\n", 1, "bad.conf:2: seat 'one' is not a number 1..15"},
+        {"StartSection \"Input\"\n  usb-a 1\n  usb-a.2 2\nEndSection\n", 0, "row 2 \"usb-a.2\" is never matched", check},
+        {"StartSection \"Terminal\"\n  Screen 1\n  InputDevice 3\nEndSection\n", 0, "seat 3 of screen 1 has no Input row", check},
+        {"", 1, "bad.conf:1: the file is empty", check},
+        {"# only a comment\n", 1, "bad.conf:1: no section at all", check},
+        {terminal + std::string("\x7f" "ELF\0\1", 6), 1, "bad.conf:5: binary data", check},
+        {"StartSection \"Input\"\n  usb-a 1\n  lonely\nEndSection\n", 1, "bad.conf:3: 'lonely' has no value", check},
+        {"StartSection \"Terminal\"\n  Screen 0\n", 1, "bad.conf:1: this section has no EndSection", check},
+        {terminal + "StartSection \"Screens\"\nEndSection\n", 1, "bad.conf:5: unknown section \"Screens\"", check},
+        {"StartSection \"Input\"\n  usb-a one\nEndSection\n", 1, "bad.conf:2: seat 'one' is not a number 1..15", check},
         {terminal + "StartSection \"Terminal\"\n  Screen 0\nEndSection\n", 1,
-         "bad.conf:6: a second Terminal for screen 0 (the first is at line 2)"},
+         "bad.conf:6: a second Terminal for screen 0 (the first is at line 2)", check},
+        {"", 1, "is a directory", {"config", "check", root.path()}},
+        {"# seat p0..p6\n0 1 2 3\n", 2, "bad.conf:2: expected a seat 0..14 and seven parameters",
+         {"calibration", "restore", conf}},
     };
     for (const Case& c : cases) {
         testsupport::write_file(conf, c.text);
-        const ToolRun r = run(root.path(), TACTORCTL_BINARY, {"config", "check", conf});
-        EXPECT_EQ(r.status, c.status) << c.text << r.out << r.err;
-        EXPECT_NE((c.status == 0 ? r.out : r.err).find(c.says), std::string::npos) << c.text << r.out << r.err;
+        expect_says(root.path(), c.args, c.status, c.says);
     }
-    const ToolRun dir = run(root.path(), TACTORCTL_BINARY, {"config", "check", root.path()});
-    EXPECT_EQ(dir.status, 1);
-    EXPECT_NE(dir.err.find("is a directory"), std::string::npos) << dir.err;
-
-    testsupport::write_file(conf, "# seat p0..p6\n0 1 2 3\n");
-    const ToolRun r = run(root.path(), TACTORCTL_BINARY, {"calibration", "restore", conf});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.err.find("bad.conf:2: expected a seat 0..14 and seven parameters"), std::string::npos) << r.err;
 }
 
 TEST_F(Tools, LedRequestLightsTheScreensKeyboards)
 {
     bed_.written(2, 3s);  // the LED the registry clears at plug-in
-    const ToolRun r = ctl({"led", "num", "on"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    const auto written = bed_.written(2, 3s);
-    ASSERT_FALSE(written.empty());
-    EXPECT_EQ(written[0].type, EV_LED);
-    EXPECT_EQ(written[0].code, LED_NUML);
-    EXPECT_EQ(written[0].value, 1);
+    ASSERT_EQ(ctl({"led", "num", "on"}).status, 0);
+    EXPECT_THAT(testsupport::brief(bed_.written(2, 3s)), testing::ElementsAre(testsupport::Ev{EV_LED, LED_NUML, 1}));
 }
 
 TEST_F(Tools, DevicesListsTheBoardAsTactordSeatsIt)
 {
-    // The kernel's listing names the keyboard's USB ids.
     std::filesystem::create_directories(root_.at("/proc/bus/input"));
     testsupport::write_file(root_.at("/proc/bus/input/devices"),
-                            "I: Bus=0003 Vendor=046d Product=c31c Version=0110\nN: Name=\"Test Keyboard\"\n"
-                            "P: Phys=usb-musb-hdrc.1-1.1/input0\nH: Handlers=kbd event2\n\n");
+                            testsupport::listed_device(0x046d, 0xc31c, "Test Keyboard", "usb-musb-hdrc.1-1.1/input0",
+                                                       "kbd event2"));
     const ToolRun text = ctl({"devices", "--conf", conf_});
     ASSERT_EQ(text.status, 0) << text.err;
     for (const char* row :
@@ -235,27 +216,26 @@ TEST_F(Tools, DevicesListsTheBoardAsTactordSeatsIt)
           "no seat-file row matches: a non-USB input of screen 0; calibration seat 0\n",
           "/dev/event1   touchscreen                     \"USB Touchscreen\"         usb-musb-hdrc.0-1/input0     5    0      ",
           "/dev/event2   keyboard                        \"Test Keyboard\"           usb-musb-hdrc.1-1.1/input0   1    0      "})
-        EXPECT_NE(text.out.find(row), std::string::npos) << row << "\n" << text.out;
-    const ToolRun json = ctl({"devices", "--json", "--conf", conf_});
-    EXPECT_NE(json.out.find("{\"node\":\"/dev/event2\",\"name\":\"Test Keyboard\",\"port\":\"usb-musb-hdrc.1-1.1/input0\","
-                            "\"usb_id\":\"046d:c31c\",\"type\":\"keyboard\",\"needs_calibration\":false,\"handled\":true,"
-                            "\"seat\":1,\"screen\":0,\"calibration_seat\":null,"),
-              std::string::npos)
-        << json.out;
+        EXPECT_THAT(text.out, HasSubstr(row));
+    EXPECT_THAT(ctl({"devices", "--json", "--conf", conf_}).out,
+                HasSubstr("{\"node\":\"/dev/event2\",\"name\":\"Test Keyboard\",\"port\":\"usb-musb-hdrc.1-1.1/input0\","
+                          "\"usb_id\":\"046d:c31c\",\"type\":\"keyboard\",\"needs_calibration\":false,\"handled\":true,"
+                          "\"seat\":1,\"screen\":0,\"calibration_seat\":null,"));
 }
 
-// Guided calibration of the board's panel (seat 0, screen 0) against the
-// emulated framebuffer: each target must be on its pixels when announced,
-// and the touch played for it is the raw point raw(target).
+// Guided calibration of the panel (seat 0) against the emulated framebuffer: each target is on its
+// pixels when announced, and the touch played for it is raw(target).
 class Calibrate : public Tools {
 protected:
     void SetUp() override
     {
-        // The framebuffer's memory: a file in the testbed (umockdev makes
-        // a node without contents a terminal).
-        std::filesystem::remove(fb_file());
-        std::ofstream(fb_file()).close();
-        std::filesystem::resize_file(fb_file(), emul::kBoardWidth * emul::kBoardHeight * 4);
+        // The framebuffer's memory: a file in the testbed (umockdev makes a node without contents a terminal).
+        gchar* dir = umockdev_testbed_get_root_dir(bed_.testbed());
+        fb_file_ = std::string(dir) + "/dev/fb0";
+        g_free(dir);
+        std::filesystem::remove(fb_file_);
+        std::ofstream(fb_file_).close();
+        std::filesystem::resize_file(fb_file_, emul::kBoardWidth * emul::kBoardHeight * 4);
         Tools::SetUp();
     }
     void TearDown() override
@@ -263,52 +243,42 @@ protected:
         if (HasFailure())
             std::fprintf(stderr, "%s", daemon_->output().c_str());
     }
-    std::string fb_file()
-    {
-        gchar* dir = umockdev_testbed_get_root_dir(bed_.testbed());
-        std::string file = std::string(dir) + "/dev/fb0";
-        g_free(dir);
-        return file;
-    }
     uint32_t pixel(int x, int y)
     {
         uint32_t v = 0;
-        if (!fb_.is_open())
-            fb_.open(fb_file(), std::ios::binary);
-        fb_.seekg((y * static_cast<int>(emul::kBoardWidth) + x) * 4);
-        fb_.read(reinterpret_cast<char*>(&v), sizeof v);
+        std::ifstream fb(fb_file_, std::ios::binary);
+        fb.seekg((y * static_cast<int>(emul::kBoardWidth) + x) * 4);
+        fb.read(reinterpret_cast<char*>(&v), sizeof v);
         return v;
     }
-    std::ifstream fb_;
     void touch(int raw_x, int raw_y)
     {
-        bed_.play(0, {emul::ev(EV_ABS, ABS_X, raw_x), emul::ev(EV_ABS, ABS_Y, raw_y), emul::ev(EV_KEY, BTN_TOUCH, 1),
-                      emul::ev(EV_SYN, SYN_REPORT, 0)});
-        bed_.play(0, {emul::ev(EV_KEY, BTN_TOUCH, 0), emul::ev(EV_SYN, SYN_REPORT, 0)});
+        using emul::ev;
+        bed_.play(0, {ev(EV_ABS, ABS_X, raw_x), ev(EV_ABS, ABS_Y, raw_y), ev(EV_KEY, BTN_TOUCH, 1), ev(EV_SYN, SYN_REPORT, 0)});
+        bed_.play(0, {ev(EV_KEY, BTN_TOUCH, 0), ev(EV_SYN, SYN_REPORT, 0)});
     }
     template <typename Raw>
     ToolRun calibrate(Raw raw)
     {
-        const pid_t pid = start(root_.path(), TACTORCTL_BINARY,
-                                {"calibrate", "0", "--fb", "/dev/fb0", "--conf", conf_, "--save", saved_, "--timeout", "10"});
+        const pid_t pid =
+            start(root_.path(), {"calibrate", "0", "--fb", "/dev/fb0", "--conf", conf_, "--save", saved_, "--timeout", "10"});
         for (int i = 1; i <= 5; ++i) {
             const std::string said = "target " + std::to_string(i) + " of 5 at ";
             EXPECT_TRUE(testsupport::wait_for_file_text(root_.at("/tool.out"), said));
-            const std::string out = testsupport::read_file(root_.at("/tool.out"));
-            int x = -1;
-            int y = -1;
+            const std::string out = read_file(root_.at("/tool.out"));
+            int x = -1, y = -1;
             std::sscanf(out.c_str() + out.find(said) + said.size(), "%d,%d", &x, &y);
             // The crosshair: its centre and arm ends lit, nothing beyond.
-            EXPECT_EQ(pixel(x, y), 0xFFFFFFFFu) << said << x << "," << y;
-            EXPECT_EQ(pixel(x - 20, y), 0xFFFFFFFFu);
-            EXPECT_EQ(pixel(x, y + 20), 0xFFFFFFFFu);
-            EXPECT_EQ(pixel(x + 21, y), 0u);
+            EXPECT_EQ(std::vector<uint32_t>({pixel(x, y), pixel(x - 20, y), pixel(x, y + 20), pixel(x + 21, y)}),
+                      std::vector<uint32_t>({0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0u}))
+                << said << x << "," << y;
             targets_.push_back({x, y});
             const auto [rx, ry] = raw(i, x, y);
             touch(rx, ry);
         }
         return finish(root_.path(), pid);
     }
+    std::string fb_file_;
     const std::string saved_ = root_.at("/cali.conf");
     std::vector<std::pair<int, int>> targets_;
 };
@@ -318,20 +288,19 @@ TEST_F(Calibrate, FiveTargetsOnTheFramebufferGiveAFitThatConvertsTouches)
     const ToolRun r = calibrate([](int, int x, int y) { return std::pair{100 + 3 * x, 200 + 4 * y}; });
     ASSERT_EQ(r.status, 0) << r.out << r.err;
     // The daemon's integer fit truncates by up to a pixel.
-    EXPECT_NE(r.out.find("  target 1 at 128,80: lands at 127,79, 1.4\n"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("calibration mode ended"), std::string::npos) << r.out;
+    EXPECT_THAT(r.out, HasSubstr("  target 1 at 128,80: lands at 127,79, 1.4\n"));
+    EXPECT_THAT(r.out, HasSubstr("calibration mode ended"));
     for (const auto& [x, y] : targets_)
         EXPECT_EQ(pixel(x, y), 0u) << "target left on the screen at " << x << "," << y;
-    EXPECT_NE(testsupport::read_file(saved_).find("\n0 "), std::string::npos) << testsupport::read_file(saved_);
+    EXPECT_THAT(read_file(saved_), HasSubstr("\n0 "));
 
     // The test mode prints where a touch now lands.
-    const pid_t pid = start(root_.path(), TACTORCTL_BINARY, {"calibrate", "--test", "main", "--count", "1", "--conf", conf_});
-    ASSERT_TRUE(testsupport::wait_for_file_text(root_.at("/tool.out"), "touch the screen"))
-        << testsupport::read_file(root_.at("/tool.err"));
+    const pid_t pid = start(root_.path(), {"calibrate", "--test", "main", "--count", "1", "--conf", conf_});
+    ASSERT_TRUE(testsupport::wait_for_file_text(root_.at("/tool.out"), "touch the screen")) << read_file(root_.at("/tool.err"));
     touch(100 + 3 * 640, 200 + 4 * 400);
     const ToolRun test = finish(root_.path(), pid);
     EXPECT_EQ(test.status, 0) << test.err;
-    EXPECT_NE(test.out.find("released at 639,399\n"), std::string::npos) << test.out;  // truncated as above
+    EXPECT_THAT(test.out, HasSubstr("released at 639,399\n"));  // truncated as above
 }
 
 TEST_F(Calibrate, ATouchThatMissesItsTargetIsRefusedAndTheOldTransformStays)
@@ -339,55 +308,43 @@ TEST_F(Calibrate, ATouchThatMissesItsTargetIsRefusedAndTheOldTransformStays)
     ASSERT_EQ(ctl({"calibration", "set", "0", "1", "2", "3", "4", "5", "6", "65536"}).status, 0);
     const ToolRun r = calibrate([](int i, int x, int y) { return std::pair{100 + 3 * x + (i == 3 ? 600 : 0), 200 + 4 * y}; });
     EXPECT_EQ(r.status, 1) << r.out;
-    EXPECT_NE(r.err.find("refused: target"), std::string::npos) << r.err;
-    EXPECT_NE(r.out.find("calibration mode ended"), std::string::npos) << r.out;
-    EXPECT_NE(ctl({"calibration", "get", "0"}).out.find("seat 0: 1 2 3 4 5 6 65536"), std::string::npos);
+    EXPECT_THAT(r.err, HasSubstr("refused: target"));
+    EXPECT_THAT(r.out, HasSubstr("calibration mode ended"));
+    EXPECT_THAT(ctl({"calibration", "get", "0"}).out, HasSubstr("seat 0: 1 2 3 4 5 6 65536"));
 }
 
 TEST_F(Calibrate, CtrlCEndsCalibrationModeAndClearsTheTarget)
 {
-    const pid_t pid = start(root_.path(), TACTORCTL_BINARY, {"calibrate", "0", "--fb", "/dev/fb0", "--conf", conf_});
+    const pid_t pid = start(root_.path(), {"calibrate", "0", "--fb", "/dev/fb0", "--conf", conf_});
     ASSERT_TRUE(testsupport::wait_for_file_text(root_.at("/tool.out"), "target 1 of 5 at 128,80"));
     EXPECT_EQ(pixel(128, 80), 0xFFFFFFFFu);
     kill(pid, SIGINT);
     const ToolRun r = finish(root_.path(), pid);
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("interrupted at target 1"), std::string::npos) << r.err;
-    EXPECT_NE(r.out.find("calibration mode ended"), std::string::npos) << r.out;
+    EXPECT_THAT(r.err, HasSubstr("interrupted at target 1"));
+    EXPECT_THAT(r.out, HasSubstr("calibration mode ended"));
     EXPECT_EQ(pixel(128, 80), 0u);
 }
 
 TEST_F(Tools, EventsClientPrintsItsRecordsDecoded)
 {
-    // A client of the sub screen sees the extended mode come in: it loses
-    // the cursor, which is hidden.
-    const std::string out = root_.at("/events.out");
-    const pid_t pid = fork();
-    if (pid == 0) {
-        const int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(fd, STDOUT_FILENO);
-        execl(TACTORD_EVENTS_BINARY, TACTORD_EVENTS_BINARY, "--screen", "1", "--json", "--count", "3",
-              static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    ASSERT_TRUE(testsupport::wait_for_file_text(out, "\"record\":\"reply\""));
+    // A client of the sub screen sees the extended mode come in: it loses the cursor, which is hidden.
+    const std::string dir = root_.at("/events");  // its output apart from tactorctl's
+    std::filesystem::create_directories(dir);
+    const pid_t pid = start(dir, {"--screen", "1", "--json", "--count", "3"}, TACTORD_EVENTS_BINARY);
+    ASSERT_TRUE(testsupport::wait_for_file_text(dir + "/tool.out", "\"record\":\"reply\""));
     ASSERT_EQ(ctl({"mode", "set", "extern"}).status, 0);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    EXPECT_EQ(WEXITSTATUS(status), 0);
-    EXPECT_EQ(testsupport::read_file(out),
+    const ToolRun r = finish(dir, pid);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out,
               "{\"record\":\"reply\",\"type\":2,\"scr_index\":2053338226,\"type_name\":\"TYPE_MODE_GET\",\"mode\":1,"
               "\"mode_name\":\"clone\",\"text\":\"clone\"}\n"
               "{\"record\":\"cursor\",\"sec\":0,\"usec\":0,\"type\":27,\"code\":1,\"value\":0,\"text\":\"cursor lost\"}\n"
               "{\"record\":\"cursor-show\",\"sec\":0,\"usec\":0,\"type\":33,\"code\":0,\"value\":0,\"text\":\"cursor "
               "hide\"}\n");
-
-    // Its error paths.
-    const ToolRun missing = run(root_.path(), TACTORD_EVENTS_BINARY, {"--socket", root_.at("/none.sock")});
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_NE(missing.err.find(root_.at("/none.sock")), std::string::npos);
-    EXPECT_EQ(run(root_.path(), TACTORD_EVENTS_BINARY, {"--screen", "2"}).status, 2);
-    EXPECT_EQ(run(root_.path(), TACTORD_EVENTS_BINARY, {"--help"}).status, 0);
+    expect_says(root_.path(), {"--socket", root_.at("/none.sock")}, 1, root_.at("/none.sock"), TACTORD_EVENTS_BINARY);
+    expect_says(root_.path(), {"--screen", "2"}, 2, "", TACTORD_EVENTS_BINARY);
+    expect_says(root_.path(), {"--help"}, 0, "", TACTORD_EVENTS_BINARY);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "func/touchscreen/touchscreen_lock_ctl.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/input-event-codes.h>
 
@@ -14,6 +15,7 @@
 #include "func/sound/sound.h"
 #include "func/touchscreen/touchscreen_lock_ctl_internal.h"
 #include "sim/dev_mod_cfg_emul.h"
+#include "sim/evdev_testbed.h"
 
 namespace {
 
@@ -30,50 +32,36 @@ struct Seen {
 } g_seen;
 time_t g_now = 1000;  // only the test thread moves it
 
+// Runs f with what was seen locked.
+template <typename F>
+auto locked(F f)
+{
+    std::lock_guard<std::mutex> guard(g_seen.lock);
+    return f();
+}
 template <typename T>
 T take(T& seen)
 {
-    std::lock_guard<std::mutex> guard(g_seen.lock);
-    return std::exchange(seen, {});
+    return locked([&] { return std::exchange(seen, {}); });
 }
 bool logged(const std::string& part)
 {
-    std::lock_guard<std::mutex> guard(g_seen.lock);
-    return std::any_of(g_seen.log.begin(), g_seen.log.end(),
-                       [&](const std::string& l) { return l.find(part) != std::string::npos; });
+    return locked([&] {
+        return std::ranges::any_of(g_seen.log, [&](const std::string& l) { return l.find(part) != std::string::npos; });
+    });
 }
 
-void capture_log(int, const char* text)
-{
-    std::lock_guard<std::mutex> guard(g_seen.lock);
-    g_seen.log.emplace_back(text);
-}
-void on_lock_change(int screen, int locked)
-{
-    std::lock_guard<std::mutex> guard(g_seen.lock);
-    g_seen.changes.emplace_back(screen, locked);
-}
-void on_locked_touch(int screen)
-{
-    std::lock_guard<std::mutex> guard(g_seen.lock);
-    g_seen.touches.push_back(screen);
-}
-// Stands in for the task start: the tests drive the lock logic themselves.
+// The adapter logger, the two lock callbacks and the task start (the tests drive the lock logic themselves).
+void capture_log(int, const char* text) { locked([&] { g_seen.log.emplace_back(text); }); }
+void on_lock_change(int screen, int locked_now) { locked([&] { g_seen.changes.emplace_back(screen, locked_now); }); }
+void on_locked_touch(int screen) { locked([&] { g_seen.touches.push_back(screen); }); }
 int no_task(VR_TASK_ID*, const char*, VR_TASK_ENTRY, void*, uint32_t, int)
 {
-    std::lock_guard<std::mutex> guard(g_seen.lock);
-    ++g_seen.starts;
-    return 0;
+    return locked([] { return ++g_seen.starts, 0; });
 }
-int failing_task(VR_TASK_ID*, const char*, VR_TASK_ENTRY, void*, uint32_t, int)
-{
-    return -1;
-}
+int failing_task(VR_TASK_ID*, const char*, VR_TASK_ENTRY, void*, uint32_t, int) { return -1; }
 
-tactord::input_event ev(uint16_t type, uint16_t code, int32_t value)
-{
-    return {0, 0, type, code, value};
-}
+using emul::ev;
 const tactord::input_event kPress = ev(EV_KEY, BTN_TOUCH, 1);
 
 std::vector<unsigned long> codes(const std::vector<DevModCfgEmulator::Request>& reqs)
@@ -117,30 +105,27 @@ TEST_F(TouchscreenLock, TouchEventsAreMirroredAndOnlyAPressClicksAtTheDriversVol
 
     drv.clear_requests();
     drv.set_volume(5);
-    const auto release = ev(EV_KEY, BTN_TOUCH, 0);
-    for (const auto& e : {kPress, ev(EV_ABS, ABS_X, 150), ev(EV_ABS, ABS_Y, 40), ev(EV_SYN, SYN_REPORT, 0), release})
+    for (const auto& e :
+         {kPress, ev(EV_ABS, ABS_X, 150), ev(EV_ABS, ABS_Y, 40), ev(EV_SYN, SYN_REPORT, 0), ev(EV_KEY, BTN_TOUCH, 0)})
         touchscreen_set_coordinate(SUB_SCREEN, &e);
     auto reqs = drv.requests();
     // Every event reads the volume (from screen 0); the touch events write.
-    EXPECT_EQ(codes(reqs), (std::vector<unsigned long>{161, 164, 161, 164, 161, 164, 161, 161, 164}));
+    ASSERT_EQ(codes(reqs), (std::vector<unsigned long>{161, 164, 161, 164, 161, 164, 161, 161, 164}));
     for (size_t i : {0u, 2u, 4u, 6u, 7u})
         EXPECT_EQ(reqs[i].record.id, 0);
-    EXPECT_EQ(reqs[1].record.id, 1);
-    EXPECT_EQ(reqs[1].record.keydown, 1);
-    EXPECT_EQ(reqs[3].record.xcord, 150);
-    EXPECT_EQ(reqs[5].record.ycord, 40);
+    EXPECT_TRUE(reqs[1].record.id == 1 && reqs[1].record.keydown == 1 && reqs[3].record.xcord == 150 &&
+                reqs[5].record.ycord == 40);
     EXPECT_TRUE(reqs[8].record.keydown == 0 && reqs[8].record.xcord == 150 && reqs[8].record.status == 1);
-    EXPECT_EQ(sound_play_count(), 1u);
     const sound_play_request played = sound_last_request();
-    EXPECT_TRUE(played.sound == 44 && played.volume == 5 && played.screen == SUB_SCREEN);
-    EXPECT_EQ(played.param3 | played.param4 | played.param6, 0);
+    EXPECT_EQ(sound_play_count(), 1u);
+    EXPECT_TRUE(played.sound == 44 && played.volume == 5 && played.screen == SUB_SCREEN &&
+                (played.param3 | played.param4 | played.param6) == 0);
     EXPECT_TRUE(take(g_seen.log).empty());
 
     // Without the click: no volume read, no sound, the same write.
     drv.clear_requests();
-    const auto other = ev(EV_KEY, KEY_A, 1);
-    touchscreen_set_coordinate_with_no_play(IPC_SCREEN, &kPress);
-    touchscreen_set_coordinate_with_no_play(IPC_SCREEN, &other);
+    for (const auto& e : {kPress, ev(EV_KEY, KEY_A, 1)})
+        touchscreen_set_coordinate_with_no_play(IPC_SCREEN, &e);
     reqs = drv.requests();
     ASSERT_EQ(codes(reqs), std::vector<unsigned long>{164});
     EXPECT_TRUE(reqs[0].record.id == 2 && reqs[0].record.keydown == 1);
@@ -176,10 +161,9 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRe
 
     testing::internal::CaptureStdout();
     dump_dev_cfg();
-    const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_NE(out.find("key_volume: 7\nscreen: 1 keydown: 0  status: 0\n           xcord: 0  ycord: 0  key_volume: 0\n"),
-              std::string::npos)
-        << out;
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                testing::HasSubstr("key_volume: 7\nscreen: 1 keydown: 0  status: 0\n"
+                                   "           xcord: 0  ycord: 0  key_volume: 0\n"));
 
     // Explicit lock and unlock write the status and notify.
     configure();
@@ -221,10 +205,7 @@ TEST_F(TouchscreenLock, HeldFingerLocksOnceAndUnlocksOnlyAfterLeavingAndHoldingA
 {
     DevModCfgEmulator drv;
     configure();  // lock after 3 s, unlock after 2 s
-    auto pass_at = [](time_t t) {
-        g_now = t;
-        touchscreen_lock_logic_process();
-    };
+    const auto pass_at = [](time_t t) { g_now = t, touchscreen_lock_logic_process(); };
 
     // Lifting the finger restarts the timing.
     drv.set_touch(MAIN_SCREEN, 1, 150, 40);
@@ -266,16 +247,16 @@ TEST_F(TouchscreenLock, MissingOrFailingDeviceGivesTheMessagesAndMinusOne)
 {
     // No emulator yet: there is no "/dev/dev_mod_cfg".
     EXPECT_EQ(touchscreen_get_lock_status(MAIN_SCREEN), -1);
-    EXPECT_TRUE(logged("touchscreen_lock_ctl.cpp:"));
-    EXPECT_TRUE(logged("get_dev_mod_cfg_info(): open failed!\n"));
-    EXPECT_TRUE(logged("touchscreen_get_lock_status(): get screen 0 _lock status error.\n"));
     EXPECT_EQ(touchscreen_lock(SUB_SCREEN), -1);
-    EXPECT_TRUE(logged("setmodconfig(): open failed!\n"));
-    EXPECT_TRUE(logged("touchscreen_lock(): set lock config to lock status error.\n"));
     EXPECT_EQ(touchscreen_unlock(SUB_SCREEN), -1);
-    EXPECT_TRUE(logged("touchscreen_unlock(): set lock config to unlock status error.\n"));
     EXPECT_EQ(touchscreen_get_key_volume(MAIN_SCREEN), -1);
-    EXPECT_TRUE(logged("touchscreen_get_key_volume(): get screen 0 _key_volume error.\n"));
+    for (const char* line : {"touchscreen_lock_ctl.cpp:", "get_dev_mod_cfg_info(): open failed!\n",
+                             "touchscreen_get_lock_status(): get screen 0 _lock status error.\n",
+                             "setmodconfig(): open failed!\n",
+                             "touchscreen_lock(): set lock config to lock status error.\n",
+                             "touchscreen_unlock(): set lock config to unlock status error.\n",
+                             "touchscreen_get_key_volume(): get screen 0 _key_volume error.\n"})
+        EXPECT_TRUE(logged(line)) << line;
 
     touchscreen_lock_logic_process();
     for (int s = 0; s < 3; ++s)

@@ -1,11 +1,9 @@
-// A C program built against the installed client library (header, library
-// and pkg-config file) talks to the scanner service's socket server.
+// A C program built against the installed client library (header, library, pkg-config file) talks to
+// the scanner service's socket server.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,42 +11,38 @@
 #include "common/usb_gun/usbgun_s.h"
 #include "common/usb_gun/usbgun_s_internal.h"
 #include "common/usb_gun/usblog.h"
+#include "support/remote_link.h"
 #include "support/scratch_root.h"
+#include "support/shell.h"
 
 namespace {
 
-int on_config(int)
-{
-    return 0;
-}
+using testsupport::eventually;
+using testsupport::run_command;
+
+int on_config(int) { return 0; }
 
 TEST(ScannerClientLibrary, CProgramBuiltAgainstTheInstalledLibraryTalksToTheService)
 {
     testsupport::ScratchRoot root;
     ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
-    const std::string stage = root.at("/stage");
-    const std::string install = std::string(TACTORD_CMAKE) + " --install " TACTORD_BUILD_DIR " --prefix " + stage +
-                                " --component usbgun_c > " + root.at("/install.log") + " 2>&1";
-    ASSERT_EQ(std::system(install.c_str()), 0) << testsupport::read_file(root.at("/install.log"));
-    const std::string libdir = stage + "/" TACTORD_INSTALL_LIBDIR;
-    const std::string build = "export PKG_CONFIG_PATH=" + libdir + "/pkgconfig; " TACTORD_C_COMPILER
-                              " -std=c11 -pedantic -Wall -Wextra -Werror " TACTORD_C_SANITIZE " " TACTORD_SOURCE_DIR
-                              "/tests/system/usbgun_c_client.c $(pkg-config --cflags --libs usbgun_c) -o " +
-                              stage + "/client > " + root.at("/build.log") + " 2>&1";
-    ASSERT_EQ(std::system(build.c_str()), 0) << testsupport::read_file(root.at("/build.log"));
+    const std::string stage = root.at("/stage"), libdir = stage + "/" TACTORD_INSTALL_LIBDIR;
+    const auto installed =
+        run_command(TACTORD_CMAKE " --install " TACTORD_BUILD_DIR " --prefix " + stage + " --component usbgun_c");
+    ASSERT_EQ(installed.second, 0) << installed.first;
+    const auto built = run_command("export PKG_CONFIG_PATH=" + libdir + "/pkgconfig; " TACTORD_C_COMPILER
+                                   " -std=c11 -pedantic -Wall -Wextra -Werror " TACTORD_C_SANITIZE " " TACTORD_SOURCE_DIR
+                                   "/tests/system/usbgun_c_client.c $(pkg-config --cflags --libs usbgun_c) -o " +
+                                   stage + "/client");
+    ASSERT_EQ(built.second, 0) << built.first;
 
     std::thread init([] { EXPECT_EQ(UsbScanGunSrvInit({on_config, nullptr}), 0); });
-    const std::string run = "LD_LIBRARY_PATH=" + libdir + " " + stage + "/client";
-    FILE* client = popen(run.c_str(), "r");
-    ASSERT_NE(client, nullptr);
+    auto client = std::async(std::launch::async, run_command, "LD_LIBRARY_PATH=" + libdir + " " + stage + "/client");
     init.join();
 
     // The three configuration records arrive and are stored.
     ScanGunRouteInfo_t route{};
-    for (int i = 0; i < 150 && route.nFixedScreenID != eScreenOrvel; ++i) {
-        usleep(20000);
-        UsbScanGunGetRouteInfo(&route);
-    }
+    eventually([&] { return UsbScanGunGetRouteInfo(&route), route.nFixedScreenID == eScreenOrvel; });
     ScanGunConfigName_t name{};
     int type = -1;
     UsbScanGunGetConfDesc(&name);
@@ -63,13 +57,8 @@ TEST(ScannerClientLibrary, CProgramBuiltAgainstTheInstalledLibraryTalksToTheServ
     EXPECT_EQ(UsbDevInfoWriteData(reinterpret_cast<const uint8_t*>(&list), sizeof list), 0);
     const char scan[] = "0123456789\r";
     EXPECT_EQ(UsbScanGunWriteData(0, eCdcData, reinterpret_cast<const uint8_t*>(scan), 11), 47);
-
-    std::string out;
-    char line[256];
-    while (std::fgets(line, sizeof line, client) != nullptr)
-        out += line;
-    EXPECT_EQ(pclose(client), 0) << out;
-    EXPECT_EQ(out, "list 1: 1 Scanner Device\nscan 55aa55aa slot 0 type 1: 0123456789\r\n");
+    EXPECT_EQ(client.get(),
+              std::make_pair(std::string("list 1: 1 Scanner Device\nscan 55aa55aa slot 0 type 1: 0123456789\r\n"), 0));
 }
 
 }  // namespace

@@ -20,19 +20,10 @@ int record_call(void* para)
     calls.push_back(para != nullptr ? *static_cast<int*>(para) : 0);
     return 0;
 }
-int other_handler(void*)
-{
-    return 1;
-}
+int other_handler(void*) { return 1; }
 int self_fd;
-int remove_self(void* para)
-{
-    record_call(para);
-    return remove_monitor_handle(self_fd);
-}
 
-// Pipes whose read ends serve as watched descriptors; a written byte makes
-// the read end ready.
+// Read ends of pipes are the watched descriptors; a written byte makes one ready.
 class MonitorList : public testing::Test {
 protected:
     ~MonitorList() override
@@ -78,17 +69,20 @@ TEST_F(MonitorList, BadArgumentsAreRefusedAndAddedDescriptorsBecomeNonBlocking)
     EXPECT_EQ(add_monitor_handle(-4, record_call, &one), -1);
     EXPECT_EQ(add_monitor_handle(fd, nullptr, &one), -1);
     EXPECT_EQ(remove_monitor_handle(0), -1);
-    EXPECT_EQ(log.count("add_fd_list para error\n"), 4);
-    EXPECT_EQ(event_num, 0);
-
+    EXPECT_TRUE(log.count("add_fd_list para error\n") == 4 && event_num == 0);
     ASSERT_EQ(add_monitor_handle(fd, record_call, nullptr), 0);
     EXPECT_TRUE(fcntl(fd, F_GETFL) & O_NONBLOCK);
 }
 
-TEST_F(MonitorList, FullListRefusesNewAndExistingDescriptors)
+TEST_F(MonitorList, ReAddReplacesInPlaceButAFullListRefusesEvenThat)
 {
-    std::vector<int> added;
-    for (int i = 0; i < EVENT_LIST_MAX; ++i) {
+    std::vector<int> added = {make_fd(false), make_fd(false)};
+    for (int fd : added)
+        add_monitor_handle(fd, record_call, &one);
+    ASSERT_EQ(add_monitor_handle(added[0], other_handler, &two), 0);
+    EXPECT_EQ(listed(), added);
+    EXPECT_TRUE(monitor_entry(0).handle == &other_handler && monitor_entry(0).para == &two);
+    while (added.size() < std::size_t{EVENT_LIST_MAX}) {
         added.push_back(make_fd(false));
         ASSERT_EQ(add_monitor_handle(added.back(), record_call, nullptr), 0);
     }
@@ -99,17 +93,6 @@ TEST_F(MonitorList, FullListRefusesNewAndExistingDescriptors)
     EXPECT_EQ(monitor_entry(3).handle, &record_call);
 }
 
-TEST_F(MonitorList, ReAddReplacesHandlerAndArgumentInPlace)
-{
-    const int a = make_fd(), b = make_fd();
-    add_monitor_handle(a, record_call, &one);
-    add_monitor_handle(b, record_call, &one);
-    ASSERT_EQ(add_monitor_handle(a, other_handler, &two), 0);
-    EXPECT_EQ(listed(), (std::vector<int>{a, b}));
-    EXPECT_EQ(monitor_entry(0).handle, &other_handler);
-    EXPECT_EQ(monitor_entry(0).para, &two);
-}
-
 TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescriptor)
 {
     const int a = make_fd(), b = make_fd(), c = make_fd();
@@ -118,30 +101,24 @@ TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescri
     fd_set set;
     int max_fd = 0;
     fill_monitor_set(&set, &max_fd);
-    EXPECT_EQ(max_fd, c);
-    EXPECT_TRUE(FD_ISSET(c, &set));
+    EXPECT_TRUE(max_fd == c && FD_ISSET(c, &set));
     EXPECT_EQ(remove_monitor_handle(make_fd()), 0);  // not listed: nothing changes
     EXPECT_EQ(listed(), (std::vector<int>{a, b, c}));
-
     EXPECT_EQ(remove_monitor_handle(b), 0);
     EXPECT_EQ(listed(), (std::vector<int>{a, c}));
-    EXPECT_EQ(event_list[2].load().fd, 0);
-    EXPECT_EQ(event_list[2].load().handle, nullptr);
+    EXPECT_TRUE(event_list[2].load().fd == 0 && event_list[2].load().handle == nullptr);
     EXPECT_NE(fcntl(b, F_GETFD), -1);  // the caller closes it
-
-    EXPECT_EQ(remove_monitor_handle(a), 0);
-    EXPECT_EQ(remove_monitor_handle(c), 0);
-    EXPECT_EQ(remove_monitor_handle(c), 0);
+    for (int fd : {a, c, c})
+        EXPECT_EQ(remove_monitor_handle(fd), 0);
     EXPECT_EQ(event_num, 0);
     fill_monitor_set(&set, &max_fd);
-    EXPECT_EQ(max_fd, c);  // never shrinks
-    EXPECT_FALSE(FD_ISSET(c, &set));
+    EXPECT_TRUE(max_fd == c && !FD_ISSET(c, &set));  // the highest never shrinks
 }
 
 TEST_F(MonitorList, DispatchCallsReadyEntriesInOrderAndAnEntryMovedIntoARemovedOnesPlaceWaits)
 {
     self_fd = make_fd();
-    add_monitor_handle(self_fd, remove_self, &one);
+    add_monitor_handle(self_fd, [](void* p) { return record_call(p), remove_monitor_handle(self_fd); }, &one);
     add_monitor_handle(make_fd(), record_call, &two);
     add_monitor_handle(make_fd(false), record_call, &three);
     add_monitor_handle(make_fd(), record_call, &four);
@@ -149,24 +126,10 @@ TEST_F(MonitorList, DispatchCallsReadyEntriesInOrderAndAnEntryMovedIntoARemovedO
     EXPECT_EQ(dispatch_ready(), (std::vector<int>{2, 4}));
 }
 
-int held_handler(void*)
-{
-    testsupport::HeldDispatch::hold();
-    return 0;
-}
-std::atomic<bool> self_removal_done{false};
-int self_removing_handler(void* fd)
-{
-    remove_monitor_handle(*static_cast<int*>(fd));
-    monitor_wait_for_dispatch();  // must not wait for its own pass
-    self_removal_done.store(true);
-    return 0;
-}
-
 TEST_F(MonitorList, RemoverWaitsForTheRunningPassButAHandlerNeverWaitsForItself)
 {
     int fd = make_fd();
-    add_monitor_handle(fd, held_handler, nullptr);
+    add_monitor_handle(fd, [](void*) { return testsupport::HeldDispatch::hold(), 0; }, nullptr);
     {
         testsupport::HeldDispatch pass(fd, [] {});
         pass.go();
@@ -175,18 +138,18 @@ TEST_F(MonitorList, RemoverWaitsForTheRunningPassButAHandlerNeverWaitsForItself)
         EXPECT_TRUE(pass.finished());
     }
     monitor_wait_for_dispatch();  // no pass running: returns at once
-
     fd = make_fd();
-    add_monitor_handle(fd, self_removing_handler, &fd);
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(fd, &set);
-    dispatch_monitor_handles(&set);
-    EXPECT_TRUE(self_removal_done.load());
+    static std::atomic<bool> done{false};
+    add_monitor_handle(fd, [](void* p) {
+        remove_monitor_handle(*static_cast<int*>(p));
+        monitor_wait_for_dispatch();  // must not wait for its own pass
+        return done.store(true), 0;
+    }, &fd);
+    EXPECT_EQ(dispatch_ready(), std::vector<int>{});
+    EXPECT_TRUE(done.load());
 }
 
-// Entries of two kinds whose handlers check their own kind of argument,
-// added and removed while another thread walks the list.
+// Handlers that check their own kind of argument, churned while another thread walks the list.
 struct Tagged {
     char tag;
 };

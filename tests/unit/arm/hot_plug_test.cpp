@@ -33,13 +33,12 @@ int classify(const TestDevice& d, int* need_cali)
 
 TEST(Classification, EveryKindOfDevice)
 {
-    struct Case {
+    const struct {
         const TestDevice& device;
         int kind;
         const char* line;
         int need_cali;  // written only for touchscreens
-    };
-    const Case cases[] = {
+    } cases[] = {
         {dev::single_touch_screen(), USB_INPUT_TOUCHSCREEN, "Info:TOUCHSCREEN device type...\n", 1},
         {dev::multi_touch_screen(), USB_INPUT_TOUCHSCREEN, "Info:TOUCHSCREEN device type...\n", 0},
         {dev::full_keyboard(), USB_INPUT_KEYBOARD, "KEYBOARD device type...\n", -7},
@@ -51,22 +50,19 @@ TEST(Classification, EveryKindOfDevice)
         {dev::accelerometer(), USB_INPUT_OTHER, "ACCELEROMETER  device type...\n", -7},
         {dev::front_panel(), USB_INPUT_OTHER, "Found key 160 in high block\n", -7},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         testsupport::LogCapture log(LEVEL_INFO);
         int need_cali = -7;
         EXPECT_EQ(classify(c.device, &need_cali), c.kind) << c.device.name;
-        EXPECT_TRUE(log.has(c.line)) << c.device.name;
-        EXPECT_EQ(need_cali, c.need_cali) << c.device.name;
+        EXPECT_TRUE(log.has(c.line) && need_cali == c.need_cali) << c.device.name;
     }
 }
 
 TEST(Classification, PrecedenceRulesAndMissingNode)
 {
     int need_cali = 0;
-    // A relative mouse that also reports ABS_X/ABS_Y and BTN_TOUCH: not a
-    // touchscreen, so nothing is said about calibration.
-    EXPECT_EQ(classify(dev::mouse_with_abs(), &need_cali), USB_INPUT_MOUSE);
-    EXPECT_EQ(need_cali, 0);
+    // A relative mouse with ABS_X/ABS_Y and BTN_TOUCH is no touchscreen: calibration untouched.
+    EXPECT_TRUE(classify(dev::mouse_with_abs(), &need_cali) == USB_INPUT_MOUSE && need_cali == 0);
     // Relative axes win over a tablet result too.
     TestDevice pen_mouse = dev::tablet();
     pen_mouse.ev.push_back(EV_REL);
@@ -80,9 +76,8 @@ TEST(Classification, PrecedenceRulesAndMissingNode)
     EXPECT_EQ(classify(keys, &need_cali), USB_INPUT_OTHER);
     // Keys only above 255 and outside 352..703, no pointer: nothing.
     EXPECT_EQ(classify(dev::misc_buttons(), &need_cali), -1);
-    // No node at all: unknown.
     testsupport::LogCapture log;
-    EXPECT_EQ(Get_EventDeviceType("/nonexistent/event9", &need_cali), USB_INPUT_UNKNOW);
+    EXPECT_EQ(Get_EventDeviceType("/nonexistent/event9", &need_cali), USB_INPUT_UNKNOW);  // no node
     EXPECT_TRUE(log.has("path not exist...\n"));
     // A touchscreen with some keys is still reported by its key analysis.
     TestDevice ts_keys = dev::single_touch_screen();
@@ -90,8 +85,7 @@ TEST(Classification, PrecedenceRulesAndMissingNode)
     EXPECT_EQ(classify(ts_keys, &need_cali), USB_INPUT_OTHER);
 }
 
-// Scan passes over slot 3, whose node and sysfs files are plain files of a
-// scratch directory.
+// Scan passes over slot 3, its node and sysfs files plain files of a scratch directory.
 class ScanPass : public ::testing::Test {
 protected:
     void SetUp() override
@@ -116,33 +110,26 @@ protected:
     const EvtCtrl_t& slot_ = TactordCtrl.evtctrl[3];
 };
 
-// Plugging, unplugging and lending a node while it is plugged: the
-// input-device and scanner-service system tests. Here: what a pass records,
-// and a node unplugged while lent.
+// Plugging and lending are the system tests'; here a pass's record and a node unplugged while lent.
 TEST_F(ScanPass, ANodeUnpluggedWhileLentIsForgottenAndComesBackAsNew)
 {
     plug();
     hotplug_scan_pass();
-    EXPECT_EQ(slot_.dev_flag, 1);
-    EXPECT_EQ(slot_.evt_index, 3);
+    EXPECT_TRUE(slot_.dev_flag == 1 && slot_.evt_index == 3);
     EXPECT_STREQ(slot_.syspath, "usb-musb-hdrc.1-1.2/input0\n");
     ASSERT_NE(get_input_info(2), nullptr);
     EXPECT_STREQ(get_input_info(2)->device, slot_.devnode);
     ADEventToTactord(3);  // not lent: nothing to give back
     hotplug_scan_pass();  // no change, no second record
-    EXPECT_EQ(slot_.bScanCtrl, 0);
-    EXPECT_EQ(get_input_info(2)->next.load(), nullptr);
-
+    EXPECT_TRUE(slot_.bScanCtrl == 0 && get_input_info(2)->next.load() == nullptr);
     RMEventFromTactord(3);
     hotplug_scan_pass();
-    EXPECT_EQ(get_input_info(2), nullptr);
-    EXPECT_EQ(slot_.bScanCtrl, 1);
+    EXPECT_TRUE(get_input_info(2) == nullptr && slot_.bScanCtrl == 1);
     hotplug_scan_pass();
     EXPECT_EQ(scan_log_count("Insert Scan event3...\r\n"), 1);
     unplug();
     hotplug_scan_pass();
-    EXPECT_EQ(slot_.dev_flag, 0);
-    EXPECT_EQ(slot_.bScanCtrl, 0);
+    EXPECT_TRUE(slot_.dev_flag == 0 && slot_.bScanCtrl == 0);
     EXPECT_EQ(scan_log_count("Remove Scan event3...\r\n"), 1);
     plug();
     hotplug_scan_pass();

@@ -47,34 +47,25 @@ TEST(Options, DefaultsAndEachOptionTakingTheNextArgumentAsADecimalNumber)
 {
     std::string warned;
     const tactord_options defaults = parse({}, &warned);
-    EXPECT_TRUE(defaults.init_ipc == 1 && !defaults.help && !defaults.version);
-    EXPECT_EQ(warned, "");
-    EXPECT_EQ(gs_log_level, LEVEL_ERROR);
-    EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
+    EXPECT_TRUE(defaults.init_ipc == 1 && !defaults.help && !defaults.version && warned.empty());
+    EXPECT_TRUE(gs_log_level == LEVEL_ERROR && gs_log_place == LOG_PLACE_SYSLOG);
     const tactord_options opts = parse({"-d", "1", "-p", "0", "-t", "3", "-i", "0"});
-    EXPECT_EQ(gs_log_level, LEVEL_DEBUG);
-    EXPECT_EQ(gs_log_place, LOG_PLACE_STDOUT);
-    EXPECT_EQ(gs_ipcType, 3);
-    EXPECT_EQ(opts.init_ipc, 0);
-    EXPECT_EQ(parse({"-i", "7"}).init_ipc, 7);
+    EXPECT_TRUE(gs_log_level == LEVEL_DEBUG && gs_log_place == LOG_PLACE_STDOUT);
+    EXPECT_TRUE(gs_ipcType == 3 && opts.init_ipc == 0 && parse({"-i", "7"}).init_ipc == 7);
     EXPECT_TRUE(parse({"-h"}).help && parse({"-i", "0", "--help"}).help && parse({"--version"}).version);
 }
 
 TEST(Options, OutOfRangeUnknownAndMissingValues)
 {
     parse({"-d", "2", "-d", "7", "-p", "1", "-p", "-1"});  // the logger's own rules
-    EXPECT_EQ(gs_log_level, LEVEL_WARN);
-    EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
-    // "-d" consumes "-p" as its value (0), the lone "2" is skipped, "abc"
-    // counts as 0; each skipped argument is named once.
+    EXPECT_TRUE(gs_log_level == LEVEL_WARN && gs_log_place == LOG_PLACE_SYSLOG);
+    // "-d" takes "-p" as its value (0), the lone "2" is skipped, "abc" is 0; each skip named once.
     std::string warned;
     EXPECT_EQ(parse({"--verbose", "x", "-i", "abc", "-d", "-p", "2"}, &warned).init_ipc, 0);
-    EXPECT_EQ(gs_log_level, LEVEL_INFO);
-    EXPECT_EQ(gs_log_place, LOG_PLACE_SYSLOG);
+    EXPECT_TRUE(gs_log_level == LEVEL_INFO && gs_log_place == LOG_PLACE_SYSLOG);
     EXPECT_EQ(testsupport::count_text(warned, "tactord: ignoring unknown option '"), 3);
     EXPECT_NE(warned.find("'x' (tactord --help lists the options)\n"), std::string::npos);
-    // An option given last without a value changes nothing; "-h" as a value
-    // is a value.
+    // An option given last without a value changes nothing; "-h" as a value is a value.
     EXPECT_EQ(parse({"-d", "2", "-i"}, &warned).init_ipc, 1);
     EXPECT_EQ(warned, "tactord: ignoring option -i: it needs a value\n");
     EXPECT_EQ(gs_log_level, LEVEL_WARN);
@@ -84,8 +75,7 @@ TEST(Options, OutOfRangeUnknownAndMissingValues)
     EXPECT_EQ(gs_log_place, LOG_PLACE_STDOUT);
 }
 
-// The handler's lines land in fixed storage: a sink that allocates is not
-// safe inside a signal handler (and the thread sanitizer says so).
+// Fixed storage: a sink that allocates is not safe inside a signal handler.
 char handler_line[512];
 volatile sig_atomic_t handler_lines = 0;
 void signal_safe_sink(int, const char* line)
@@ -105,22 +95,15 @@ TEST(Signals, CaughtSignalsAreLoggedAndOthersKeepTheirDefault)
         EXPECT_EQ(handler_lines, before + 1) << sig;
         EXPECT_TRUE(std::string(handler_line).ends_with("catch a signal: " + std::to_string(sig))) << sig;
     }
-    EXPECT_EQ(signal(SIGINT, SIG_DFL), SIG_DFL);
-    EXPECT_EQ(signal(SIGABRT, SIG_DFL), SIG_DFL);
+    EXPECT_TRUE(signal(SIGINT, SIG_DFL) == SIG_DFL && signal(SIGABRT, SIG_DFL) == SIG_DFL);
 }
 
-// A signal that lands while its thread is inside the logger drops its own
-// line instead of taking the logger's lock a second time (which hangs).
-void raise_inside_logger(int, const char*)
-{
-    raise(SIGWINCH);
-}
-
+// A signal inside the logger drops its line instead of taking the logger's lock again (a hang).
 TEST(Signals, ASignalInsideTheLoggerDropsItsLineAndWorkerThreadsNeverTakeOne)
 {
     testsupport::LogCapture log;
     signal_initcapture();
-    log_syslog_sink = raise_inside_logger;
+    log_syslog_sink = [](int, const char*) { raise(SIGWINCH); };
     EXPECT_EQ(TLOG(LEVEL_ERROR, "line\n"), 0);
     EXPECT_EQ(TLOG(LEVEL_ERROR, "and the logger is free again\n"), 0);
 
@@ -143,11 +126,6 @@ TEST(Signals, ASignalInsideTheLoggerDropsItsLineAndWorkerThreadsNeverTakeOne)
 }
 
 std::vector<int> handled;
-int note_handled(void* para)
-{
-    handled.push_back(*static_cast<int*>(para));
-    return 0;
-}
 
 TEST(MainLoop, OnePassFeedsTheWatchdogAndServesReadyDescriptors)
 {
@@ -155,15 +133,15 @@ TEST(MainLoop, OnePassFeedsTheWatchdogAndServesReadyDescriptors)
     ASSERT_TRUE(pipe(quiet) == 0 && pipe(ready) == 0);
     ASSERT_EQ(write(ready[1], "x", 1), 1);
     int one = 1, two = 2;
-    add_monitor_handle(quiet[0], note_handled, &one);
-    add_monitor_handle(ready[0], note_handled, &two);
+    const auto note = [](void* para) { return handled.push_back(*static_cast<int*>(para)), 0; };
+    add_monitor_handle(quiet[0], note, &one);
+    add_monitor_handle(ready[0], note, &two);
 
     const unsigned before = nWatdogReset.load();
     int max_fd = 0;
     main_loop_pass(&max_fd);
-    EXPECT_EQ(nWatdogReset.load(), before + 1);
+    EXPECT_TRUE(nWatdogReset.load() == before + 1 && max_fd == std::max(quiet[0], ready[0]));
     EXPECT_EQ(handled, std::vector<int>{2});
-    EXPECT_EQ(max_fd, std::max(quiet[0], ready[0]));
     for (int fd : {quiet[0], quiet[1], ready[0], ready[1]})
         close(fd);
 }

@@ -100,7 +100,8 @@ TEST(FifoRecursiveMutex, AThreadThatRetakesTheLockQueuesBehindTheOneWaiting)
         waiter_had_it.store(true);
         m.unlock();
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the waiter queues
+    while (m.waiting() == 0)
+        std::this_thread::yield();
     m.unlock();
     EXPECT_TRUE(m.owned_by_caller());
     m.unlock();

@@ -1,5 +1,4 @@
-// The pipeline where the IPC screen matters (its client stands in as a raw
-// event reader); the rest is pinned by the system tests with the real daemon.
+// The pipeline where the IPC window matters; the rest is the system tests'.
 #include "common/inputevent_handle.h"
 
 #include <gtest/gtest.h>
@@ -36,8 +35,7 @@ struct Device : _InputDev {
 
 class IpcWindow : public ::testing::Test {
 protected:
-    // Clone mode on a 1920 x 1080 panel, pointer at (100, 100); a live link
-    // whose client reads raw records, and a window on the main screen.
+    // Clone mode on 1920 x 1080, pointer at (100, 100), a raw-record link, a window on main.
     void SetUp() override
     {
         pipeline_reset();
@@ -85,9 +83,8 @@ TEST_F(IpcWindow, ATouchInItIsTheIpcScreensOnlyOutsideItsCutOuts)
 {
     play(panel_, kTouchAt1024);
     play(panel_, kRelease);
-    // The cursor and the focus follow the touch into the window; the contact
-    // is converted to window coordinates (the first record is the host x
-    // that took the cursor there).
+    // Cursor and focus follow into the window; the contact is in window coordinates
+    // after the host x that took the cursor there.
     EXPECT_EQ(got(IPC_SCREEN), (std::vector<Ev>{{27, 0, 0}, {26, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0},
                                                 {EV_ABS, ABS_X, 479}, {EV_ABS, ABS_X, 379}, {EV_ABS, ABS_Y, 219},
                                                 {EV_KEY, BTN_TOUCH, 1}, {EV_SYN, 0, 0}, {EV_KEY, BTN_TOUCH, 0},
@@ -98,8 +95,7 @@ TEST_F(IpcWindow, ATouchInItIsTheIpcScreensOnlyOutsideItsCutOuts)
     ASSERT_EQ(handle_ipc_win_modify(OP_IPC_WIN_ADD, &cut, MAIN_SCREEN), 0);
     play(panel_, kTouchAt1024);
     play(panel_, kRelease);
-    // Back on the host, and the focus with it: the contact is the main
-    // client's, in host coordinates, as a mouse button.
+    // Back on the host with the focus: host coordinates, as a mouse button.
     EXPECT_EQ(got(IPC_SCREEN), (std::vector<Ev>{{27, 1, 0}, {26, 1, 0}}));
     EXPECT_EQ(got(MAIN_SCREEN), (std::vector<Ev>{{27, 0, 0}, {26, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0},
                                                  {EV_ABS, ABS_X, 479}, {EV_ABS, ABS_X, 479}, {EV_ABS, ABS_Y, 269},
@@ -120,9 +116,7 @@ TEST_F(IpcWindow, TheIpcScreenGetsOneSlotAndAFrozenPositionOnceTheCursorLeaves)
                                                 {EV_ABS, ABS_X, 379}}));
 }
 
-// A switched-off panel changes nothing (cursor, focus, position) but a
-// second touch-up within 0.8 s sends the wake-up key; switched on, it
-// touches again.
+// Switched off: nothing changes, but a second touch-up within 0.8 s sends the wake-up key.
 TEST_F(IpcWindow, ASwitchedOffPanelOnlyWakesOnADoubleTap)
 {
     ProcessSwitchTouchScreen(TOUCHSCREEN_SUB, 0);  // the USB panel
@@ -138,8 +132,7 @@ TEST_F(IpcWindow, ASwitchedOffPanelOnlyWakesOnADoubleTap)
     EXPECT_EQ(get_cursor_client(&screen_info), IPC_SCREEN);
 }
 
-// Identifying the board panel again at every switch between the seat roles
-// reuses one descriptor.
+// Identifying the board panel again at every switch of seat roles reuses one descriptor.
 TEST_F(IpcWindow, ThePanelIdIsReadThroughOneDescriptor)
 {
     testsupport::write_file(root_.at("/proc/atmel_product"), "2151");

@@ -1,7 +1,5 @@
-// docs/protocol.md shows every record with a worked example in hex. Each
-// example must be the bytes the code's own encoders produce, and every
-// example named here must be in the document: a change to a record that the
-// document does not follow fails here. TACTORD_PRINT_EXAMPLES=1 prints them.
+// Every worked hex example of docs/protocol.md is the bytes the encoders produce, and each
+// one named here is in the document. TACTORD_PRINT_EXAMPLES=1 prints them.
 #include <gtest/gtest.h>
 #include <linux/input.h>
 
@@ -46,54 +44,40 @@ Bytes ipc_frame(const tactord::input_event& ev)
 std::map<std::string, std::function<Bytes()>> examples()
 {
     return {
-        {"mode-set-extern",
-         [] {
+        {"mode-set-extern", [] {
              SystemMsg m = tools::make_request(TYPE_MODE_SET, 0);
-             m.data.mode_info.mode = MODE_EXTERN;
-             m.data.mode_info.monitor_pos = {0, 0, 0, 1, 2, 0, 0, 0, 0};
+             m.data.mode_info = {MODE_EXTERN, {0, 0, 0, 1, 2, 0, 0, 0, 0}, {}};
              return bytes_of(m);
          }},
-        {"mode-get-reply",
-         [] {
+        {"mode-get-reply", [] {
              SystemMsg m = tools::make_request(TYPE_MODE_GET, 0);
              m.data.nValue = MODE_EXTERN | MODE_IPC_WINDOW;
              return bytes_of(m);
          }},
-        {"set-ipc-window",
-         [] {
+        {"set-ipc-window", [] {
              SystemMsg m = tools::make_request(TYPE_SET_IPC_WINDOW, 0);
              m.data.ipc_win_info = {1, 0, {100, 900, 100, 700}};
              return bytes_of(m);
          }},
-        {"get-cali-para-reply",
-         [] {
-             SystemMsg m = tools::make_request(TYPE_GET_TS_CALI_PARA, 0);
-             m.data.ts_cali_para = {};  // no calibration yet: the default transform is not reported
-             return bytes_of(m);
-         }},
+        // No calibration yet: the default transform is not reported.
+        {"get-cali-para-reply", [] { return bytes_of(tools::make_request(TYPE_GET_TS_CALI_PARA, 0)); }},
         {"event-key-a", [] { return bytes_of(tactord::input_event{1700000000, 250000, EV_KEY, KEY_A, 1}); }},
         {"event-cursor-gained", [] { return bytes_of(tactord::input_event{0, 0, EV_PRIV_CURSOR_MOVED, 0, 0}); }},
-        {"event-lock-caps-on",
-         [] {
-             // The daemon's own conversion of a Caps Lock press.
+        {"event-lock-caps-on", [] {  // the daemon's own conversion of a Caps Lock press
              input_init();
              tactord::input_event ev{1700000000, 250000, EV_KEY, KEY_CAPSLOCK, 1};
              handle_key_lock(get_screen_info(MAIN_SCREEN), &ev);
              return bytes_of(ev);
          }},
-        {"event-locked-touch",
-         [] {
-             return bytes_of(
-                 tactord::input_event{1700000000, 0, static_cast<uint16_t>(EV_PRIV_LOCKED_TOUCH_BASE + EV_KEY), BTN_TOUCH, 1});
+        {"event-locked-touch", [] {
+             return bytes_of(tactord::input_event{1700000000, 0, EV_PRIV_LOCKED_TOUCH_BASE + EV_KEY, BTN_TOUCH, 1});
          }},
-        {"scanner-route",
-         [] {
+        {"scanner-route", [] {
              const ScanGunRouteInfo_t route{1, 2};
              uint8_t buf[UNX_HEAD_SIZE + sizeof route];
              return Bytes(buf, buf + put_unx_record(buf, UsbGunRouteInfoSetFun, &route, sizeof route));
          }},
-        {"scanner-scan",
-         [] {
+        {"scanner-scan", [] {
              const uint8_t scan[] = {'1', '2', '3', '4', '5'};
              const UsbGunDatHead_t head = make_scan_head(0, 1, scan, sizeof scan);
              uint8_t payload[SCAN_HEAD_SIZE + sizeof scan];
@@ -103,18 +87,11 @@ std::map<std::string, std::function<Bytes()>> examples()
              return Bytes(buf, buf + put_unx_record(buf, UsbGunReadFun, payload, sizeof payload));
          }},
         {"agent-key-a", [] { return ipc_frame({0, 0, EV_KEY, KEY_A, 1}); }},
-        {"agent-move",
-         [] {
-             ipc_frame({0, 0, EV_ABS, ABS_Y, 540});
-             return ipc_frame({0, 0, EV_ABS, ABS_X, 960});
-         }},
+        {"agent-move", [] { return ipc_frame({0, 0, EV_ABS, ABS_Y, 540}), ipc_frame({0, 0, EV_ABS, ABS_X, 960}); }},
         {"agent-caps-on", [] { return ipc_frame({0, 0, EV_PRIV_LOCK_KEY_STATE, 0, 1}); }},
-        {"agent-window-size-answer",
-         [] {
-             const IPCMsg_t head{IPC_PKG_FLAG, 4 + sizeof(IPCWINSIZE), 0, MessageType_WindowsSize};
-             const IPCWINSIZE size{1, 1920, 1080};
-             Bytes b = bytes_of(head);
-             const Bytes s = bytes_of(size);
+        {"agent-window-size-answer", [] {
+             Bytes b = bytes_of(IPCMsg_t{IPC_PKG_FLAG, 4 + sizeof(IPCWINSIZE), 0, MessageType_WindowsSize});
+             const Bytes s = bytes_of(IPCWINSIZE{1, 1920, 1080});
              b.insert(b.end(), s.begin(), s.end());
              return b;
          }},

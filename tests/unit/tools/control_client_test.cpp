@@ -1,6 +1,4 @@
-// The control connection against a stand-in daemon: requests and their
-// fence, replies told from a registered screen's events, and the display
-// client's loop.
+// The control connection against a stand-in daemon: fenced requests, replies among events, the monitor loop.
 #include "client/control_client.h"
 
 #include <gtest/gtest.h>
@@ -19,8 +17,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A listening socket in a scratch root and the daemon's end of the one
-// connection made to it.
+// A listening socket and the daemon's end of the one connection made to it.
 class FakeDaemon {
 public:
     explicit FakeDaemon(const std::string& path)
@@ -60,17 +57,29 @@ private:
 
 class ControlClient : public ::testing::Test {
 protected:
+    void SetUp() override
+    {
+        std::string error;
+        conn_ = tools::ControlConnection::open(path_, 0ms, error);
+        ASSERT_TRUE(conn_) << error;
+        daemon_.accept_one();
+    }
+    // The daemon answers the next request's fence only.
+    std::thread fence_only()
+    {
+        return std::thread([this] {
+            daemon_.read_request();
+            daemon_.send_record(daemon_.read_request());
+        });
+    }
     testsupport::ScratchRoot root_;
     const std::string path_ = root_.at("/ctl.sock");
     FakeDaemon daemon_{path_};
+    std::optional<tools::ControlConnection> conn_;
 };
 
 TEST_F(ControlClient, AReplyIsToldFromEventsAndTheFenceEndsTheExchange)
 {
-    std::string error;
-    auto conn = tools::ControlConnection::open(path_, 0ms, error);
-    ASSERT_TRUE(conn) << error;
-    daemon_.accept_one();
     std::thread peer([&] {
         const SystemMsg req = daemon_.read_request();
         SystemMsg fence = daemon_.read_request();
@@ -83,34 +92,20 @@ TEST_F(ControlClient, AReplyIsToldFromEventsAndTheFenceEndsTheExchange)
         fence.data.nValue = MODE_CLONE;
         daemon_.send_record(fence);
     });
-    const auto answer = conn->exchange(tools::make_request(TYPE_CHECK_TS_TYPE, 3));
+    const auto answer = conn_->exchange(tools::make_request(TYPE_CHECK_TS_TYPE, 3));
     peer.join();
-    ASSERT_TRUE(answer.ok);
-    ASSERT_TRUE(answer.reply);
-    EXPECT_EQ(answer.reply->data.ts_type, 7);
-    EXPECT_EQ(answer.mode, MODE_CLONE);
-
-    // A request without a reply: only the fence answers.
-    std::thread quiet([&] {
-        daemon_.read_request();
-        daemon_.send_record(daemon_.read_request());
-    });
-    const auto plain = conn->exchange(tools::make_request(TYPE_SET_CURSOR_TIME));
+    ASSERT_TRUE(answer.ok && answer.reply);
+    EXPECT_TRUE(answer.reply->data.ts_type == 7 && answer.mode == MODE_CLONE);
+    std::thread quiet = fence_only();  // a request without a reply
+    const auto plain = conn_->exchange(tools::make_request(TYPE_SET_CURSOR_TIME));
     quiet.join();
-    EXPECT_TRUE(plain.ok);
-    EXPECT_FALSE(plain.reply);
-
-    // A daemon that goes away mid-exchange leaves it unanswered.
-    daemon_.hang_up();
-    EXPECT_FALSE(conn->exchange(tools::make_request(TYPE_MODE_GET), 1s).ok);
+    EXPECT_TRUE(plain.ok && !plain.reply);
+    daemon_.hang_up();  // gone mid-exchange: unanswered
+    EXPECT_FALSE(conn_->exchange(tools::make_request(TYPE_MODE_GET), 1s).ok);
 }
 
 TEST_F(ControlClient, MonitorRegistersAndPrintsEachRecordUntilItsCount)
 {
-    std::string error;
-    auto conn = tools::ControlConnection::open(path_, 0ms, error);
-    ASSERT_TRUE(conn) << error;
-    daemon_.accept_one();
     std::thread peer([&] {
         EXPECT_EQ(daemon_.read_request().type, TYPE_INPUT_INIT);
         SystemMsg fence = daemon_.read_request();
@@ -127,36 +122,31 @@ TEST_F(ControlClient, MonitorRegistersAndPrintsEachRecordUntilItsCount)
     opts.screen = 1;
     opts.count = 3;
     opts.with_time = true;
-    EXPECT_EQ(tools::run_monitor(*conn, opts, out), 0);
+    EXPECT_EQ(tools::run_monitor(*conn_, opts, out), 0);
     std::fclose(out);
     peer.join();
     EXPECT_STREQ(text, "reply TYPE_MODE_GET: extern\n0.000000 focus gained\n12.000034 EV_KEY KEY_A release\n");
     std::free(text);
     tactord::input_event left{1, 1, 1, 1, 1};  // the record past the count is still unread
-    ASSERT_EQ(conn->read_exact(&left, sizeof left, 1s), tools::ControlConnection::Read::ok);
+    ASSERT_EQ(conn_->read_exact(&left, sizeof left, 1s), tools::ControlConnection::Read::ok);
     EXPECT_EQ(left.type, 0);
 
-    // A registration the daemon ignored (another client holds the screen):
-    // nothing comes but the fence's reply, and the client is told once.
-    std::thread held([&] {
-        daemon_.read_request();
-        daemon_.send_record(daemon_.read_request());
-    });
+    // A registration the daemon ignored (the screen is held): only the fence answers; told once.
+    std::thread held = fence_only();
     std::FILE* said = open_memstream(&text, &len);
     opts = {};
     opts.hint = said;
     opts.hint_after = 50ms;
     opts.duration = 300ms;
     std::FILE* sink = std::fopen("/dev/null", "w");
-    EXPECT_EQ(tools::run_monitor(*conn, opts, sink), 0);
+    EXPECT_EQ(tools::run_monitor(*conn_, opts, sink), 0);
     held.join();
     std::fclose(said);
     EXPECT_EQ(std::string(text), "tactord-events: " + tools::screen_held_hint(0) + "\n");
     std::free(text);
 
-    // The daemon closing the connection ends the loop with 1.
-    daemon_.hang_up();
-    EXPECT_EQ(tools::run_monitor(*conn, {}, sink), 1);
+    daemon_.hang_up();  // the daemon closing ends the loop with 1
+    EXPECT_EQ(tools::run_monitor(*conn_, {}, sink), 1);
     std::fclose(sink);
 }
 

@@ -24,18 +24,15 @@ TEST(UnixSocket, ServerUnderTheRootAcceptsAClientAndReadsWithATimeout)
     EXPECT_EQ(st.st_mode & 0777, 0777U);
 
     const int client = unix_client_open("/tmp/UNIX2.domain.test");
-    ASSERT_GT(client, 0);
     const int conn = unix_server_accept(server);
-    ASSERT_GT(conn, 0);
+    ASSERT_TRUE(client > 0 && conn > 0);
     char buf[8] = {};
     EXPECT_EQ(unix_socket_read(conn, buf, sizeof buf, 5), 0);  // nothing yet
     EXPECT_EQ(unix_socket_read(conn, nullptr, sizeof buf, 5), -1);
     ASSERT_EQ(unix_socket_write(client, "abc", 3), 3);
     EXPECT_EQ(unix_socket_read(conn, buf, sizeof buf, 100), 3);
     EXPECT_EQ(std::string(buf, 3), "abc");
-
-    EXPECT_EQ(unix_client_open("/tmp/nobody.listens"), -2);
-    EXPECT_EQ(unix_socket_close(0), 0);
+    EXPECT_TRUE(unix_client_open("/tmp/nobody.listens") == -2 && unix_socket_close(0) == 0);
     for (int fd : {conn, client, server})
         EXPECT_EQ(unix_socket_close(fd), 0);
 }
@@ -63,8 +60,7 @@ TEST(UnixSocket, FailedBindClosesItsSocketAndHighDescriptorsAreServed)
     ASSERT_EQ(unix_socket_write(sv[1], "x", 1), 1);
     EXPECT_EQ(unix_socket_read(high, buf, sizeof buf, 100), 1);
     close(sv[1]);
-    EXPECT_EQ(unix_socket_send(high, "x", 1), -1);
-    EXPECT_EQ(errno, EPIPE);
+    EXPECT_TRUE(unix_socket_send(high, "x", 1) == -1 && errno == EPIPE);
 }
 
 TEST(UnixSocket, AcceptFailuresAreLoggedOnceASecondWithTheCountHeldBack)

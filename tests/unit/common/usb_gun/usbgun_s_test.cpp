@@ -20,8 +20,7 @@ namespace {
 
 using namespace testsupport;
 
-// Indexes the configuration callback was called with (from the service's
-// own thread in the service tests).
+// Indexes the configuration callback got (from the service's thread in the service tests).
 std::mutex calls_mutex;
 std::vector<int> calls;
 int on_config(int func_index)
@@ -59,8 +58,7 @@ protected:
 TEST_F(ScannerServer, ScanAndInventoryRecordsAreByteExact)
 {
     const uint8_t three[] = {1, 2, 3};
-    EXPECT_EQ(UsbScanGunWriteData(0, eKbdData, three, 3), 0);  // no client yet
-    EXPECT_EQ(UsbDevInfoWriteData(three, 3), 0);
+    EXPECT_TRUE(UsbScanGunWriteData(0, eKbdData, three, 3) == 0 && UsbDevInfoWriteData(three, 3) == 0);  // no client yet
     EXPECT_EQ(count_text(log(), "unx socket handle not init.\r\n"), 2);
 
     int sv[2];
@@ -89,23 +87,20 @@ TEST_F(ScannerServer, ScanAndInventoryRecordsAreByteExact)
     EXPECT_EQ(UsbScanGunWriteData(0, eKbdData, nullptr, 3), -1);
 }
 
-// Reads as the configuration thread takes them: the function indexes
-// reported, the bytes kept, and whether the thread goes back to its lock
-// still holding it.
+// Per case: the indexes reported, the bytes kept, and whether the thread keeps its lock.
 TEST_F(ScannerServer, ConfigurationRecordsAreReassembledAcrossReads)
 {
     const Bytes type = unx_record(3, words({1}));
     const Bytes route = unx_record(4, words({1, 2}));
     const Bytes name = unx_record(2, name_payload(1, "Scanner"));
     const Bytes junk(20, 7);
-    struct Case {
+    const struct {
         const char* what;
         std::vector<Bytes> reads;
         std::vector<int> calls;
         int held;
         config_next last;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"head in two reads", {Bytes(name.begin(), name.begin() + 5), Bytes(name.begin() + 5, name.end())}, {2}, 0,
          config_next::unlock},
         {"payload still coming", {Bytes(route.begin(), route.end() - 4)}, {}, 16, config_next::unlock},
@@ -118,15 +113,13 @@ TEST_F(ScannerServer, ConfigurationRecordsAreReassembledAcrossReads)
         {"payload past the buffer's end", {Bytes(UNX_BUF_SIZE - 18, 0) + unx_record(2, Bytes(6, 0), 0)}, {}, int(UNX_BUF_SIZE) - 12,
          config_next::unlock},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         usbgun_srv.held = 0;
         calls.clear();
         config_next last = config_next::unlock;
         for (const Bytes& r : c.reads)
             last = feed(r);
-        EXPECT_EQ(calls, c.calls) << c.what;
-        EXPECT_EQ(usbgun_srv.held, c.held) << c.what;
-        EXPECT_EQ(last, c.last) << c.what;
+        EXPECT_TRUE(calls == c.calls && usbgun_srv.held == c.held && last == c.last) << c.what << " held " << usbgun_srv.held;
     }
     ScanGunRouteInfo_t r{};
     int t = 0;
@@ -173,8 +166,7 @@ TEST_F(ScannerService, OnlyTheNewestClientIsServedAndNoneStallsTheWriters)
     EXPECT_EQ(UsbScanGunWriteData(0, eKbdData, scan, 2), 38);
     EXPECT_EQ(receive(second).size(), 38U);
     uint8_t byte;
-    EXPECT_EQ(unix_socket_wait(client_, 1000), 1);  // the first one is closed, not told
-    EXPECT_EQ(read(client_, &byte, 1), 0);
+    EXPECT_TRUE(unix_socket_wait(client_, 1000) == 1 && read(client_, &byte, 1) == 0);  // the first is closed
     // The second never reads: a write that does not fit times out, short.
     const std::vector<uint8_t> big(4 << 20);
     EXPECT_EQ(UsbScanGunWriteData(0, eKbdData, big.data(), static_cast<unsigned>(big.size())), -2);

@@ -1,5 +1,4 @@
-// Scans routed by the client's route: to the scanner client or over the
-// agent link, both socket pairs here.
+// Scans routed by the client's route to the scanner client or over the agent link (socket pairs).
 #include "common/usb_gun/usbscangun_manger.h"
 
 #include <gtest/gtest.h>
