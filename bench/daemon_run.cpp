@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -160,6 +161,26 @@ long cpu_ticks(pid_t pid)
             stime = std::strtol(field.c_str(), nullptr, 10);
     }
     return utime < 0 || stime < 0 ? -1 : utime + stime;
+}
+
+IdleCpu measure_idle(pid_t pid, std::chrono::seconds stretch)
+{
+    IdleCpu r;
+    const long before = cpu_ticks(pid);
+    const long long before_ns = cpu_ns(pid);
+    const auto t0 = std::chrono::steady_clock::now();
+    std::this_thread::sleep_for(stretch);
+    const long after = cpu_ticks(pid);
+    const long long after_ns = cpu_ns(pid);
+    r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    if (before < 0 || after < 0)
+        return r;
+    r.ok = true;
+    r.ticks = after - before;
+    r.percent = 100.0 * static_cast<double>(r.ticks) / static_cast<double>(sysconf(_SC_CLK_TCK)) / r.seconds;
+    // Threads that ended meanwhile are missing from the second sum.
+    r.percent_schedstat = 100.0 * static_cast<double>(std::max(after_ns - before_ns, 0LL)) / 1e9 / r.seconds;
+    return r;
 }
 
 long long cpu_ns(pid_t pid)

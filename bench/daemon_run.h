@@ -74,6 +74,16 @@ long cpu_ticks(pid_t pid);
 // /proc/PID/task/*/schedstat (finer than the clock ticks of cpu_ticks), -1
 // when it cannot be read.
 long long cpu_ns(pid_t pid);
+// The process's CPU time over a stretch of rest, in percent of one core.
+struct IdleCpu {
+    bool ok = false;  // false when the process ended or /proc could not be read
+    double seconds = 0;
+    long ticks = 0;
+    double percent = 0;            // from the clock ticks
+    double percent_schedstat = 0;  // from the threads' schedstat
+};
+// Leaves the process alone for that long and measures it.
+IdleCpu measure_idle(pid_t pid, std::chrono::seconds stretch);
 // A "Vm..." field of /proc/PID/status in KiB, -1 when it cannot be read.
 long status_kib(pid_t pid, const char* field);
 

@@ -27,7 +27,6 @@ using namespace std::chrono_literals;
 
 void idle_cpu(benchmark::State& state, benchrun::DaemonCommand cmd, int seconds)
 {
-    const double tick = 1.0 / static_cast<double>(sysconf(_SC_CLK_TCK));
     double percent = 0;
     double percent_ns = 0;
     long ticks = 0;
@@ -40,22 +39,15 @@ void idle_cpu(benchmark::State& state, benchrun::DaemonCommand cmd, int seconds)
         }
         // The start-up's own work is over once the last services are up.
         std::this_thread::sleep_for(2s);
-        const long before = benchrun::cpu_ticks(daemon.pid());
-        const long long before_ns = benchrun::cpu_ns(daemon.pid());
-        const auto t0 = std::chrono::steady_clock::now();
-        std::this_thread::sleep_for(std::chrono::seconds(seconds));
-        const long after = benchrun::cpu_ticks(daemon.pid());
-        const long long after_ns = benchrun::cpu_ns(daemon.pid());
-        const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - t0;
-        if (before < 0 || after < 0) {
+        const benchrun::IdleCpu idle = benchrun::measure_idle(daemon.pid(), std::chrono::seconds(seconds));
+        if (!idle.ok) {
             state.SkipWithError("the daemon ended");
             break;
         }
-        ticks = after - before;
-        percent = 100.0 * static_cast<double>(ticks) * tick / elapsed.count();
-        // Threads that ended meanwhile are missing from the second sum.
-        percent_ns = 100.0 * static_cast<double>(std::max(after_ns - before_ns, 0LL)) / 1e9 / elapsed.count();
-        state.SetIterationTime(elapsed.count());
+        ticks = idle.ticks;
+        percent = idle.percent;
+        percent_ns = idle.percent_schedstat;
+        state.SetIterationTime(idle.seconds);
     }
     state.counters["cpu_percent"] = percent;
     state.counters["cpu_ticks"] = static_cast<double>(ticks);

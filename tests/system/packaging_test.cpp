@@ -15,6 +15,7 @@
 
 #include "harness/display_client.h"
 #include "harness/drill.h"
+#include "harness/target.h"
 #include "sim/evdev_testbed.h"
 #include "support/scratch_root.h"
 #include "support/shell.h"
@@ -47,6 +48,7 @@ std::string install(const std::string& options, const std::string& destdir = "")
 
 TEST(Packaging, EachComponentInstallsItsFilesWithConfigurationInEtcForPrefixUsr)
 {
+    TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator");
     const std::string lib = "usr/" TACTORD_INSTALL_LIBDIR "/", units = "usr/lib/systemd/system/";
     const std::map<std::string, std::set<std::string>> components = {
         {"daemon", {"usr/sbin/tactord", "etc/tactord/port.conf", units + "tactord.service",
@@ -70,6 +72,7 @@ TEST(Packaging, EachComponentInstallsItsFilesWithConfigurationInEtcForPrefixUsr)
 
 TEST(Packaging, TheInstalledUnitsVerifyWithTheInstalledPathsAndTheStrippedDaemonRuns)
 {
+    TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator");
     if (run_command("command -v systemd-analyze").second != 0)
         GTEST_SKIP() << "systemd-analyze is not installed (scripts/install-deps brings it with systemd)";
     // Installed below a scratch prefix: verify checks that the commands the units name exist; any warning counts.
@@ -87,6 +90,7 @@ TEST(Packaging, TheInstalledUnitsVerifyWithTheInstalledPathsAndTheStrippedDaemon
 
 TEST(Packaging, TheInittabLineRespawnsTheDaemonInTheDirectoryOfItsPortConf)
 {
+    TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator");
     std::ifstream file(TACTORD_SOURCE_DIR "/packaging/inittab");
     std::string line, entry;
     while (std::getline(file, line))

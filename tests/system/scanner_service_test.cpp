@@ -91,8 +91,9 @@ TEST_F(ScannerServiceInDaemon, ScansFromLentWedgeScannersAndCdcPortsReachTheClie
     ASSERT_TRUE(logged("Insert Scan event" + std::to_string(node) + "...\r\n"));
     EXPECT_FALSE(daemon_reads(node));  // taken from the daemon: the stroke goes to the focused screen's slot
     const auto [slot, type, data] = next_scan();
-    EXPECT_EQ(std::tuple(slot, type, data.size()), std::tuple(0, 0, 3 * sizeof(::input_event)));  // one chunk
-    EXPECT_EQ(data.at(offsetof(::input_event, code)), KEY_1);
+    // One chunk of the daemon's native records (16 bytes each on the target).
+    EXPECT_EQ(std::tuple(slot, type, data.size()), std::tuple(0, 0, 3 * bed_.record_size()));
+    EXPECT_EQ(bed_.decode(data.data(), data.size()).at(0).code, KEY_1);
 
     ASSERT_EQ(UsbGunSetRouteInfo(eModeFixed, eScreenSecondray), 0);
     ASSERT_TRUE(logged("UsbGunRouteInfoSetFun event comming...\r\n"));

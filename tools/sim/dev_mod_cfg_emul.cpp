@@ -1,5 +1,7 @@
 #include "sim/dev_mod_cfg_emul.h"
 
+#include "sim/ioctl_bridge.h"
+
 #include <cerrno>
 #include <cstring>
 
@@ -18,6 +20,9 @@ DevModCfgEmulator::DevModCfgEmulator(UMockdevTestbed* testbed)
     g_signal_connect(handler_, "handle-ioctl", G_CALLBACK(&DevModCfgEmulator::on_ioctl), this);
     // The handler is in place before the node appears.
     umockdev_testbed_attach_ioctl(testbed_, DEV_MOD_CFG_PATH, handler_, nullptr);
+    gchar* root = umockdev_testbed_get_root_dir(testbed_);
+    bridge_ioctl(root, DEV_MOD_CFG_PATH);
+    g_free(root);
     GError* error = nullptr;
     if (!umockdev_testbed_add_from_string(testbed_,
                                           "P: /devices/virtual/misc/dev_mod_cfg\n"
@@ -31,6 +36,11 @@ DevModCfgEmulator::DevModCfgEmulator(UMockdevTestbed* testbed)
 
 DevModCfgEmulator::~DevModCfgEmulator()
 {
+    if (own_testbed_) {
+        gchar* root = umockdev_testbed_get_root_dir(testbed_);
+        drop_target_view(root);
+        g_free(root);
+    }
     umockdev_testbed_detach_ioctl(testbed_, DEV_MOD_CFG_PATH, nullptr);
     g_object_unref(handler_);
     if (own_testbed_)
@@ -92,6 +102,12 @@ gboolean DevModCfgEmulator::on_ioctl(UMockdevIoctlBase*, UMockdevIoctlClient* cl
 {
     return static_cast<DevModCfgEmulator*>(self)->handle_ioctl(client);
 }
+
+// The driver's record is six 32-bit integers, laid out alike for the ARMv7
+// daemon and the host's, and its request numbers are plain (no _IOC size or
+// direction), so one handler serves either daemon.
+static_assert(sizeof(dev_mod_cfg_t) == 6 * sizeof(int32_t) && alignof(dev_mod_cfg_t) == alignof(int32_t));
+static_assert(DEV_MOD_CFG_SET_LOCK_EXPLICIT < 0x100, "a request number without _IOC fields");
 
 gboolean DevModCfgEmulator::handle_ioctl(UMockdevIoctlClient* client)
 {

@@ -1,17 +1,38 @@
 #include "sim/evdev_testbed.h"
 
+#include "sim/ioctl_bridge.h"
+
 #include <linux/input.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <tuple>
 
 namespace emul {
+
+namespace {
+
+// The ARMv7 kernel's record has 32-bit time fields, 16 bytes: the layout of
+// the daemon's own record (tactord_types.h). The x86-64 one has 64-bit time
+// fields, 24 bytes.
+std::vector<::input_event> to_host_raw(const std::vector<tactord::input_event>& events)
+{
+    std::vector<::input_event> raw(events.size());
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        raw[i].input_event_sec = events[i].tv_sec;
+        raw[i].input_event_usec = events[i].tv_usec;
+        std::tie(raw[i].type, raw[i].code, raw[i].value) = std::tie(events[i].type, events[i].code, events[i].value);
+    }
+    return raw;
+}
+
+}  // namespace
 
 std::string EvdevTestbed::devnode_of(int node)
 {
@@ -20,7 +41,8 @@ std::string EvdevTestbed::devnode_of(int node)
     return nodes_.count(in_input) != 0 ? in_input : "/dev/event" + std::to_string(node);
 }
 
-EvdevTestbed::EvdevTestbed() : testbed_(umockdev_testbed_new()), handler_(umockdev_ioctl_base_new())
+EvdevTestbed::EvdevTestbed()
+    : testbed_(umockdev_testbed_new()), handler_(umockdev_ioctl_base_new()), arm32_records_(daemon_is_target())
 {
     const char* path = std::getenv("PATH");
     const std::string shim = TACTORD_SOURCE_DIR "/tools/sim/bin";
@@ -40,6 +62,9 @@ EvdevTestbed::~EvdevTestbed()
         std::lock_guard<std::mutex> guard(mutex_);
         nodes.swap(nodes_);
     }
+    gchar* root = umockdev_testbed_get_root_dir(testbed_);
+    drop_target_view(root);
+    g_free(root);
     for (const auto& [devnode, node] : nodes)
         umockdev_testbed_detach_ioctl(testbed_, devnode.c_str(), nullptr);
     g_object_unref(handler_);
@@ -68,6 +93,10 @@ bool EvdevTestbed::add(int node, const emul::TestDevice& dev, NodeOptions opts)
             return false;
     }
     umockdev_testbed_attach_ioctl(testbed_, devnode.c_str(), handler_, nullptr);
+    gchar* root = umockdev_testbed_get_root_dir(testbed_);
+    const std::string root_dir = root;
+    g_free(root);
+    bridge_ioctl(root_dir, devnode);
     GError* error = nullptr;
     if (!umockdev_testbed_add_from_string(testbed_, parent.c_str(), &error)) {
         g_error_free(error);
@@ -76,9 +105,7 @@ bool EvdevTestbed::add(int node, const emul::TestDevice& dev, NodeOptions opts)
     // The kernel links each event node to its input device; the link is in
     // place before the node appears, so a monitor that finds the node also
     // finds its attributes.
-    gchar* root = umockdev_testbed_get_root_dir(testbed_);
-    const std::string event_dir = std::string(root) + "/sys" + event;
-    g_free(root);
+    const std::string event_dir = root_dir + "/sys" + event;
     std::error_code ec;
     std::filesystem::create_directories(event_dir, ec);
     std::filesystem::create_directory_symlink("..", event_dir + "/device", ec);
@@ -120,25 +147,22 @@ bool EvdevTestbed::write_raw(int node, const void* data, std::size_t len)
 
 bool EvdevTestbed::play(int node, const std::vector<tactord::input_event>& events)
 {
-    std::vector<::input_event> raw(events.size());
-    for (std::size_t i = 0; i < events.size(); ++i) {
-        raw[i].input_event_sec = events[i].tv_sec;
-        raw[i].input_event_usec = events[i].tv_usec;
-        std::tie(raw[i].type, raw[i].code, raw[i].value) = std::tie(events[i].type, events[i].code, events[i].value);
-    }
-    return write_raw(node, raw.data(), raw.size() * sizeof(::input_event));
+    if (arm32_records_)
+        return write_raw(node, events.data(), events.size() * sizeof events[0]);
+    const auto raw = to_host_raw(events);
+    return write_raw(node, raw.data(), raw.size() * sizeof raw[0]);
 }
 
 std::vector<tactord::input_event> EvdevTestbed::written(int node, std::chrono::milliseconds timeout)
 {
-    std::vector<tactord::input_event> out;
     const int fd = master_fd(node);
     if (fd < 0)
-        return out;
+        return {};
     // The other end reports a hang-up while no reader holds the node open,
     // so wait for data, not just for an event on it.
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    ::input_event raw[16];
+    // Whole records of either layout: 16 x 24 bytes is 24 x 16 bytes.
+    alignas(::input_event) uint8_t raw[16 * sizeof(::input_event)];
     ssize_t n = -1;
     while (n <= 0 && std::chrono::steady_clock::now() < deadline) {
         pollfd p{fd, POLLIN, 0};
@@ -147,9 +171,31 @@ std::vector<tactord::input_event> EvdevTestbed::written(int node, std::chrono::m
         else if (p.revents != 0)
             usleep(20000);
     }
-    for (ssize_t i = 0; n > 0 && i < n / static_cast<ssize_t>(sizeof(::input_event)); ++i)
-        out.push_back({static_cast<int32_t>(raw[i].input_event_sec), static_cast<int32_t>(raw[i].input_event_usec),
-                       raw[i].type, raw[i].code, raw[i].value});
+    return decode(raw, n > 0 ? static_cast<std::size_t>(n) : 0);
+}
+
+std::size_t EvdevTestbed::record_size() const
+{
+    return arm32_records_ ? sizeof(tactord::input_event) : sizeof(::input_event);
+}
+
+std::vector<tactord::input_event> EvdevTestbed::decode_records(bool arm32, const void* data, std::size_t len)
+{
+    std::vector<tactord::input_event> out;
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    const std::size_t size = arm32 ? sizeof(tactord::input_event) : sizeof(::input_event);
+    for (std::size_t off = 0; off + size <= len; off += size) {
+        tactord::input_event e;
+        if (arm32) {
+            std::memcpy(&e, bytes + off, size);
+        } else {
+            ::input_event r;
+            std::memcpy(&r, bytes + off, size);
+            e = {static_cast<int32_t>(r.input_event_sec), static_cast<int32_t>(r.input_event_usec), r.type, r.code,
+                 r.value};
+        }
+        out.push_back(e);
+    }
     return out;
 }
 

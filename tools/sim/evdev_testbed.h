@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "common/tactord_types.h"
+#include "sim/daemon_process.h"
 #include "sim/devices.h"
 
 namespace emul {
@@ -41,9 +42,20 @@ public:
     // Unplugs /dev/event<node>.
     void remove(int node);
 
-    // Writes the events into the node in the kernel's record layout, as one
-    // write, so a reader sees them in one read.
+    // Writes the events into the node in the kernel's record layout of the
+    // daemon served (daemon_is_target(): ARMv7 or x86-64), as one write, so a
+    // reader sees them in one read.
     bool play(int node, const std::vector<tactord::input_event>& events);
+    // Records in the layout of the daemon served, as read from a node's
+    // other end (a partial record at the end is left out).
+    std::vector<tactord::input_event> decode(const void* data, std::size_t len) const
+    {
+        return decode_records(arm32_records_, data, len);
+    }
+    // The same for a reader without a testbed: ARMv7 records when arm32.
+    static std::vector<tactord::input_event> decode_records(bool arm32, const void* data, std::size_t len);
+    // The size of one such record: 16 bytes on ARMv7, 24 on x86-64.
+    std::size_t record_size() const;
     // Writes raw bytes into the node.
     bool write_raw(int node, const void* data, std::size_t len);
     // The testbed, for further emulated devices (a framebuffer).
@@ -81,6 +93,8 @@ private:
     std::mutex mutex_;
     std::map<std::string, Node> nodes_;  // by "/dev/eventN"
     int next_input_ = 20;
+    // The daemon reads ARMv7 records; fixed when the testbed is made.
+    const bool arm32_records_;
 };
 
 inline tactord::input_event ev(uint16_t type, uint16_t code, int32_t value)

@@ -246,11 +246,11 @@ void Panel::watch_devices()
                 // A node nobody has open reports a hang-up: nothing to read.
                 continue;
             }
-            ::input_event raw[16];
+            uint8_t raw[16 * sizeof(::input_event)];
             std::lock_guard<std::mutex> guard(mutex_);
             const ssize_t n = read(fds[i].fd, raw, sizeof raw);
-            for (ssize_t k = 0; n > 0 && k < n / static_cast<ssize_t>(sizeof(::input_event)); ++k) {
-                const tactord::input_event ev{0, 0, raw[k].type, raw[k].code, raw[k].value};
+            for (tactord::input_event ev : bed_->decode(raw, n > 0 ? static_cast<std::size_t>(n) : 0)) {
+                ev.tv_sec = ev.tv_usec = 0;
                 transcript_.line(names[i], "<<", tools::describe_event(ev));
             }
         }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/usb_gun/usbgun_c.h"
+#include "sim/evdev_testbed.h"
 #include "sim/keys.h"
 
 namespace emul {
@@ -58,11 +59,10 @@ std::string scan_text(int datatype, const uint8_t* data, std::size_t len)
             text += escaped(static_cast<char>(data[i]));
         return text;
     }
-    // The reader passes the node's records as the kernel wrote them.
+    // The reader passes the node's records as the kernel wrote them, in
+    // the layout of the daemon's architecture.
     bool shift = false;
-    for (std::size_t at = 0; at + sizeof(::input_event) <= len; at += sizeof(::input_event)) {
-        ::input_event ev;
-        std::memcpy(&ev, data + at, sizeof ev);
+    for (const tactord::input_event& ev : EvdevTestbed::decode_records(daemon_is_target(), data, len)) {
         if (ev.type != EV_KEY)
             continue;
         if (ev.code == KEY_LEFTSHIFT || ev.code == KEY_RIGHTSHIFT) {

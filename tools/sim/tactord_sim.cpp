@@ -34,7 +34,7 @@ int usage(std::FILE* to, int status)
 {
     std::fprintf(to,
                  "usage: tactord-sim [--script FILE] [--no-demo] [--root DIR] [--port-conf FILE] [--log-level N]\n"
-                 "                   [--clients 0,1|0|1|none]\n"
+                 "                   [--clients 0,1|0|1|none] [--daemon BINARY]\n"
                  "Emulates the panel's board (a 1280x800 framebuffer, /dev/dev_mod_cfg, the board's touch panel,\n"
                  "a USB touchscreen on seat 5, a USB keyboard on seat 1, a USB mouse on seat 2, a keyboard-wedge\n"
                  "barcode scanner behind the keyboard's hub and a CDC scanner on /dev/ttyACM0) under umockdev,\n"
@@ -48,7 +48,9 @@ int usage(std::FILE* to, int status)
                  "  --port-conf FILE the seat file (default: the sample etc/port.conf)\n"
                  "  --log-level N    tactord's -d level (default 2: warnings and errors)\n"
                  "  --clients LIST   the screens the sim's own display clients hold (default 0,1; none: no\n"
-                 "                   client, so that clients of your own can register)\n");
+                 "                   client, so that clients of your own can register)\n"
+                 "  --daemon BINARY  the tactord to run (default: this build's); a target build (ARMv7) runs under\n"
+                 "                   qemu-arm with the sysroot next to its build tree (scripts/install-deps)\n");
     return status;
 }
 
@@ -122,6 +124,10 @@ int main(int argc, char** argv)
                 std::fprintf(stderr, "tactord-sim: --clients takes 0,1 or 0 or 1 or none, not '%s'\n", argv[i]);
                 return usage(stderr, 2);
             }
+        } else if (arg == "--daemon" && value) {
+            // The emulation reads it too: it writes the records of the
+            // daemon's architecture.
+            setenv("TACTORD_DAEMON", std::filesystem::absolute(argv[++i]).c_str(), 1);
         } else if (arg == "--log-level" && value) {
             options.daemon_args = std::string("-p 0 -d ") + argv[++i] + " -i 0";
         } else {
