@@ -21,10 +21,9 @@ namespace testharness {
 using namespace std::chrono_literals;
 
 // The longest a well-behaved client may have to wait for the main loop while
-// another misbehaves: one handler call reading a record that never completes
-// takes up to 10 passes of (11 reads 10 ms apart + 10 ms), about 1.2 s, and
-// a record sent to a client that does not read gives up after 10 waits of
-// 20 ms. A few of those, plus room for a machine shared with other tests.
+// another misbehaves: a pass lasts about 250 ms at most whatever the clients
+// do (nothing waits for half a record; a client found full waits once, up to
+// 200 ms). Generous, for a machine shared with other tests.
 inline constexpr std::chrono::milliseconds kServeBound = 5s;
 
 // Entries of /proc/<pid>/fd, -1 when unreadable.

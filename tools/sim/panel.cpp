@@ -17,7 +17,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <sstream>
+#include <utility>
+#include <vector>
 
 #include "client/record_text.h"
 #include "common/usb_gun/usbscangun_manger.h"
@@ -272,22 +275,28 @@ void Panel::follow_scan_log()
     scan_log_read_ += fresh.size();
     scan_log_partial_ += fresh;
     for (std::size_t nl; (nl = scan_log_partial_.find('\n')) != std::string::npos; scan_log_partial_.erase(0, nl + 1)) {
-        // "[seconds.microseconds][function:line] message\r\n": the message.
-        // A message without its own line end runs on into the next one's
-        // prefix, which goes too. Hex dumps of records ("[016]Data:...")
-        // are left out.
+        // "[seconds.microseconds][function:line] message\r\n": the messages.
+        // A message without its own line end (a hex dump cut to the line's
+        // size) runs on into the next one's prefix: each prefix starts a
+        // message of its own. Hex dumps of records ("[016]Data:...") are
+        // left out.
         std::string text = scan_log_partial_.substr(0, nl);
         if (!text.empty() && text.back() == '\r')
             text.pop_back();
-        if (text.find("]Data:") != std::string::npos)
-            continue;
-        for (std::size_t at; (at = text.find("][")) != std::string::npos;) {
-            const std::size_t open = text.rfind('[', at), end = text.find("] ", at);
-            if (open == std::string::npos || end == std::string::npos)
-                break;
-            text.erase(open, end + 2 - open);
+        static const std::regex prefix(R"(\[[0-9]+\.[0-9]+\]\[[^\]]*\] )");
+        std::vector<std::pair<std::size_t, std::size_t>> starts;  // prefix position, message position
+        for (auto it = std::sregex_iterator(text.begin(), text.end(), prefix); it != std::sregex_iterator(); ++it)
+            starts.emplace_back(it->position(), it->position() + it->length());
+        if (starts.empty())
+            starts.emplace_back(0, 0);
+        for (std::size_t i = 0; i < starts.size(); ++i) {
+            const std::size_t stop = i + 1 < starts.size() ? starts[i + 1].first : text.size();
+            std::string message = text.substr(starts[i].second, stop - starts[i].second);
+            while (!message.empty() && (message.back() == '\r' || message.back() == '\n'))
+                message.pop_back();
+            if (!message.empty() && message.find("]Data:") == std::string::npos)
+                transcript_.line("scan-service", "--", message);
         }
-        transcript_.line("scan-service", "--", text);
     }
 }
 

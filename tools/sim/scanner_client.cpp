@@ -16,12 +16,15 @@ namespace {
 
 // The library's inventory callback takes no context.
 std::atomic<Transcript*> g_transcript{nullptr};
+// Set once the service has sent its first inventory.
+std::atomic<bool> g_inventory_seen{false};
 
 int on_inventory(uint8_t* data, int len)
 {
     Transcript* transcript = g_transcript.load();
     if (transcript == nullptr || len != static_cast<int>(sizeof(UsbDevInfo_t)))
         return 0;
+    g_inventory_seen.store(true);
     UsbDevInfo_t list;
     std::memcpy(&list, data, sizeof list);
     const int count = list.usbdev_total_count < 0 ? 0 : std::min(list.usbdev_total_count, USBDEV_MAX_COUNT);
@@ -95,6 +98,12 @@ bool ScannerClient::configure(const std::string& name, bool on, int screen)
             return false;
         connected_ = true;
         reader_ = std::thread([this] { read_scans(); });
+        // The service looks a scanner's name up in its inventory, which it
+        // takes only once a client is there: a name declared before the first
+        // inventory finds nothing. A client picks its scanners from the
+        // inventory, so it waits for it (a few seconds at most).
+        for (int i = 0; i < 100 && !g_inventory_seen.load(); ++i)
+            usleep(50000);
     }
     return UsbGunConfigSet(name.c_str(), on ? 1 : 0) == 0 &&
            UsbGunSetRouteInfo(screen < 0 ? eModeFocus : eModeFixed, screen < 0 ? eScreenMain : screen) == 0;
