@@ -34,14 +34,25 @@ struct Stall {
 // At most one entry per served descriptor, and the main loop serves at most
 // 32; a table of that size never runs out.
 std::array<Stall, 32> stalls{};
+// Entries in use: while none is, a record's way to the socket skips the
+// table (the common case, on the path of every event).
+int stalls_in_use = 0;
 
 Stall* find(int fd)
 {
+    if (fd != 0 && stalls_in_use == 0)
+        return nullptr;
     for (Stall& s : stalls) {
         if (s.fd == fd)
             return &s;
     }
     return nullptr;
+}
+
+void release(Stall* s)
+{
+    *s = {};
+    --stalls_in_use;
 }
 
 bool has_room(int fd)
@@ -63,13 +74,14 @@ void begin(int fd, bool spoilt, unsigned dropped)
     if (s == nullptr)
         return;  // cannot happen (see stalls); the next record simply waits again
     *s = {fd, client_clock_ms(), dropped, 0, queued(fd), spoilt};
+    ++stalls_in_use;
     TLOG(LEVEL_ERROR, "client %d does not read: its records are dropped until its socket has room\n", fd);
 }
 
 void end(Stall* s)
 {
     TLOG(LEVEL_ERROR, "client %d reads again, %u records were dropped\n", s->fd, s->dropped);
-    *s = {};
+    release(s);
 }
 
 }  // namespace
@@ -133,6 +145,8 @@ bool client_send_stalled(int fd)
 
 int client_send_housekeeping(void (*drop)(int fd))
 {
+    if (stalls_in_use == 0)
+        return -1;
     const int64_t now = client_clock_ms();
     int64_t next = -1;
     for (Stall& s : stalls) {
@@ -159,7 +173,7 @@ int client_send_housekeeping(void (*drop)(int fd))
             // made unreadable.
             TLOG(LEVEL_ERROR, "client %d has not read for %lld ms (%u records dropped): disconnected\n", fd,
                  static_cast<long long>(now - s.since_ms), s.dropped);
-            s = {};
+            release(&s);
             if (drop != nullptr)
                 drop(fd);
             continue;
@@ -175,5 +189,5 @@ void client_send_forget(int fd)
     if (fd <= 0)
         return;
     if (Stall* s = find(fd))
-        *s = {};
+        release(s);
 }

@@ -102,15 +102,6 @@ bool add_seat_row(std::array<_device_seat, N>& table, const char* path, const ch
     return false;
 }
 
-template <std::size_t N>
-void release_rows(std::array<_device_seat, N>& table)
-{
-    for (auto& row : table) {
-        std::free(row.syspath);
-        row = {};
-    }
-}
-
 // Handles one line inside a section; false aborts the file.
 bool handle_section_line(SectionType_e type, char* line, _DeviceMatchRec& terminal)
 {
@@ -169,8 +160,7 @@ int abort_file(FILE* fp)
 {
     TLOG(LEVEL_ERROR, "file error!\n");
     std::fclose(fp);
-    release_rows(device_seats);
-    release_rows(output_seats);
+    release_seat_rows();
     print_termial_seat();
     return -1;
 }
@@ -278,4 +268,23 @@ void print_termial_seat()
                 TLOG(LEVEL_DEBUG, "         |_____ %d\n", terminals[t].input[i]);
         }
     }
+}
+
+namespace {
+
+template <std::size_t N>
+void release_rows(std::array<_device_seat, N>& table)
+{
+    for (auto& row : table) {
+        std::free(row.syspath);
+        row = {};
+    }
+}
+
+}  // namespace
+
+void release_seat_rows()
+{
+    release_rows(device_seats);
+    release_rows(output_seats);
 }

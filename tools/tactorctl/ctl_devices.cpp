@@ -160,15 +160,6 @@ int devices(CtlContext& ctx, const std::vector<std::string>& args)
     return kExitOk;
 }
 
-template <std::size_t N>
-void clear_rows(std::array<_device_seat, N>& table)
-{
-    for (auto& row : table) {
-        std::free(row.syspath);
-        row = {};
-    }
-}
-
 }  // namespace
 
 DaemonLogTo::DaemonLogTo(int fd)
@@ -191,8 +182,7 @@ DaemonLogTo::~DaemonLogTo()
 
 void unload_seat_file()
 {
-    clear_rows(device_seats);
-    clear_rows(output_seats);
+    release_seat_rows();
     terminals = {};
 }
 
