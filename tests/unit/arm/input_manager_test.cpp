@@ -1,3 +1,4 @@
+// The daemon's entry: command-line options, caught signals (and none on worker threads), a loop pass.
 #include "arm/input_manager.h"
 
 #include <gtest/gtest.h>
@@ -5,13 +6,8 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <future>
-#include <initializer_list>
-#include <string>
-#include <vector>
 
 #include "common/OrvelClient.h"
 #include "common/log.h"
@@ -19,75 +15,65 @@
 #include "common/worker_thread.h"
 #include "msg_handle.h"
 #include "support/log_capture.h"
-#include "support/scratch_root.h"
 
 namespace {
 
-// Parses args; the warnings it printed land in *warned.
-tactord_options parse(std::initializer_list<const char*> args, std::string* warned = nullptr)
+// Parses args; the warnings it printed land in warned.
+tactord_options parse(std::vector<const char*> args, std::string& warned)
 {
-    std::vector<std::string> owned{"tactord"};
-    owned.insert(owned.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (auto& s : owned)
-        argv.push_back(s.data());
-    argv.push_back(nullptr);
+    args.insert(args.begin(), "tactord");
+    args.push_back(nullptr);
     char* text = nullptr;
     std::size_t size = 0;
     FILE* out = open_memstream(&text, &size);
-    const tactord_options opts = parse_options(static_cast<int>(owned.size()), argv.data(), out);
+    const tactord_options opts = parse_options(int(args.size()) - 1, const_cast<char**>(args.data()), out);
     std::fclose(out);
-    if (warned != nullptr)
-        *warned = text;
+    warned = text;
     std::free(text);
     return opts;
 }
 
-TEST(Options, DefaultsAndEachOptionTakingTheNextArgumentAsADecimalNumber)
+// In order: each case starts from the logger settings the one before left.
+TEST(Options, EachTakesTheNextArgumentAsADecimalNumberAndWhatItCannotUseIsNamedOnce)
 {
+    const std::string unknown = " (tactord --help lists the options)\n";
+    const struct {
+        std::vector<const char*> args;
+        int init_ipc, level, place;
+        std::string warned;
+    } cases[] = {
+        {{}, 1, LEVEL_ERROR, LOG_PLACE_SYSLOG, ""},
+        {{"-d", "1", "-p", "0", "-t", "3", "-i", "0"}, 0, LEVEL_DEBUG, LOG_PLACE_STDOUT, ""},
+        {{"-d", "2", "-p"}, 1, LEVEL_WARN, LOG_PLACE_STDOUT, "tactord: ignoring option -p: it needs a value\n"},
+        {{"-i", "7", "-d", "7", "-p", "1", "-p", "-1"}, 7, LEVEL_WARN, LOG_PLACE_SYSLOG, ""},  // the logger's own ranges
+        // "-d" takes "-p" as its value (0), the lone "2" is skipped, "abc" is 0.
+        {{"--verbose", "x", "-i", "abc", "-d", "-p", "2"}, 0, LEVEL_INFO, LOG_PLACE_SYSLOG,
+         "tactord: ignoring unknown option '--verbose'" + unknown + "tactord: ignoring unknown option 'x'" + unknown +
+             "tactord: ignoring unknown option '2'" + unknown},
+        {{"-d", "2", "-i"}, 1, LEVEL_WARN, LOG_PLACE_SYSLOG, "tactord: ignoring option -i: it needs a value\n"},
+    };
     std::string warned;
-    const tactord_options defaults = parse({}, &warned);
-    EXPECT_TRUE(defaults.init_ipc == 1 && !defaults.help && !defaults.version && warned.empty());
-    EXPECT_TRUE(gs_log_level == LEVEL_ERROR && gs_log_place == LOG_PLACE_SYSLOG);
-    const tactord_options opts = parse({"-d", "1", "-p", "0", "-t", "3", "-i", "0"});
-    EXPECT_TRUE(gs_log_level == LEVEL_DEBUG && gs_log_place == LOG_PLACE_STDOUT);
-    EXPECT_TRUE(gs_ipcType == 3 && opts.init_ipc == 0 && parse({"-i", "7"}).init_ipc == 7);
-    EXPECT_TRUE(parse({"-h"}).help && parse({"-i", "0", "--help"}).help && parse({"--version"}).version);
-}
-
-TEST(Options, OutOfRangeUnknownAndMissingValues)
-{
-    parse({"-d", "2", "-d", "7", "-p", "1", "-p", "-1"});  // the logger's own rules
-    EXPECT_TRUE(gs_log_level == LEVEL_WARN && gs_log_place == LOG_PLACE_SYSLOG);
-    // "-d" takes "-p" as its value (0), the lone "2" is skipped, "abc" is 0; each skip named once.
-    std::string warned;
-    EXPECT_EQ(parse({"--verbose", "x", "-i", "abc", "-d", "-p", "2"}, &warned).init_ipc, 0);
-    EXPECT_TRUE(gs_log_level == LEVEL_INFO && gs_log_place == LOG_PLACE_SYSLOG);
-    EXPECT_EQ(testsupport::count_text(warned, "tactord: ignoring unknown option '"), 3);
-    EXPECT_NE(warned.find("'x' (tactord --help lists the options)\n"), std::string::npos);
-    // An option given last without a value changes nothing; "-h" as a value is a value.
-    EXPECT_EQ(parse({"-d", "2", "-i"}, &warned).init_ipc, 1);
-    EXPECT_EQ(warned, "tactord: ignoring option -i: it needs a value\n");
-    EXPECT_EQ(gs_log_level, LEVEL_WARN);
-    EXPECT_FALSE(parse({"-t", "-h"}).help);
-    set_log_to_stdout(LOG_PLACE_STDOUT);
-    parse({"-p"});
-    EXPECT_EQ(gs_log_place, LOG_PLACE_STDOUT);
+    for (const auto& c : cases) {
+        const tactord_options opts = parse(c.args, warned);
+        EXPECT_TRUE(opts.init_ipc == c.init_ipc && !opts.help && !opts.version) << c.args.size();
+        EXPECT_TRUE(gs_log_level == c.level && gs_log_place == c.place && warned == c.warned) << warned;
+    }
+    EXPECT_EQ(gs_ipcType, 3);
+    EXPECT_TRUE(parse({"-h"}, warned).help && parse({"-i", "0", "--help"}, warned).help);
+    EXPECT_TRUE(parse({"--version"}, warned).version && !parse({"-t", "-h"}, warned).help);  // "-h" as a value is a value
 }
 
 // Fixed storage: a sink that allocates is not safe inside a signal handler.
 char handler_line[512];
 volatile sig_atomic_t handler_lines = 0;
-void signal_safe_sink(int, const char* line)
-{
-    std::strncpy(handler_line, line, sizeof handler_line - 1);
-    handler_lines = handler_lines + 1;
-}
 
 TEST(Signals, CaughtSignalsAreLoggedAndOthersKeepTheirDefault)
 {
     testsupport::LogCapture log;
-    log_syslog_sink = signal_safe_sink;
+    log_syslog_sink = [](int, const char* line) {
+        std::strncpy(handler_line, line, sizeof handler_line - 1);
+        handler_lines = handler_lines + 1;
+    };
     signal_initcapture();
     for (int sig : {SIGPIPE, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH}) {
         const int before = handler_lines;
@@ -108,17 +94,15 @@ TEST(Signals, ASignalInsideTheLoggerDropsItsLineAndWorkerThreadsNeverTakeOne)
     EXPECT_EQ(TLOG(LEVEL_ERROR, "and the logger is free again\n"), 0);
 
     std::promise<sigset_t> seen;
-    ASSERT_EQ(start_worker_thread(
-                  [](void* out) -> void* {
-                      sigset_t mask;
-                      pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-                      static_cast<std::promise<sigset_t>*>(out)->set_value(mask);
-                      return nullptr;
-                  },
-                  &seen),
-              0);
+    const auto report_mask = [](void* out) -> void* {
+        sigset_t mask;
+        pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+        static_cast<std::promise<sigset_t>*>(out)->set_value(mask);
+        return nullptr;
+    };
+    ASSERT_EQ(start_worker_thread(report_mask, &seen), 0);
     const sigset_t worker_mask = seen.get_future().get();
-    for (int sig : CAUGHT_SIGNALS)
+    for (int sig : {SIGPIPE, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH})
         EXPECT_EQ(sigismember(&worker_mask, sig), 1) << sig;
     sigset_t own;
     pthread_sigmask(SIG_BLOCK, nullptr, &own);
@@ -130,20 +114,16 @@ std::vector<int> handled;
 TEST(MainLoop, OnePassFeedsTheWatchdogAndServesReadyDescriptors)
 {
     int quiet[2], ready[2];
-    ASSERT_TRUE(pipe(quiet) == 0 && pipe(ready) == 0);
-    ASSERT_EQ(write(ready[1], "x", 1), 1);
+    ASSERT_TRUE(pipe(quiet) == 0 && pipe(ready) == 0 && write(ready[1], "x", 1) == 1);
     int one = 1, two = 2;
     const auto note = [](void* para) { return handled.push_back(*static_cast<int*>(para)), 0; };
     add_monitor_handle(quiet[0], note, &one);
     add_monitor_handle(ready[0], note, &two);
-
     const unsigned before = nWatdogReset.load();
     int max_fd = 0;
     main_loop_pass(&max_fd);
     EXPECT_TRUE(nWatdogReset.load() == before + 1 && max_fd == std::max(quiet[0], ready[0]));
     EXPECT_EQ(handled, std::vector<int>{2});
-    for (int fd : {quiet[0], quiet[1], ready[0], ready[1]})
-        close(fd);
 }
 
 }  // namespace

@@ -5,39 +5,31 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "arm/knob_manager_internal.h"
-#include "common/inputdevice_manager.h"
 #include "common/screen_manager_internal.h"
 #include "msg_handle.h"
 #include "msg_handle_internal.h"
 #include "support/log_capture.h"
+#include "support/screen_clients.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-using Key = std::pair<int, int>;  // code, value
+using testsupport::Ev;
 
 class Knob : public testing::Test {
 protected:
     void SetUp() override
     {
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, link_), 0);
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, client_), 0);
         g_knob_fd.store(link_[0]);
         knob_is_exist.store(1);
         ASSERT_EQ(add_monitor_handle(link_[0], handle_knob_data, nullptr), 0);
-        gs_clients[0].store(client_[0]);
         screen_info.client[0].focus = 1;
     }
     void TearDown() override
     {
-        gs_clients[0].store(0);
-        for (int fd : {link_[1], client_[0], client_[1]})
-            close(fd);
+        close(link_[1]);
         if (g_knob_fd.load() != 0)
             close(g_knob_fd.load());
     }
@@ -52,21 +44,10 @@ protected:
         ASSERT_EQ(select(max_fd + 1, &set, nullptr, nullptr, &tv), 1);
         dispatch_monitor_handles(&set);
     }
-    // Key records the focused client received so far.
-    std::vector<Key> keys()
-    {
-        std::vector<Key> out;
-        tactord::input_event ev{};
-        while (recv(client_[1], &ev, sizeof ev, MSG_DONTWAIT) == static_cast<ssize_t>(sizeof ev)) {
-            EXPECT_EQ(ev.type, 1);
-            out.emplace_back(ev.code, ev.value);
-        }
-        return out;
-    }
 
     int link_[2] = {-1, -1};
-    int client_[2] = {-1, -1};
-    testsupport::LogCapture log;
+    testsupport::ScreenClients clients_{{MAIN_SCREEN}};
+    testsupport::LogCapture log_;
 };
 
 TEST_F(Knob, PackagesBecomeKeysForTheFocusedScreen)
@@ -74,38 +55,30 @@ TEST_F(Knob, PackagesBecomeKeysForTheFocusedScreen)
     const struct {
         const char* what;
         std::vector<Bytes> reads;
-        std::vector<Key> keys;
+        std::vector<Ev> keys;
         const char* line;
     } cases[] = {
-        {"right turn", {{0x9E, 0x50, 0xEE, 0x00}}, {{187, 1}}, "Knob Recv To Right Info 80!\n"},
-        {"left turn after a failing start", {{0x9E, 0x9E, 0x51, 0xEF, 0x00}}, {{186, 1}}, "Knob Recv To Left Info 81!\n"},
-        {"press and release", {{0x9E, 0x52, 0xF0, 0x00}}, {{28, 1}, {28, 0}}, "Knob Recv Press And Up Info!\n"},
-        {"split two and two", {{0x9E, 0x50}, {0xEE, 0x00}}, {{187, 1}}, "Knob Recv To Right Info 80!\n"},
-        {"bad check, then a good package", {{0x9E, 0x50, 0xEF, 0x00, 0x9E, 0x51, 0xEF, 0x00}}, {{186, 1}}, nullptr},
+        {"right turn", {{0x9E, 0x50, 0xEE, 0x00}}, {{1, 187, 1}}, "Knob Recv To Right Info 80!\n"},
+        {"left turn after a failing start", {{0x9E, 0x9E, 0x51, 0xEF, 0x00}}, {{1, 186, 1}}, "Knob Recv To Left Info 81!\n"},
+        {"press and release", {{0x9E, 0x52, 0xF0, 0x00}}, {{1, 28, 1}, {1, 28, 0}}, "Knob Recv Press And Up Info!\n"},
+        {"split two and two", {{0x9E, 0x50}, {0xEE, 0x00}}, {{1, 187, 1}}, "Knob Recv To Right Info 80!\n"},
+        {"bad check, then a good package", {{0x9E, 0x50, 0xEF, 0x00, 0x9E, 0x51, 0xEF, 0x00}}, {{1, 186, 1}}, nullptr},
+        {"a held package failing its check", {{0x9E, 0x50, 0xEE}, {0x01, 0x9E, 0x51, 0xEF, 0x00}}, {{1, 186, 1}}, nullptr},
         {"heartbeat", {{0x9E, 0x53, 0xF1, 0x00}}, {}, "Knob heart beat 83!\n"},
         {"unknown info", {{0x9E, 0x54, 0xF2, 0x00}}, {}, "Key Type Error!\n"},
-        {"noise around a package", {{0x01, 0x9E, 0x50, 0xEE, 0x00, 0x7F}}, {{187, 1}}, nullptr},
+        {"noise around a package", {{0x01, 0x9E, 0x50, 0xEE, 0x00, 0x7F}}, {{1, 187, 1}}, nullptr},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         for (const Bytes& read : c.reads)
             feed(read);
-        EXPECT_EQ(keys(), c.keys);
-        EXPECT_TRUE((c.line == nullptr || log.has(c.line)) && !knob_partial.held);
+        EXPECT_EQ(testsupport::brief(clients_.events(MAIN_SCREEN)), c.keys);
+        EXPECT_TRUE((c.line == nullptr || log_.has(c.line)) && !knob_partial.held);
     }
-}
-
-TEST_F(Knob, AHeldPackageFailingItsCheckIsDroppedAndNoFocusSendsNothing)
-{
-    feed({0x9E, 0x50, 0xEE});
-    ASSERT_TRUE(knob_partial.held);
-    feed({0x01, 0x9E, 0x51, 0xEF, 0x00});  // completes 9E 50 EE 01: bad check
-    EXPECT_EQ(keys(), (std::vector<Key>{{186, 1}}));
-
-    screen_info.client[0].focus = 0;  // screen 3: the event output refuses it
-    feed({0x9E, 0x50, 0xEE, 0x00});
-    EXPECT_TRUE(keys().empty());
-    EXPECT_TRUE(log.has("Knob Recv To Right Info 80!\n"));
+    screen_info.client[0].focus = 0;  // no focused screen: the event output refuses the key
+    const int lefts = log_.count("Knob Recv To Left Info 81!\n");
+    feed({0x9E, 0x51, 0xEF, 0x00});
+    EXPECT_TRUE(clients_.events(MAIN_SCREEN).empty() && log_.count("Knob Recv To Left Info 81!\n") == lefts + 1);
 }
 
 TEST_F(Knob, PeerCloseUnregistersClearsTheLinkAndDropsAHeldPackage)

@@ -1,4 +1,5 @@
-// Touch wrappers over the lock control without a configuration device: touches go out normally.
+// Touch wrappers over the lock control without a configuration device: touches go out normally, the
+// adapter is given coordinates scaled to twelve bits.
 #include "arm/touchscreen_manager.h"
 
 #include <gtest/gtest.h>
@@ -7,23 +8,17 @@
 #include "common/inputevent_handle.h"
 #include "func/touchscreen/touchscreen_lock_ctl.h"
 
-namespace {
-
-TEST(TouchWrappers, NoConfigurationDeviceLetsTouchesOut)
+TEST(TouchWrappers, TouchesGoOutAndCoordinatesReachTheAdapterScaledToTwelveBits)
 {
     touchscreeninit();
     tactord::input_event touch{0, 0, 1, 330, 1};
     EXPECT_EQ(touch_screen_lock_KEY(&touch, 0), 0);
     touch_voice_play(&touch, 1);  // no volume, no audio client: mirrored only
     EXPECT_EQ(scr_lock_info[1].lock_info.keydown, 1);
-}
-
-TEST(TouchWrappers, CoordinatesReachTheAdapterScaledToTwelveBits)
-{
-    struct Case {
+    const struct {
         int max, value, seat, mirrored;
     } cases[] = {{1023, 1023, 0, 4092}, {4095, 4095, 1, 4095}, {4095, 17, 2, 17}, {2047, 2047, 0, 2047}};
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         touchscreeninit();
         ts_num_x = c.max;
         tactord::input_event ev{0, 0, 3, 0, c.value};
@@ -33,5 +28,3 @@ TEST(TouchWrappers, CoordinatesReachTheAdapterScaledToTwelveBits)
     tactord::input_event ev{0, 0, 3, 0, 5};
     EXPECT_EQ(touch_screen_lock_ABS(&ev, 3), 0);  // seat 3: outside the table, ignored
 }
-
-}  // namespace

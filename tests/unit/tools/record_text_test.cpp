@@ -31,7 +31,6 @@ TEST(RecordText, EventsInWords)
         {{0, 0, 27, 7, 0}, "cursor code 7"},
         {{0, 0, 28, 1, 1}, "lock Num on"},
         {{0, 0, 28, 9, 0}, "lock code 9 off"},
-        {{0, 0, 33, 0, 0}, "cursor hide"},
         {{0, 0, 35, BTN_TOUCH, 1}, "locked touch EV_KEY BTN_TOUCH press"},
         {{0, 0, 37, ABS_X, 9}, "locked touch EV_ABS ABS_X 9"},
         {{0, 0, 0x55, 3, 4}, "type 0x55 code 0x3 4"},

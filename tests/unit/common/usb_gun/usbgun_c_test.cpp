@@ -1,10 +1,9 @@
+// The scanner client library: records taken into its ring across reads, the ring's bounds, the
+// configuration records it writes, and one connection per process.
 #include "common/usb_gun/usbgun_c.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-
-#include <algorithm>
-#include <cstring>
 
 #include "common/usb_gun/unixsocket.h"
 #include "common/usb_gun/usbgun_c_internal.h"
@@ -26,8 +25,7 @@ int on_list(uint8_t* data, int len)
 // A scan record as the service sends it (the head's CRCs are not looked at).
 Bytes scan_record(const std::string& scan)
 {
-    const auto n = static_cast<uint32_t>(scan.size());
-    return unx_record(1, words({0x55AA55AA, 0, 1, n, 0, 0}) + Bytes(scan.begin(), scan.end()));
+    return unx_record(1, words({0x55AA55AA, 0, 1, uint32_t(scan.size()), 0, 0}) + Bytes(scan.begin(), scan.end()));
 }
 
 class ScannerClient : public ::testing::Test {
@@ -37,7 +35,7 @@ protected:
         ASSERT_EQ(usblog_init_log("/tmp/scan-client.txt"), 0);
         usbgun_client.cb = {on_list, nullptr};
     }
-    std::string log() const { return read_file(root_.at("/tmp/scan-client.txt")); }
+    int logged(const std::string& line) const { return count_text(read_file(root_.at("/tmp/scan-client.txt")), line); }
     // A read of the receiver that brought these bytes.
     static void receive(const Bytes& bytes)
     {
@@ -47,11 +45,9 @@ protected:
     static std::string read(int len = RING_SIZE)
     {
         std::string out(RING_SIZE, '\0');
-        const int n = UsbGunRead(reinterpret_cast<uint8_t*>(out.data()), len);
-        out.resize(n > 0 ? n : 0);
+        out.resize(static_cast<std::size_t>(std::max(UsbGunRead(reinterpret_cast<uint8_t*>(out.data()), len), 0)));
         return out;
     }
-
     ScratchRoot root_;
 };
 
@@ -65,29 +61,31 @@ TEST_F(ScannerClient, ScansLandInTheRingHeadFirstAndListsReachTheCallback)
     const std::string got = read(40);
     EXPECT_EQ(Bytes(got.begin(), got.begin() + 34), Bytes(first.begin() + 12, first.end()));
     EXPECT_EQ(read().size(), 21U);  // a read may end inside a record
-    EXPECT_EQ(count_text(log(), "UsbGunReadFun event comming...\r\n"), 2);
-    EXPECT_EQ(count_text(log(), "Read len:40,real len:40 success...\r\n"), 1);
+    EXPECT_EQ(logged("UsbGunReadFun event comming...\r\n"), 2);
+    EXPECT_EQ(logged("Read len:40,real len:40 success...\r\n"), 1);
 
     UsbDevInfo_t list{};
     list.usbdev_total_count = 2;
-    const auto* raw = reinterpret_cast<const uint8_t*>(&list);
-    const Bytes rec = unx_record(0, Bytes(raw, raw + sizeof list));
+    const Bytes rec = unx_record(0, Bytes(reinterpret_cast<const uint8_t*>(&list), reinterpret_cast<const uint8_t*>(&list + 1)));
     receive(Bytes(rec.begin(), rec.begin() + 9000));
     receive(Bytes(rec.begin() + 9000, rec.end()));
     UsbDevInfo_t copy{};
     EXPECT_TRUE(lists_seen == 1 && UsbDevInfoGet(&copy) == 0 && copy.usbdev_total_count == 2);
 }
 
-TEST_F(ScannerClient, RingWrapsAndOverwritesUnreadBytesUnlessFull)
+TEST_F(ScannerClient, RingWrapsOverwritesUnreadBytesUnlessFullAndReadsAreChecked)
 {
+    uint8_t buf[8];
+    EXPECT_TRUE(UsbGunRead(buf, 8) == 0 && read_file(root_.at("/tmp/scan-client.txt")).empty());  // not logged
+    EXPECT_TRUE(UsbGunRead(buf, RING_SIZE + 1) == -1 && UsbGunRead(nullptr, 8) == -1);
+    EXPECT_EQ(logged("Paramer is error.\r\n"), 2);
     RingBuffer_t& rb = usbgun_client.rb;
     rb.pIn = rb.pOut = RING_SIZE - 10;
     receive(scan_record("wrapped!"));  // 32 bytes across the end
     EXPECT_EQ(read().substr(24), "wrapped!");
     EXPECT_TRUE(rb.pIn == 22 && rb.pOut == 22);
-    // One byte short of full: written all the same, over unread bytes.
     rb.pOut = 100;
-    rb.pIn = 98;
+    rb.pIn = 98;  // one byte short of full: written all the same, over unread bytes
     receive(scan_record("over"));
     EXPECT_EQ(rb.pIn, 98 + 28);
     rb.pIn = 99;  // full: dropped
@@ -95,20 +93,11 @@ TEST_F(ScannerClient, RingWrapsAndOverwritesUnreadBytesUnlessFull)
     EXPECT_EQ(rb.pIn, 99);
 }
 
-TEST_F(ScannerClient, ReadArgumentsAreChecked)
-{
-    uint8_t buf[8];
-    EXPECT_TRUE(UsbGunRead(buf, 8) == 0 && log().empty());  // an empty ring is not logged
-    EXPECT_TRUE(UsbGunRead(buf, RING_SIZE + 1) == -1 && UsbGunRead(nullptr, 8) == -1);
-    EXPECT_EQ(count_text(log(), "Paramer is error.\r\n"), 2);
-}
-
+// Their arrival at the service is pinned with the C client; here the bytes, the cut name and the lines.
 TEST_F(ScannerClient, SendersWriteTheThreeConfigurationRecords)
 {
-    EXPECT_TRUE(UsbGunConfigSet("Scanner", 1) == 0 && UsbGunDataTypeSet(1) == 0 && UsbGunSetRouteInfo(1, 2) == 0);  // unconnected
-    EXPECT_EQ(count_text(log(), "] Unx socket handle not init.\r\n"), 2);
-    EXPECT_EQ(count_text(log(), "] unx socket handle not init.\r\n"), 1);
-
+    EXPECT_TRUE(UsbGunConfigSet("Scanner", 1) == 0 && UsbGunDataTypeSet(1) == 0 && UsbGunSetRouteInfo(1, 2) == 0);
+    EXPECT_TRUE(logged("] Unx socket handle not init.\r\n") == 2 && logged("] unx socket handle not init.\r\n") == 1);
     int sv[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
     usbgun_client.unx_fd = sv[0];
@@ -120,7 +109,7 @@ TEST_F(ScannerClient, SendersWriteTheThreeConfigurationRecords)
     for (const std::string& line : {"Name:" + std::string(255, 'n') + ",bOn:1 success...\r\n",
                                     std::string("Data type 1 success...\r\n"),
                                     std::string("nRouteMode:1 nFixedScreen:2 success...\r\n")})
-        EXPECT_EQ(count_text(log(), line), 1) << line;
+        EXPECT_EQ(logged(line), 1) << line;
 }
 
 TEST_F(ScannerClient, SecondInitKeepsTheFirstConnection)
@@ -130,7 +119,7 @@ TEST_F(ScannerClient, SecondInitKeepsTheFirstConnection)
     const int fd = usbgun_client.unx_fd.load();
     EXPECT_GT(fd, 0);
     EXPECT_TRUE(UsbGunInit({nullptr, nullptr}) == 0 && usbgun_client.unx_fd.load() == fd);
-    EXPECT_EQ(count_text(log(), "Client Initation success...\r\n"), 2);
+    EXPECT_EQ(logged("Client Initation success...\r\n"), 2);
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+// The USB inventory: the kernel's listing parsed into a bounded list, looked up, copied and shown.
 #include "common/usb_gun/usbinfo.h"
 
 #include <gtest/gtest.h>
@@ -47,20 +48,14 @@ TEST(UsbInventory, OnlyUsbDevicesAreListedAndFoundByNamePrefix)
     EXPECT_EQ(std::tuple(kbd.vendor, kbd.product, kbd.event_index), std::tuple(0x046dU, 0xc31cU, 1));
     EXPECT_EQ(std::string(kbd.devname) + "|" + kbd.physname, "USB Keyboard|usb-musb-hdrc.1-1.1/input0");
     EXPECT_EQ(std::tuple(std::string(list.usb_desc[2].devname), list.usb_desc[2].event_index), std::tuple("Power Button", 7));
-
     EXPECT_EQ(lookup("Scanner", 0), (std::vector<int>{3, 12}));
     EXPECT_EQ(lookup("ScannerX", 0), (std::vector<int>{12}));
     EXPECT_EQ(lookup("Printer", -2), (std::vector<int>{}));
-    std::string many;  // more matches than the answer holds
-    for (int i = 0; i < 6; ++i)
-        many += listed_device(1, 1, "Scanner " + std::to_string(i), "usb-1/input0", "event" + std::to_string(i));
-    usbdev_ctrl.usbinfo = parse(many);
-    EXPECT_EQ(lookup("Scanner", 0), (std::vector<int>{0, 1, 2, 3}));
 }
 
-TEST(UsbInventory, ListHoldsThirtyTwoEntriesWithBoundedTexts)
+TEST(UsbInventory, ListAndAnswerAreBounded)
 {
-    std::string text;
+    std::string text, many;
     for (int i = 0; i < 40; ++i)
         text += listed_device(1, 2, std::string(300, 'n'), "usb-1/" + std::string(300, 'p'), "event" + std::to_string(i));
     const UsbDevInfo_t list = parse(text);
@@ -69,6 +64,10 @@ TEST(UsbInventory, ListHoldsThirtyTwoEntriesWithBoundedTexts)
     EXPECT_EQ(std::string(list.usb_desc[31].physname).size(), 255U);
     // A listing cut inside an entry ends the parse there.
     EXPECT_EQ(parse(kListing.substr(0, kListing.find("Scanner Device") + 3)).usbdev_total_count, 1);
+    for (int i = 0; i < 6; ++i)  // more matches than the answer holds
+        many += listed_device(1, 1, "Scanner " + std::to_string(i), "usb-1/input0", "event" + std::to_string(i));
+    usbdev_ctrl.usbinfo = parse(many);
+    EXPECT_EQ(lookup("Scanner", 0), (std::vector<int>{0, 1, 2, 3}));
 }
 
 TEST(UsbInventory, KernelListingIsCopiedUnderTheRootAndShown)

@@ -6,25 +6,23 @@
 #include "common/usb_gun/usblog.h"
 #include "support/scratch_root.h"
 
-namespace {
-
+// Per step: the event declared or withdrawn, then the declared event of each slot (0: free).
 TEST(WedgeScannerSlots, DeclarationsFillFourSlotsAndAreLoggedEvenWhenNothingChanges)
 {
     testsupport::ScratchRoot root;
     ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
-    struct Step {
+    const struct {
         int event;
         bool on;
-        std::vector<int> slots;  // declared event numbers, 0 for a free slot
-    };
-    const Step steps[] = {
+        std::vector<int> slots;
+    } steps[] = {
         {3, true, {3, 0, 0, 0}},  {3, true, {3, 0, 0, 0}},  // already declared
         {4, true, {3, 4, 0, 0}},  {5, true, {3, 4, 5, 0}},  {6, true, {3, 4, 5, 6}},
         {7, true, {3, 4, 5, 6}},  // a fifth scanner changes nothing
         {9, false, {3, 4, 5, 6}},  // never declared
         {4, false, {3, 0, 5, 6}}, {7, true, {3, 7, 5, 6}},  // the first free slot
     };
-    for (const Step& s : steps) {
+    for (const auto& s : steps) {
         EXPECT_EQ(UsbKbdScanGunSetEvtIndex(s.event, s.on), 0);
         std::vector<int> slots;
         for (const auto& slot : usbkbd_ctrl.kbd)
@@ -35,5 +33,3 @@ TEST(WedgeScannerSlots, DeclarationsFillFourSlotsAndAreLoggedEvenWhenNothingChan
     EXPECT_EQ(testsupport::count_text(log, "Set event7 as  ScanGun device success...\r\n"), 2);
     EXPECT_EQ(testsupport::count_text(log, "Set event9 as NOT ScanGun device success...\r\n"), 1);
 }
-
-}  // namespace

@@ -3,13 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <string>
 
 #include "support/scratch_root.h"
 
-namespace {
-
-TEST(ScannerLog, LinesCarryTimeFunctionAndLine)
+TEST(ScannerLog, LinesCarryTimeFunctionAndLineAndDumpsLeaveOutTheLastByte)
 {
     testsupport::ScratchRoot root;
     EXPECT_EQ(usblog_log_write("f", 1, "lost\r\n"), -1);  // not open yet
@@ -20,12 +17,8 @@ TEST(ScannerLog, LinesCarryTimeFunctionAndLine)
     usblog_log_dumpdata(data, 16);
     usblog_log_dumpdata(nullptr, 4);
     usblog_log_dumpdata(data, 0);
-
+    const std::regex lines(R"(^\[\d+\.\d+\]\[device_proc:42\] Insert Scan event3\.\.\.\r\n)"
+                           R"(\[\d+\.\d+\]\[usblog_log_dumpdata:\d+\] \[016\]Data:0001abff0405060708090a0b0c0d0e\r\n$)");
     const std::string text = testsupport::read_file(root.at("/tmp/scan-server.txt"));
-    const std::regex lines(
-        R"(^\[\d+\.\d+\]\[device_proc:42\] Insert Scan event3\.\.\.\r\n)"
-        R"(\[\d+\.\d+\]\[usblog_log_dumpdata:\d+\] \[016\]Data:0001abff0405060708090a0b0c0d0e\r\n$)");
     EXPECT_TRUE(std::regex_match(text, lines)) << text;
 }
-
-}  // namespace
