@@ -32,9 +32,8 @@ ScratchRoot::~ScratchRoot()
 
 std::string read_file(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream out;
-    out << in.rdbuf();
+    out << std::ifstream(path, std::ios::binary).rdbuf();
     return out.str();
 }
 
@@ -53,9 +52,8 @@ int count_text(const std::string& text, const std::string& what)
 
 bool wait_for_file_text(const std::string& path, const std::string& what, int n, std::chrono::milliseconds timeout)
 {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (count_text(read_file(path), what) < n) {
-        if (std::chrono::steady_clock::now() >= deadline)
+    for (auto end = std::chrono::steady_clock::now() + timeout; count_text(read_file(path), what) < n;) {
+        if (std::chrono::steady_clock::now() >= end)
             return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
