@@ -35,6 +35,11 @@ struct Ev {
     bool operator==(const Ev&) const = default;
 };
 std::vector<Ev> brief(const std::vector<tactord::input_event>& events);
+inline std::vector<Ev> operator+(std::vector<Ev> a, const std::vector<Ev>& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
 inline void PrintTo(const Ev& e, std::ostream* os) { *os << '{' << e.type << ',' << e.code << ',' << e.value << '}'; }
 
 }  // namespace testsupport
