@@ -2,17 +2,8 @@
 // race with writers.
 #include "msg_handle.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <memory>
-#include <thread>
-#include <vector>
-
 #include "msg_handle_internal.h"
-#include "support/held_dispatch.h"
-#include "support/log_capture.h"
-#include "support/unit_peer.h"
+#include "support/unit_common.h"
 
 namespace {
 

@@ -3,16 +3,8 @@
 // under is first come, first served.
 #include "common/client_send.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "common/fifo_mutex.h"
-#include "support/log_capture.h"
-#include "support/unit_peer.h"
+#include "support/unit_common.h"
 
 namespace {
 

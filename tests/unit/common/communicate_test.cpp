@@ -1,12 +1,7 @@
 // Socket utilities: the bounded wait on a peer that closes mid-record, and refused arguments.
 #include "common/communicate.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
-#include "support/log_capture.h"
-#include "support/unit_peer.h"
+#include "support/unit_common.h"
 
 namespace {
 

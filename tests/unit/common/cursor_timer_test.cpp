@@ -2,17 +2,12 @@
 // the cursor hide timer.
 #include "common/cursor_timer.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 
 #include "common/cursor_timer_internal.h"
 #include "common/inputdevice_manager.h"
 #include "common/screen_manager.h"
-#include "support/screen_clients.h"
+#include "support/unit_common.h"
 
 namespace {
 

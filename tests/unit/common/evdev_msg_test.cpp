@@ -2,17 +2,12 @@
 // real read errors logged (a torn read: the input-device system test).
 #include "common/evdev_msg.h"
 
-#include <gtest/gtest.h>
-#include <linux/input.h>
-
 #include <cerrno>
-#include <vector>
 
 #include "common/evdev_msg_internal.h"
 #include "common/inputdevice_manager.h"
 #include "common/inputevent_handle_internal.h"
-#include "support/log_capture.h"
-#include "support/unit_peer.h"
+#include "support/unit_common.h"
 
 namespace {
 

@@ -1,21 +1,13 @@
 // The pipeline where the IPC window matters; the rest is the system tests'.
 #include "common/inputevent_handle.h"
 
-#include <gtest/gtest.h>
-#include <linux/input.h>
-#include <unistd.h>
-
-#include <tuple>
-#include <vector>
-
 #include "common/OrvelClient.h"
 #include "common/OrvelClient_internal.h"
 #include "common/inputdevice_manager.h"
 #include "common/inputevent_handle_internal.h"
 #include "common/screen_manager.h"
 #include "common/screen_manager_internal.h"
-#include "support/scratch_root.h"
-#include "support/screen_clients.h"
+#include "support/unit_common.h"
 
 namespace {
 
@@ -68,7 +60,6 @@ protected:
 const Evs kTouchAt1024 = {{EV_ABS, ABS_X, 1024}, {EV_ABS, ABS_Y, 1024}, {EV_KEY, BTN_TOUCH, 1}, {EV_SYN, SYN_REPORT, 0}};
 const Evs kRelease = {{EV_KEY, BTN_TOUCH, 0}, {EV_SYN, SYN_REPORT, 0}};
 const Evs kFocusIn = {{27, 0, 0}, {26, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0}}, kOut = {{27, 1, 0}, {26, 1, 0}};
-
 
 TEST_F(IpcWindow, MouseEntersItWindowRelativeAndLeavesItOntoTheHost)
 {

@@ -2,16 +2,11 @@
 // formatting pass and the log file's rotation.
 #include "common/log.h"
 
-#include <gtest/gtest.h>
+#include <filesystem>
 #include <syslog.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <string>
-
 #include "common/log_internal.h"
-#include "support/log_capture.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 using testsupport::LogCapture;
 

@@ -1,16 +1,8 @@
 // The seat configuration file: ports, terminals, the grammar's refusals and capacities.
 #include "common/multi_config.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <tuple>
-
-#include "common/log.h"
 #include "common/multi_config_internal.h"
-#include "support/log_capture.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 

@@ -1,17 +1,10 @@
 // The screen model: grid moves, layouts, modes, the IPC window and refused indexes.
 #include "common/screen_manager.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <string>
-#include <tuple>
-
 #include "arm/screen_device_manager.h"
 #include "common/inputdevice_manager.h"
 #include "common/screen_manager_internal.h"
-#include "support/log_capture.h"
-#include "support/screen_clients.h"
+#include "support/unit_common.h"
 
 namespace {
 

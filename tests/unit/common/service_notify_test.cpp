@@ -2,19 +2,11 @@
 // watchdog's keep-alives, which follow the loop's passes.
 #include "common/service_notify.h"
 
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
-#include <cstdlib>
-#include <string>
-#include <thread>
 
 #include "common/cursor_timer.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 

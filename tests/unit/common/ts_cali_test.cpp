@@ -1,20 +1,11 @@
 // Touchscreen calibration: seat checks, record lifetime, the five-point fit and the transform.
 #include "common/ts_cali.h"
 
-#include <gtest/gtest.h>
-#include <linux/input.h>
-
-#include <atomic>
-#include <cstdint>
-#include <cstdlib>
-
+#include "common/evdev_msg.h"
 #include "common/inputdevice_manager.h"
 #include "common/inputevent_handle.h"
-#include "common/evdev_msg.h"
 #include "msg_handle.h"
-#include "support/held_dispatch.h"
-#include "support/log_capture.h"
-#include "support/unit_peer.h"
+#include "support/unit_common.h"
 
 namespace {
 
