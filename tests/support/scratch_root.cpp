@@ -2,7 +2,6 @@
 
 #include <stdlib.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -12,12 +11,9 @@ namespace testsupport {
 
 ScratchRoot::ScratchRoot()
 {
-    std::string tmpl = (std::filesystem::temp_directory_path() / "tactord-root-XXXXXX").string();
-    if (mkdtemp(tmpl.data()) == nullptr) {
-        std::perror("mkdtemp");
-        std::abort();
-    }
-    path_ = tmpl;
+    path_ = (std::filesystem::temp_directory_path() / "tactord-root-XXXXXX").string();
+    if (mkdtemp(path_.data()) == nullptr)
+        std::abort();  // no scratch directory: no test can run
     for (const char* dir : {"/var/log", "/tmp", "/proc"})
         std::filesystem::create_directories(path_ + dir);
     setenv("TACTORD_ROOT", path_.c_str(), 1);
