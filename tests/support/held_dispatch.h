@@ -1,6 +1,5 @@
-// One main-loop dispatch pass run on a thread of its own and held inside its
-// handler: lets a test remove or free what the pass is using while the pass
-// is provably still running.
+// One main-loop dispatch pass on a thread of its own, held inside its handler: a test removes or
+// frees what the pass uses while the pass provably still runs.
 #pragma once
 
 #include <atomic>
@@ -11,20 +10,16 @@ namespace testsupport {
 
 class HeldDispatch {
 public:
-    // Dispatches fd. Where the pass first reaches the event pipeline (or
-    // hold(), for a handler of the test's own) it waits for go(), pauses a
-    // little more and then calls touch(), standing in for the rest of the
+    // Dispatches fd; where the pass first reaches the event pipeline (or hold(), in a handler of
+    // the test's own) it waits for go(), pauses a little and calls touch() for the rest of the
     // handler's work.
     HeldDispatch(int fd, std::function<void()> touch);
     ~HeldDispatch();
     HeldDispatch(const HeldDispatch&) = delete;
     HeldDispatch& operator=(const HeldDispatch&) = delete;
 
-    // Returns once the pass is held, then lets it go on.
-    void go();
-    // True once the pass has touched and gone on.
+    void go();  // returns once the pass is held, then lets it go on
     bool finished() const { return finished_.load(); }
-    // Holds the running pass; called on the pass's thread.
     static void hold();
 
 private:

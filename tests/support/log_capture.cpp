@@ -1,7 +1,5 @@
 #include "support/log_capture.h"
 
-#include <syslog.h>
-
 #include <mutex>
 #include <thread>
 
@@ -46,24 +44,22 @@ std::vector<LogLine> LogCapture::lines() const
     return captured;
 }
 
+int LogCapture::count(const std::string& message) const
+{
+    int n = 0;
+    for (const auto& line : lines())
+        n += line.text.ends_with(message);
+    return n;
+}
+
 bool LogCapture::wait_for(const std::string& message, int times, std::chrono::milliseconds timeout) const
 {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (count(message) < times) {
-        if (std::chrono::steady_clock::now() >= deadline)
+    for (auto end = std::chrono::steady_clock::now() + timeout; count(message) < times;) {
+        if (std::chrono::steady_clock::now() >= end)
             return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
-}
-
-int LogCapture::count(const std::string& message) const
-{
-    std::lock_guard<std::mutex> guard(captured_lock);
-    int n = 0;
-    for (const auto& line : captured)
-        n += line.text.ends_with(message);
-    return n;
 }
 
 }  // namespace testsupport

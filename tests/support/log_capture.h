@@ -1,7 +1,5 @@
-// Collects the daemon's log lines for the life of the object: the logger is
-// put into syslog mode with its syslog sink replaced, so every line that
-// passes the threshold lands here with its priority and its prefix. Lines
-// may come from any thread.
+// The daemon's log lines (priority and finished text, "[TACTORD] func:line " included) for the
+// life of the object: the logger writes to a replaced syslog sink, from any thread.
 #pragma once
 
 #include <chrono>
@@ -12,7 +10,7 @@ namespace testsupport {
 
 struct LogLine {
     int priority;
-    std::string text;  // the finished line, "[TACTORD] func:line " included
+    std::string text;
 };
 
 class LogCapture {
@@ -22,18 +20,15 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    // A copy of the lines so far.
     std::vector<LogLine> lines() const;
-    // Number of lines that end with message.
+    // Lines that end with message (so far, or waited for up to timeout).
     int count(const std::string& message) const;
     bool has(const std::string& message) const { return count(message) > 0; }
-    // Waits until at least times lines end with message.
     bool wait_for(const std::string& message, int times = 1,
                   std::chrono::milliseconds timeout = std::chrono::seconds(3)) const;
 
 private:
-    int saved_level_;
-    int saved_place_;
+    int saved_level_, saved_place_;
     void (*saved_sink_)(int, const char*);
 };
 

@@ -2,7 +2,6 @@
 
 #include <stdlib.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -12,12 +11,9 @@ namespace testsupport {
 
 ScratchRoot::ScratchRoot()
 {
-    std::string tmpl = (std::filesystem::temp_directory_path() / "tactord-root-XXXXXX").string();
-    if (mkdtemp(tmpl.data()) == nullptr) {
-        std::perror("mkdtemp");
-        std::abort();
-    }
-    path_ = tmpl;
+    path_ = (std::filesystem::temp_directory_path() / "tactord-root-XXXXXX").string();
+    if (mkdtemp(path_.data()) == nullptr)
+        std::abort();  // no scratch directory: no test can run
     for (const char* dir : {"/var/log", "/tmp", "/proc"})
         std::filesystem::create_directories(path_ + dir);
     setenv("TACTORD_ROOT", path_.c_str(), 1);
@@ -32,9 +28,8 @@ ScratchRoot::~ScratchRoot()
 
 std::string read_file(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream out;
-    out << in.rdbuf();
+    out << std::ifstream(path, std::ios::binary).rdbuf();
     return out.str();
 }
 
@@ -53,9 +48,8 @@ int count_text(const std::string& text, const std::string& what)
 
 bool wait_for_file_text(const std::string& path, const std::string& what, int n, std::chrono::milliseconds timeout)
 {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (count_text(read_file(path), what) < n) {
-        if (std::chrono::steady_clock::now() >= deadline)
+    for (auto end = std::chrono::steady_clock::now() + timeout; count_text(read_file(path), what) < n;) {
+        if (std::chrono::steady_clock::now() >= end)
             return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }

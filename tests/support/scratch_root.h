@@ -1,5 +1,5 @@
-// A scratch directory set as $TACTORD_ROOT for the life of the object, with the
-// directories the daemon writes into (var/log, tmp, proc) already made.
+// A scratch directory set as $TACTORD_ROOT for the life of the object, with var/log, tmp and proc
+// made; file helpers.
 #pragma once
 
 #include <chrono>
@@ -15,24 +15,21 @@ public:
     ScratchRoot& operator=(const ScratchRoot&) = delete;
 
     const std::string& path() const { return path_; }
-    // path() + rel, rel starting with '/'.
-    std::string at(const std::string& rel) const { return path_ + rel; }
+    std::string at(const std::string& rel) const { return path_ + rel; }  // rel starts with '/'
 
 private:
     std::string path_;
 };
 
-// Whole contents of a file, empty when it cannot be read.
-std::string read_file(const std::string& path);
+std::string read_file(const std::string& path);  // empty when unreadable
 void write_file(const std::string& path, const std::string& text);
-// Occurrences of what in text.
 int count_text(const std::string& text, const std::string& what);
-// Waits (polling) until the file holds what at least n times.
+// Polls until the file holds what at least n times.
 bool wait_for_file_text(const std::string& path, const std::string& what, int n = 1,
                         std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
-// The reference seat file: screen 0 has the main touchscreen port (seat 5)
-// and seat 1, screen 1 has seat 2.
+// The reference seat file: screen 0 has the main touchscreen port (seat 5) and seat 1, screen 1
+// has seat 2.
 extern const char* const kExamplePortConf;
 // Writes text as dir/port.conf, making dir; returns the file's path.
 std::string write_port_conf(const std::string& dir, const std::string& text = kExamplePortConf);

@@ -1,9 +1,5 @@
 #include "support/screen_clients.h"
 
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <csignal>
 #include <cstring>
 
@@ -15,41 +11,20 @@ namespace testsupport {
 
 ScreenClients::ScreenClients(std::vector<int> connect)
 {
-    // A client end closed early must not end the test with SIGPIPE.
-    signal(SIGPIPE, SIG_IGN);
+    signal(SIGPIPE, SIG_IGN);  // a client end closed early must not end the test
     screen_model_reset();
     input_init();
     for (int s : connect) {
-        int sv[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0)
-            continue;
-        fcntl(sv[1], F_SETFL, O_NONBLOCK);
-        daemon_[s] = sv[0];
-        client_[s] = sv[1];
-        gs_clients[s].store(sv[0]);
+        pair_[s] = std::make_unique<UnitPeer>();
+        gs_clients[s].store(pair_[s]->daemon);
     }
 }
 
 ScreenClients::~ScreenClients()
 {
-    for (int s = 0; s < 3; ++s) {
-        gs_clients[s].store(0);
-        if (daemon_[s] >= 0)
-            close(daemon_[s]);
-        if (client_[s] >= 0)
-            close(client_[s]);
-    }
+    for (auto& c : gs_clients)
+        c.store(0);
     screen_model_reset();
-}
-
-std::vector<uint8_t> ScreenClients::bytes(int screen)
-{
-    std::vector<uint8_t> out;
-    uint8_t buf[512];
-    ssize_t n = 0;
-    while (client_[screen] >= 0 && (n = read(client_[screen], buf, sizeof buf)) > 0)
-        out.insert(out.end(), buf, buf + n);
-    return out;
 }
 
 std::vector<tactord::input_event> ScreenClients::events(int screen)

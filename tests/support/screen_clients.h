@@ -1,50 +1,45 @@
-// Stand-ins for the display clients of the unit tests: one socket pair per
-// screen, the daemon's end registered in gs_clients, the client's end read
-// back here. The screen model is reset and its lock-key tables filled on
-// construction, and everything is put back on destruction.
+// Display clients of the unit tests: one socket pair per connected screen, the daemon's end in
+// gs_clients; the screen model is reset (lock-key tables filled) now and again at the end.
 #pragma once
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <vector>
 
 #include "common/tactord_types.h"
+#include "support/unit_peer.h"
 
 namespace testsupport {
 
 class ScreenClients {
 public:
-    // Screens listed in connect get a client; the others stay unconnected.
     explicit ScreenClients(std::vector<int> connect = {0, 1});
     ~ScreenClients();
     ScreenClients(const ScreenClients&) = delete;
     ScreenClients& operator=(const ScreenClients&) = delete;
 
-    // Everything the screen's client has received so far, as 16-byte events.
+    // What the screen's client has received so far, as 16-byte events or raw bytes.
     std::vector<tactord::input_event> events(int screen);
-    // Raw bytes received so far.
-    std::vector<uint8_t> bytes(int screen);
-    // The daemon's end of the screen's pair (-1 when not connected).
-    int daemon_fd(int screen) const { return daemon_[screen]; }
+    std::vector<uint8_t> bytes(int screen) { return pair_[screen] ? pair_[screen]->drain() : std::vector<uint8_t>{}; }
+    int daemon_fd(int screen) const { return pair_[screen] ? pair_[screen]->daemon : -1; }
 
 private:
-    std::array<int, 3> daemon_{-1, -1, -1};
-    std::array<int, 3> client_{-1, -1, -1};
+    std::array<std::unique_ptr<UnitPeer>, 3> pair_;
 };
 
 // (type, code, value) of each event, for compact expectations.
 struct Ev {
-    int type;
-    int code;
-    int value;
+    int type, code, value;
     bool operator==(const Ev&) const = default;
 };
 std::vector<Ev> brief(const std::vector<tactord::input_event>& events);
-inline void PrintTo(const Ev& e, std::ostream* os)
+inline std::vector<Ev> operator+(std::vector<Ev> a, const std::vector<Ev>& b)
 {
-    *os << '{' << e.type << ',' << e.code << ',' << e.value << '}';
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
 }
+inline void PrintTo(const Ev& e, std::ostream* os) { *os << '{' << e.type << ',' << e.code << ',' << e.value << '}'; }
 
 }  // namespace testsupport

@@ -1,16 +1,9 @@
+// The monitor list: refusals, its cap, removal order, dispatch order and its waits, and walks that
+// race with writers.
 #include "msg_handle.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <thread>
-#include <vector>
-
 #include "msg_handle_internal.h"
-#include "support/held_dispatch.h"
-#include "support/log_capture.h"
+#include "support/unit_common.h"
 
 namespace {
 
@@ -23,21 +16,14 @@ int record_call(void* para)
 int other_handler(void*) { return 1; }
 int self_fd;
 
-// Read ends of pipes are the watched descriptors; a written byte makes one ready.
+// Daemon ends of socket pairs are the watched descriptors; a byte from the peer makes one ready.
 class MonitorList : public testing::Test {
 protected:
-    ~MonitorList() override
-    {
-        for (int fd : fds_)
-            close(fd);
-    }
     int make_fd(bool readable = true)
     {
-        int p[2];
-        EXPECT_EQ(pipe(p), 0);
-        fds_.insert(fds_.end(), {p[0], p[1]});
-        EXPECT_TRUE(!readable || write(p[1], "x", 1) == 1);
-        return p[0];
+        peers_.push_back(std::make_unique<testsupport::UnitPeer>());
+        EXPECT_TRUE(!readable || peers_.back()->put("x", 1));
+        return peers_.back()->daemon;
     }
     std::vector<int> listed() const
     {
@@ -58,27 +44,23 @@ protected:
         return calls;
     }
     testsupport::LogCapture log;
-    std::vector<int> fds_;
+    std::vector<std::unique_ptr<testsupport::UnitPeer>> peers_;
     int one = 1, two = 2, three = 3, four = 4;
 };
 
-TEST_F(MonitorList, BadArgumentsAreRefusedAndAddedDescriptorsBecomeNonBlocking)
-{
-    const int fd = make_fd();
-    EXPECT_EQ(add_monitor_handle(0, record_call, &one), -1);
-    EXPECT_EQ(add_monitor_handle(-4, record_call, &one), -1);
-    EXPECT_EQ(add_monitor_handle(fd, nullptr, &one), -1);
-    EXPECT_EQ(remove_monitor_handle(0), -1);
-    EXPECT_TRUE(log.count("add_fd_list para error\n") == 4 && event_num == 0);
-    ASSERT_EQ(add_monitor_handle(fd, record_call, nullptr), 0);
-    EXPECT_TRUE(fcntl(fd, F_GETFL) & O_NONBLOCK);
-}
-
-TEST_F(MonitorList, ReAddReplacesInPlaceButAFullListRefusesEvenThat)
+// Added descriptors become non-blocking; a re-add replaces in place, but a full list refuses
+// even that.
+TEST_F(MonitorList, AddRefusesBadArgumentsAndAFullListAndReplacesInPlace)
 {
     std::vector<int> added = {make_fd(false), make_fd(false)};
+    EXPECT_EQ(add_monitor_handle(0, record_call, &one), -1);
+    EXPECT_EQ(add_monitor_handle(-4, record_call, &one), -1);
+    EXPECT_EQ(add_monitor_handle(added[0], nullptr, &one), -1);
+    EXPECT_EQ(remove_monitor_handle(0), -1);
+    EXPECT_TRUE(log.count("add_fd_list para error\n") == 4 && event_num == 0);
     for (int fd : added)
-        add_monitor_handle(fd, record_call, &one);
+        ASSERT_EQ(add_monitor_handle(fd, record_call, &one), 0);
+    EXPECT_TRUE(fcntl(added[0], F_GETFL) & O_NONBLOCK);
     ASSERT_EQ(add_monitor_handle(added[0], other_handler, &two), 0);
     EXPECT_EQ(listed(), added);
     EXPECT_TRUE(monitor_entry(0).handle == &other_handler && monitor_entry(0).para == &two);
@@ -115,6 +97,7 @@ TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescri
     EXPECT_TRUE(max_fd == c && !FD_ISSET(c, &set));  // the highest never shrinks
 }
 
+// Ready entries are called in order; one moved into a removed one's place waits for the next pass.
 TEST_F(MonitorList, DispatchCallsReadyEntriesInOrderAndAnEntryMovedIntoARemovedOnesPlaceWaits)
 {
     self_fd = make_fd();

@@ -1,22 +1,14 @@
 // Remote-screen frames, the receive parser, and the link to a fake agent.
 #include "common/OrvelClient.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cstring>
-#include <vector>
-
 #include "common/OrvelClient_internal.h"
 #include "common/inputdevice_manager.h"
 #include "common/screen_manager.h"
 #include "common/screen_manager_internal.h"
 #include "common/send_event.h"
-#include "support/log_capture.h"
 #include "support/remote_link.h"
 #include "support/scanner.h"
-#include "support/screen_clients.h"
+#include "support/unit_common.h"
 
 namespace {
 
@@ -27,11 +19,10 @@ using testsupport::operator+;
 using Bytes = std::vector<uint8_t>;
 using namespace std::chrono_literals;
 
-// A frame as 32-bit words.
 std::vector<uint32_t> words(const Bytes& frame)
 {
     std::vector<uint32_t> w(frame.size() / 4);
-    if (!w.empty())  // memcpy from an empty vector's null data is undefined
+    if (!w.empty())  // memcpy from a null pointer is undefined
         std::memcpy(w.data(), frame.data(), w.size() * 4);
     return w;
 }
@@ -76,10 +67,9 @@ TEST(IpcLink, CommandsRefusedUnconnectedAndFramedWhenConnected)
     EXPECT_EQ(getIpcHanle(), 0);
     EXPECT_EQ(getIPCWinSize(getIpcHanle()), -1);
     EXPECT_EQ(getIPCVersion(getIpcHanle()), -1);
-    int refused = 0;
-    for (const auto& line : log.lines())
-        refused += line.text.find("Get win size error, no is ") != std::string::npos;
-    EXPECT_EQ(refused, 2);
+    const auto lines = log.lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](auto& l) { return l.text.find("Get win size error, no is ") != std::string::npos; }),
+              2);
     tactord::input_event move{0, 0, 3, 0, 10};
     EXPECT_EQ(sendToIPC(7, &move), -1);
     uint8_t small[39];
@@ -156,14 +146,13 @@ TEST(IpcReceive, FramesAreResynchronisedSplicedAndBounded)
         screen_model_reset();
         gs_ipc_mode.store(c.ipc_mode);
         gs_ipcTick.store(1);
-        int sv[2];
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
-        for (std::size_t i = 0; i < c.reads.size(); ++i) {
-            ASSERT_EQ(write(sv[1], c.reads[i].data(), c.reads[i].size()), static_cast<ssize_t>(c.reads[i].size()));
-            EXPECT_EQ(ipcMsgHandle(reinterpret_cast<void*>(intptr_t{sv[0]})), i + 1 == c.reads.size() ? c.last : 0);
+        {
+            testsupport::UnitPeer agent;
+            for (std::size_t i = 0; i < c.reads.size(); ++i) {
+                ASSERT_TRUE(agent.put(c.reads[i].data(), c.reads[i].size()));
+                EXPECT_EQ(ipcMsgHandle(reinterpret_cast<void*>(intptr_t{agent.daemon})), i + 1 == c.reads.size() ? c.last : 0);
+            }
         }
-        close(sv[0]);
-        close(sv[1]);
         EXPECT_EQ(getIpcExtScrExist(), c.ext);
         EXPECT_EQ(ipcVersion(), c.version);
         EXPECT_EQ(gs_ipcTick.load(), c.tick);

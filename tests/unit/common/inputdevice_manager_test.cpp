@@ -1,31 +1,17 @@
+// The device registry (seats, chains, the non-USB and hub tables, removal while a pass runs) and
+// the screen clients' registration; device nodes are files of a scratch directory.
 #include "common/inputdevice_manager.h"
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <linux/input.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <string>
 
 #include "common/cursor_timer_internal.h"
 #include "common/inputdevice_manager_internal.h"
 #include "common/inputevent_handle.h"
-#include "common/log.h"
 #include "common/multi_config.h"
 #include "common/ts_cali.h"
 #include "msg_handle_internal.h"
-#include "support/held_dispatch.h"
-#include "support/log_capture.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 
-// Device nodes are plain files of a scratch directory.
 class Registry : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_EQ(config_init(testsupport::write_port_conf(root_.path()).c_str()), 0); }
@@ -51,24 +37,23 @@ protected:
     testsupport::LogCapture log{LEVEL_DEBUG};
 };
 
+// The same node again is refused; another node of the device is chained; all go together.
 TEST_F(Registry, MainTouchscreenIsHeldOnceAndItsRecordGoesWithIt)
 {
-    ASSERT_EQ(add("usb-musb-hdrc.0-1/input0\n", 3, INPUT_TYPE_TOUCHSCREEN, 1), 0);
+    const std::string port = "usb-musb-hdrc.0-1/input0\n";
+    ASSERT_EQ(add(port, 3, INPUT_TYPE_TOUCHSCREEN, 1), 0);
     const _InputDev* ts = get_input_info(5);
     ASSERT_TRUE(ts != nullptr && ts->usb == 1 && ts->need_cali == 1 && ts_get_private_data(5) != nullptr);
     EXPECT_EQ(monitor_entry(0).fd, ts->fd);
-    // The same node again is refused; another node of the device is chained.
-    EXPECT_EQ(add("usb-musb-hdrc.0-1/input0\n", 3, INPUT_TYPE_TOUCHSCREEN, 1), -1);
-    ASSERT_EQ(add("usb-musb-hdrc.0-1/input0\n", 4, INPUT_TYPE_TOUCHSCREEN, 1), 0);
+    EXPECT_EQ(add(port, 3, INPUT_TYPE_TOUCHSCREEN, 1), -1);
+    ASSERT_EQ(add(port, 4, INPUT_TYPE_TOUCHSCREEN, 1), 0);
     EXPECT_EQ(chain_length(5), 2);
     for (_InputDev* d = get_input_info(5); d != nullptr; d = d->next.load())
         ASSERT_NE(GetDownSendInfo(d), nullptr);
-
-    ASSERT_EQ(handle_remove_device("usb-musb-hdrc.0-1/input0\n"), 0);
+    ASSERT_EQ(handle_remove_device(port.c_str()), 0);
     for (const DownSendInfo& info : downSendInfoArray)
         EXPECT_EQ(info.dev.load(), nullptr);  // the chained one's too
-    EXPECT_TRUE(get_input_info(5) == nullptr && ts_get_private_data(5) == nullptr);
-    EXPECT_EQ(event_num.load(), 0);
+    EXPECT_TRUE(get_input_info(5) == nullptr && ts_get_private_data(5) == nullptr && event_num.load() == 0);
 }
 
 TEST_F(Registry, DevicesBehindAHubAreExternDevicesRemovedAloneAndHeldUpToFifteen)
@@ -76,54 +61,54 @@ TEST_F(Registry, DevicesBehindAHubAreExternDevicesRemovedAloneAndHeldUpToFifteen
     ASSERT_EQ(add("usb-musb-hdrc.1-1.2/input0\n", 1, INPUT_TYPE_KEYBOARD), 0);
     ASSERT_EQ(add("usb-musb-hdrc.1-1.2.3/input0\n", 2, INPUT_TYPE_MOUSE), 0);
     ASSERT_EQ(add("usb-musb-hdrc.1-1.2.4/input0\n", 3, INPUT_TYPE_KEYBOARD), 0);
-    ASSERT_EQ(count_exusb_input.load(), 2);
-    EXPECT_TRUE(chain_length(2) == 1 && gs_cursor[1].usb_num.load() == 1);
-
+    EXPECT_TRUE(count_exusb_input.load() == 2 && chain_length(2) == 1 && gs_cursor[1].usb_num.load() == 1);
     ASSERT_EQ(handle_remove_device("usb-musb-hdrc.1-1.2.3/input0\n"), 0);
     EXPECT_EQ(count_exusb_input.load(), 1);
     EXPECT_STREQ(extern_input[0].load()->path, "usb-musb-hdrc.1-1.2.4/input0\n");
     EXPECT_TRUE(extern_input[1].load() == nullptr && chain_length(2) == 1 && gs_cursor[1].usb_num.load() == 0);
     EXPECT_EQ(handle_remove_device("usb-musb-hdrc.1-1.2.9/input0\n"), -1);
-
     for (int i = 1; i < EXTERN_INPUT_MAX; ++i)
         ASSERT_EQ(add("usb-musb-hdrc.1-1.2.1" + std::to_string(i) + "/input0\n", 3 + i, INPUT_TYPE_UNKNOWN), 0);
     EXPECT_EQ(add("usb-musb-hdrc.1-1.2.5/input0\n", 30, INPUT_TYPE_UNKNOWN), -1);
     EXPECT_TRUE(count_exusb_input.load() == EXTERN_INPUT_MAX && log.has("Extern usb input list is full\n"));
 }
 
+// Removal by kernel path, which the record lacks: the record stays, the touchscreen data goes.
 TEST_F(Registry, BoardPanelIsANonUsbInputAndTheSixteenthIsRefused)
 {
     ASSERT_EQ(add("board-tsc/input0\n", 0, INPUT_TYPE_TOUCHSCREEN, 1), 0);
     const _InputDev* panel = nonusb_input[0].load();
     ASSERT_NE(panel, nullptr);
-    EXPECT_STREQ(panel->path, "non_usb_path");
-    EXPECT_STREQ(panel->name, "touchscreen_main");
+    EXPECT_TRUE(!strcmp(panel->path, "non_usb_path") && !strcmp(panel->name, "touchscreen_main"));
     EXPECT_TRUE(panel->usb == 0 && panel->seat == -1 && ts_get_private_data(0) != nullptr);
     EXPECT_TRUE(log.has("non usb input,path:board-tsc/input0\n\n"));  // the phys text keeps its line feed
-
     for (int i = 1; i < NONUSB_INPUT_MAX; ++i)
         ASSERT_EQ(add("board-keys/input0\n", i, INPUT_TYPE_KEYBOARD), 0);
     EXPECT_EQ(add("board-keys/input0\n", 15, INPUT_TYPE_KEYBOARD), -1);
     EXPECT_TRUE(log.has("Non usb input list is full\n"));
-    // Removal by kernel path, which the record lacks: the record stays, the touchscreen data goes.
     EXPECT_EQ(handle_remove_device("board-tsc/input0\n"), -1);
     EXPECT_TRUE(count_nonusb_input.load() == NONUSB_INPUT_MAX && ts_get_private_data(0) == nullptr);
     EXPECT_EQ(handle_remove_device("non_usb_path"), 0);
     EXPECT_EQ(count_nonusb_input.load(), NONUSB_INPUT_MAX - 1);
 }
 
-TEST_F(Registry, UnopenableNodeIsKeptWithoutADescriptor)
+// The -1 of a failed open reaches the monitor list, which refuses it; unknown actions do nothing.
+TEST_F(Registry, BadArgumentsAreRefusedAndAnUnopenableNodeIsKeptWithoutADescriptor)
 {
+    EXPECT_EQ(handle_add_device(nullptr, "null", "/dev/event1", 1, 0), -1);
+    EXPECT_EQ(handle_remove_device(nullptr), -1);
+    EXPECT_EQ(log.count("para is error\n"), 2);
+    const _HotDev hot{"x", "null", "/dev/event1", 1, 0};
+    EXPECT_EQ(do_action(7, &hot), 0);
     ASSERT_EQ(handle_add_device("usb-musb-hdrc.1-1.2/input0\n", "null", "/nonexistent/event7", INPUT_TYPE_MOUSE, 0), 0);
     EXPECT_TRUE(get_input_info(2)->fd < 1 && event_num.load() == 0 && gs_cursor[1].usb_num.load() == 0);
     EXPECT_TRUE(log.has("Unable to open evdev device \"/nonexistent/event7\".\n"));
-    // The -1 of the failed open reaches the monitor list, which refuses it.
     EXPECT_EQ(handle_remove_device("usb-musb-hdrc.1-1.2/input0\n"), 0);
     EXPECT_TRUE(log.has("add_fd_list para error\n"));
 }
 
-// Seats outside the 15-entry table count as on no configured port; of two rows sharing
-// seat 3, the first prefix longer than the path is not read past the path's end.
+// Seats outside the 15-entry table count as on no configured port; of two rows sharing seat 3,
+// the first prefix, longer than the path, is not read past the path's end.
 TEST_F(Registry, SeatsOutsideTheTableAndLongerPrefixesIndexAndReadNothingBeyond)
 {
     const std::string conf = testsupport::write_port_conf(
@@ -132,15 +117,13 @@ TEST_F(Registry, SeatsOutsideTheTableAndLongerPrefixesIndexAndReadNothingBeyond)
     ASSERT_EQ(config_init(conf.c_str()), 0);
     int n = 10;
     for (const char* port : {"usb-x/input0", "usb-y/input0", "usb-z/input0", "usb-w/input0", "usb-x.2/input0"}) {
-        SCOPED_TRACE(port);
         const int before = count_nonusb_input.load();
-        ASSERT_EQ(add(port, ++n, INPUT_TYPE_TOUCHSCREEN, 1), 0);
-        ASSERT_EQ(count_nonusb_input.load(), before + 1);
-        EXPECT_LE(nonusb_input[before].load()->seat, 0);
-        EXPECT_EQ(handle_remove_device(port), -1);  // like any non-USB node
+        ASSERT_EQ(add(port, ++n, INPUT_TYPE_TOUCHSCREEN, 1), 0) << port;
+        ASSERT_EQ(count_nonusb_input.load(), before + 1) << port;
+        EXPECT_LE(nonusb_input[before].load()->seat, 0) << port;
+        EXPECT_EQ(handle_remove_device(port), -1) << port;  // like any non-USB node
     }
-    // Exactly as long as the path, so a read past it leaves the allocation.
-    const std::unique_ptr<char, decltype(&std::free)> path(strdup("usb-a.1-1"), &std::free);
+    const std::unique_ptr<char, decltype(&std::free)> path(strdup("usb-a.1-1"), &std::free);  // exactly as long
     ASSERT_EQ(handle_add_device(path.get(), "null", node(1).c_str(), INPUT_TYPE_KEYBOARD, 0), 0);
     EXPECT_EQ(chain_length(3), 1);
     EXPECT_EQ(handle_remove_device(path.get()), 0);
@@ -164,14 +147,12 @@ TEST_F(Registry, ADeviceRemovedWhileItsHandlerRunsLivesUntilThePassEnds)
         testsupport::HeldDispatch pass(dev->fd, [&] { fd.store(dev->fd); });
         pass.go();
         ASSERT_EQ(handle_remove_device("usb-musb-hdrc.1-1.2/input0"), 0);
-        EXPECT_TRUE(pass.finished());
-        EXPECT_GT(fd.load(), 0);
+        EXPECT_TRUE(pass.finished() && fd.load() > 0);
     }
     close(writer);
 }
 
-// Seat and calibration flag as the record stood when handed to the main loop.
-std::pair<int, int> published{0, 0};
+std::pair<int, int> published{0, 0};  // seat and calibration flag as handed to the main loop
 
 TEST_F(Registry, ARecordIsCompleteBeforeTheMainLoopCanReachIt)
 {
@@ -187,28 +168,19 @@ TEST_F(Registry, ARecordIsCompleteBeforeTheMainLoopCanReachIt)
     monitor_add_observer = nullptr;
 }
 
-TEST_F(Registry, BadArgumentsAndActions)
-{
-    EXPECT_EQ(handle_add_device(nullptr, "null", "/dev/event1", 1, 0), -1);
-    EXPECT_EQ(handle_remove_device(nullptr), -1);
-    EXPECT_EQ(log.count("para is error\n"), 2);
-    const _HotDev hot{"x", "null", "/dev/event1", 1, 0};
-    EXPECT_EQ(do_action(7, &hot), 0);
-}
-
+// A screen is registered once, by a descriptor above 0; the main screen's close answers -1.
 TEST(ScreenClients, RegistrationAndClose)
 {
     testsupport::LogCapture log;
     EXPECT_EQ(handle_inputsys_init(1, 7), 0);
-    EXPECT_EQ(handle_inputsys_init(1, 7), -1);
-    EXPECT_EQ(handle_inputsys_init(3, 8), -1);
-    EXPECT_EQ(handle_inputsys_init(0, 0), -1);
+    for (auto [screen, fd] : {std::pair{1, 7}, {3, 8}, {0, 0}})
+        EXPECT_EQ(handle_inputsys_init(screen, fd), -1) << screen;
     EXPECT_EQ(log.count("handle_inputsys_init para error\n"), 2);
     EXPECT_EQ(handle_inputsys_init(0, 9), 0);
     EXPECT_TRUE(find_index_by_fd(7) == 1 && find_index_by_fd(9) == 0 && find_index_by_fd(11) == -1);
     EXPECT_EQ(handle_inputsys_close(11), -1);
     EXPECT_EQ(handle_inputsys_close(7), 0);
-    EXPECT_EQ(handle_inputsys_close(9), -1);  // the main screen's close answers -1
+    EXPECT_EQ(handle_inputsys_close(9), -1);
     EXPECT_TRUE(gs_clients[0].load() == 0 && gs_clients[1].load() == 0 && log.has("Main screen closed\n"));
 }
 

@@ -1,9 +1,6 @@
 #include "common/root_path.h"
 
-#include <gtest/gtest.h>
-#include <stdlib.h>
-
-#include <cstring>
+#include "support/unit_common.h"
 
 namespace {
 

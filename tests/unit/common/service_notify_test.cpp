@@ -1,20 +1,12 @@
-// Notifications to a service manager: the keep-alive period the environment
-// asks for, and the watchdog's keep-alives, which follow the loop's passes.
+// Notifications to a service manager: the keep-alive period the environment asks for, and the
+// watchdog's keep-alives, which follow the loop's passes.
 #include "common/service_notify.h"
 
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
-#include <cstdlib>
-#include <string>
-#include <thread>
 
 #include "common/cursor_timer.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 
@@ -26,8 +18,8 @@ TEST(ServiceNotify, KeepAlivesAreAskedForByAWholePeriodAddressedToThisProcess)
     const struct {
         const char *usec, *pid;
         long long interval;
-    } cases[] = {{"", "", 0},        {"10000000", "", 5000000}, {"10000000", self.c_str(), 5000000},
-                 {"10000000", "1", 0}, {"-4", "", 0},           {"12x", "", 0}};
+    } cases[] = {{"", "", 0}, {"10000000", "", 5000000}, {"10000000", self.c_str(), 5000000},
+                 {"10000000", "1", 0}, {"-4", "", 0}, {"12x", "", 0}};
     for (const auto& c : cases) {
         setenv("WATCHDOG_USEC", c.usec, 1);
         setenv("WATCHDOG_PID", c.pid, 1);
@@ -35,8 +27,8 @@ TEST(ServiceNotify, KeepAlivesAreAskedForByAWholePeriodAddressedToThisProcess)
     }
 }
 
-// They stop a few seconds after the counter stands still (the abort is far
-// off here) and come again when it moves.
+// They stop a few seconds after the counter stands still (the abort is far off here) and come
+// again when it moves.
 TEST(ServiceNotify, TheWatchdogKeepsAliveOnlyWhileTheLoopPasses)
 {
     EXPECT_EQ(service_notify("READY=1"), 0);  // no manager asked
@@ -44,8 +36,7 @@ TEST(ServiceNotify, TheWatchdogKeepsAliveOnlyWhileTheLoopPasses)
     EXPECT_EQ(service_notify("READY=1"), -1);
     testsupport::ScratchRoot scratch;
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
+    sockaddr_un addr{AF_UNIX, {}};
     scratch.at("/notify").copy(addr.sun_path, sizeof addr.sun_path - 1);
     ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
     setenv("NOTIFY_SOCKET", addr.sun_path, 1);

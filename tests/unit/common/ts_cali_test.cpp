@@ -1,20 +1,11 @@
 // Touchscreen calibration: seat checks, record lifetime, the five-point fit and the transform.
 #include "common/ts_cali.h"
 
-#include <gtest/gtest.h>
-#include <linux/input.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cstdint>
-#include <cstdlib>
-
+#include "common/evdev_msg.h"
 #include "common/inputdevice_manager.h"
 #include "common/inputevent_handle.h"
-#include "common/evdev_msg.h"
 #include "msg_handle.h"
-#include "support/held_dispatch.h"
-#include "support/log_capture.h"
+#include "support/unit_common.h"
 
 namespace {
 
@@ -24,23 +15,21 @@ TEST(TouchscreenData, ARecordReplacedOrFreedDuringTheEventPipelineLivesUntilTheP
         SCOPED_TRACE(replace ? "replaced" : "freed");
         ASSERT_EQ(ts_set_private_data(0, new ts_priv_data_s{}), 0);
         const ts_priv_data_s* held = ts_get_private_data(0);
-        int p[2];
+        testsupport::UnitPeer node;
         const ::input_event raw{};
-        ASSERT_TRUE(pipe(p) == 0 && write(p[1], &raw, sizeof raw) == static_cast<ssize_t>(sizeof raw));
+        ASSERT_TRUE(node.put(&raw, sizeof raw));
         _InputDev dev;
-        dev.fd = p[0];
-        ASSERT_EQ(add_monitor_handle(p[0], EvdevReadInput, &dev), 0);
+        dev.fd = node.daemon;
+        ASSERT_EQ(add_monitor_handle(node.daemon, EvdevReadInput, &dev), 0);
         {
             std::atomic<int> mode{-1};
-            testsupport::HeldDispatch pass(p[0], [&] { mode.store(held->mode.load()); });
+            testsupport::HeldDispatch pass(node.daemon, [&] { mode.store(held->mode.load()); });
             pass.go();
             replace ? void(ts_set_private_data(0, new ts_priv_data_s{})) : ts_free_private_data(0);
             EXPECT_TRUE(pass.finished() && mode.load() == 0);
         }
-        remove_monitor_handle(p[0]);
+        remove_monitor_handle(node.daemon);
         ts_free_private_data(0);
-        close(p[0]);
-        close(p[1]);
     }
 }
 
@@ -73,6 +62,7 @@ void expect_near(const std::array<int, 7>& got, const std::array<int, 7>& want, 
     for (int i = 0; i < 7; ++i)
         EXPECT_NEAR(got[i], want[i], tol) << "p" << i;
 }
+using XY = std::pair<int, int>;
 
 TEST(Calibration, IdentityAndAffineTransformsAreRecovered)
 {
@@ -142,24 +132,23 @@ TEST(Calibration, ConvertTakesParametersThenTheSeatRowThenTheDefault)
     testsupport::LogCapture log;
     const std::array<int, 7> own = {65536 * 10, 65536, 0, 0, 0, 65536, 65536};
     const std::array<int, 7> none{};
-    int x = 0, y = 0;
-    coordinate_convert(3, 5, 6, own.data(), &x, &y);
-    EXPECT_EQ(std::make_pair(x, y), std::make_pair(15, 6));
+    const std::array<int, 7> wide = {0, 1 << 30, 0, INT32_MAX, INT32_MIN, INT32_MIN, 1};
+    std::array<int, 7> wide_neg = wide;
+    wide_neg[6] = -1;
     cal_param_dat[3] = {0, 2 * 65536, 0, 0, 0, 3 * 65536, 65536};
-    coordinate_convert(3, 5, 6, none.data(), &x, &y);
-    EXPECT_EQ(std::make_pair(x, y), std::make_pair(10, 18));
-    coordinate_convert(4, 2048, 2048, none.data(), &x, &y);  // all-zero parameters: the default
-    EXPECT_EQ(std::make_pair(x, y), std::make_pair(412, 309));
+    // Overflowing the int range (X) or 64 bits (Y) saturates instead of wrapping; all-zero
+    // parameters and a seat without a row take the default.
+    const std::tuple<int, XY, const std::array<int, 7>*, XY> cases[] = {
+        {3, {5, 6}, &own, {15, 6}}, {3, {5, 6}, &none, {10, 18}}, {4, {2048, 2048}, &none, {412, 309}},
+        {-1, {2048, 2048}, &none, {412, 309}}, {3, {INT32_MIN, INT32_MIN}, &wide, {INT32_MIN, INT32_MAX}},
+        {3, {INT32_MIN, INT32_MIN}, &wide_neg, {INT32_MAX, INT32_MIN}}};
+    for (auto [seat, raw, param, want] : cases) {
+        XY got;
+        coordinate_convert(seat, raw.first, raw.second, param->data(), &got.first, &got.second);
+        EXPECT_EQ(got, want) << seat << " " << raw.first;
+    }
     EXPECT_TRUE(log.has("error cali param, please calibrate again! \n"));
-    coordinate_convert(-1, 5, 6, none.data(), &x, &y);  // no row for a bad seat: the default
     cal_param_dat = {};
-    // Overflowing the int range (X) or 64 bits (Y) saturates instead of wrapping.
-    std::array<int, 7> wide = {0, 1 << 30, 0, INT32_MAX, INT32_MIN, INT32_MIN, 1};
-    coordinate_convert(3, INT32_MIN, INT32_MIN, wide.data(), &x, &y);
-    EXPECT_EQ(std::make_pair(x, y), std::make_pair(INT32_MIN, INT32_MAX));
-    wide[6] = -1;
-    coordinate_convert(3, INT32_MIN, INT32_MIN, wide.data(), &x, &y);
-    EXPECT_EQ(std::make_pair(x, y), std::make_pair(INT32_MAX, INT32_MIN));
 }
 
 }  // namespace

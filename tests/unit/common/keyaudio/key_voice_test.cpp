@@ -1,11 +1,9 @@
 #include "common/keyaudio/key_voice.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 
 #include "common/keyaudio/voicelog.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 
