@@ -50,6 +50,7 @@ bool declared(int event)
 
 class Scanner : public ::testing::Test {
 protected:
+    Scanner() { std::filesystem::create_directories(root_.at("/proc/bus/input")); }
     bool logged(const std::string& line) { return testsupport::wait_for_file_text(root_.at(SCANNER_LOG_PATH), line); }
     int log_count(const std::string& text) { return testsupport::count_text(testsupport::read_file(root_.at(SCANNER_LOG_PATH)), text); }
 
@@ -60,11 +61,7 @@ protected:
 // The readers in this process, logging as the service does.
 class ScannerReaders : public Scanner {
 protected:
-    void SetUp() override
-    {
-        std::filesystem::create_directories(root_.at("/proc/bus/input"));
-        ASSERT_EQ(usblog_init_log(SCANNER_LOG_PATH), 0);
-    }
+    void SetUp() override { ASSERT_EQ(usblog_init_log(SCANNER_LOG_PATH), 0); }
 };
 
 TEST_F(ScannerReaders, WedgeScannerIsReadWhereTheEventNodesLieUntilItGoes)
@@ -181,7 +178,6 @@ protected:
             listing += testsupport::listed_device(1, 2, node < 7 ? "Test Scanner" : "Last Scanner", "usb-1/input0",
                                                   "kbd event" + std::to_string(node));
         }
-        std::filesystem::create_directories(root_.at("/proc/bus/input"));
         testsupport::write_file(root_.at("/proc/bus/input/devices"), listing);
         daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/w"));
         eventually([this] { return std::filesystem::exists(root_.at(SCANNER_SOCKET_PATH)); }, 5s);  // the service's thread makes it

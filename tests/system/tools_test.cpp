@@ -1,7 +1,6 @@
 // tactorctl and tactord-events against the real daemon and the emulated board: each subcommand's
 // output and exit status, its refusals, the device list, LEDs and guided calibration.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <fcntl.h>
 #include <linux/input.h>
 #include <signal.h>

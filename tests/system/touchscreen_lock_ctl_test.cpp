@@ -174,41 +174,28 @@ TEST_F(TouchscreenLock, ConfigurationHappensOnceAndNeedsEveryArgument)
 TEST_F(TouchscreenLock, HeldFingerLocksOnceAndUnlocksOnlyAfterLeavingAndHoldingAgain)
 {
     DevModCfgEmulator drv;
-    ASSERT_EQ(configure(), 0);  // lock after 3 s, unlock after 2 s
-    const auto pass_at = [](time_t t) { g_now = t, touchscreen_lock_logic_process(); };
-    // Lifting the finger restarts the timing.
-    drv.set_touch(MAIN_SCREEN, 1, 150, 40);
-    pass_at(997);
-    drv.set_touch(MAIN_SCREEN, 0, 150, 40);
-    pass_at(999);
-    drv.set_touch(MAIN_SCREEN, 1, 150, 40);
-    pass_at(1000);  // timing starts
-    pass_at(1002);
-    EXPECT_TRUE(take(g_changes).empty());
-    drv.clear_requests();
-    pass_at(1003);
-    EXPECT_EQ(take(g_changes), (Changes{{0, 1}}));
-    ASSERT_EQ(codes(drv), (Codes{161, 160, 161, 161}));
-    EXPECT_TRUE(drv.requests()[1].record.id == 0 && drv.requests()[1].record.status == 0);
-
-    // Still held: no unlock however long, only locked touches.
-    take(g_touches);
-    pass_at(1010);
-    pass_at(1020);
-    EXPECT_TRUE(take(g_changes).empty());
-    EXPECT_EQ(take(g_touches), (std::vector<int>{0, 0}));
-
-    // Leave the area (finger still down: a locked touch), come back and hold.
-    drv.set_touch(MAIN_SCREEN, 1, 500, 40);
-    pass_at(1021);
-    EXPECT_EQ(take(g_touches), std::vector<int>{0});
-    drv.set_touch(MAIN_SCREEN, 1, 100, 60);  // the area's edges count
-    pass_at(1022);
-    pass_at(1023);
-    EXPECT_TRUE(take(g_changes).empty());
-    pass_at(1024);
-    EXPECT_EQ(take(g_changes), (Changes{{0, 0}}));
-    EXPECT_EQ(drv.state(MAIN_SCREEN).status, 1);
+    ASSERT_EQ(configure(), 0);  // lock after 3 s, unlock after 2 s in x 100..200, y 10..60
+    const struct {
+        int down, x, y;
+        time_t at;
+        Changes changes;
+        std::vector<int> locked_touches;
+    } steps[] = {
+        {1, 150, 40, 997, {}, {}}, {0, 150, 40, 999, {}, {}},  // lifting the finger restarts the timing
+        {1, 150, 40, 1000, {}, {}}, {1, 150, 40, 1002, {}, {}}, {1, 150, 40, 1003, {{0, 1}}, {}},
+        {1, 150, 40, 1010, {}, {0}}, {1, 150, 40, 1020, {}, {0}},  // still held: no unlock however long
+        {1, 500, 40, 1021, {}, {0}},  // out of the area, still down
+        {1, 100, 60, 1022, {}, {0}}, {1, 100, 60, 1023, {}, {0}}, {1, 100, 60, 1024, {{0, 0}}, {}},  // edges count
+    };
+    for (const auto& s : steps) {
+        drv.set_touch(MAIN_SCREEN, s.down, s.x, s.y);
+        g_now = s.at;
+        touchscreen_lock_logic_process();
+        EXPECT_EQ(take(g_changes), s.changes) << s.at;
+        EXPECT_EQ(take(g_touches), s.locked_touches) << s.at;
+        EXPECT_EQ(drv.state(MAIN_SCREEN).status, s.at >= 1003 && s.at < 1024 ? 0 : 1) << s.at;
+    }
+    EXPECT_EQ(std::ranges::count(codes(drv), 160UL), 2);  // the timed changes' writes
 }
 
 TEST_F(TouchscreenLock, MissingOrFailingDeviceGivesTheMessagesAndMinusOne)
