@@ -1,6 +1,5 @@
-// The scanner service: its readers and inventory watcher in this process against emulated wedge scanners,
-// CDC ports and event nodes; the service in the running daemon, this process its client; and a C program
-// built against the installed client library.
+// The scanner service: its readers and inventory watcher in this process against emulated devices; the service
+// in the running daemon with this process as its client; a C program built against the installed client library.
 #include <gtest/gtest.h>
 #include <fcntl.h>
 #include <linux/input.h>
@@ -17,11 +16,8 @@
 #include "common/usb_gun/unixsocket.h"
 #include "common/usb_gun/usbcdc_scanner.h"
 #include "common/usb_gun/usbgun_records.h"
-#include "common/usb_gun/usbgun_s.h"
 #include "common/usb_gun/usbgun_s_internal.h"
-#include "common/usb_gun/usbinfo.h"
 #include "common/usb_gun/usbinfo_internal.h"
-#include "common/usb_gun/usbkbd_scanner.h"
 #include "common/usb_gun/usbkbd_scanner_internal.h"
 #include "common/usb_gun/usblog.h"
 #include "common/usb_gun/usbscangun_manger.h"
@@ -182,9 +178,8 @@ protected:
         daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/w"));
         eventually([this] { return std::filesystem::exists(root_.at(SCANNER_SOCKET_PATH)); }, 5s);  // the service's thread makes it
     }
-    // The daemon's own input handling reads a key stroke (three records in one write) on node: the press
-    // reaches the focused main screen's client. A stroke played before the node is on the daemon's monitor
-    // list (again) is not seen, so it is played up to tries times.
+    // The daemon itself reads a key stroke (three records in one write) on node: the press reaches the main screen's
+    // client. A stroke played before the node is on the daemon's monitor list (again) is lost: up to tries strokes.
     bool daemon_reads(int node, int tries = 1)
     {
         using emul::ev;
