@@ -83,6 +83,9 @@ protected:
     {
         for (int i = 0; i < 3; ++i)
             ASSERT_TRUE(bed_.add(i, emul::board()[i].dev));
+        std::filesystem::create_directories(root_.at("/proc/bus/input"));  // the kernel's list, for tactorctl devices
+        testsupport::write_file(root_.at("/proc/bus/input/devices"),
+                                testsupport::listed_device(0x046d, 0xc31c, "Test Keyboard", "usb-musb-hdrc.1-1.1/input0", "kbd event2"));
         daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/work"));
         ASSERT_TRUE(daemon_->wait_for("/dev/event2 is keyboard...\n") && daemon_->wait_for("nice is "));
     }
@@ -188,6 +191,18 @@ TEST_F(Tools, EverySubcommandPrintsWhatTheDaemonDidOrWhyNot)
         {{"mode", "set", "clone", "--ipc-extern"}, 2, "needs a grid with an IPC screen (3) cell"},
         {{"--socket", root_.at("/nowhere.sock"), "version"}, 1, "control socket " + root_.at("/nowhere.sock")},
         {{"config", "check", TACTORD_SOURCE_DIR "/etc/port.conf"}, 0, "seat 5   usb-musb-hdrc.0-1"},
+        // The devices as the daemon seats them.
+        {{"devices", "--conf", conf_}, 0, "/dev/event0   touchscreen (needs calibration) \"Board Touch Panel\"       tsc/input0   "
+                                          "                -    0      no seat-file row matches: a non-USB input of screen 0; "
+                                          "calibration seat 0\n"},
+        {{"devices", "--conf", conf_}, 0, "/dev/event1   touchscreen                     \"USB Touchscreen\"         "
+                                          "usb-musb-hdrc.0-1/input0     5    0      "},
+        {{"devices", "--conf", conf_}, 0, "/dev/event2   keyboard                        \"Test Keyboard\"           "
+                                          "usb-musb-hdrc.1-1.1/input0   1    0      "},
+        {{"devices", "--json", "--conf", conf_}, 0, "{\"node\":\"/dev/event2\",\"name\":\"Test Keyboard\",\"port\":"
+                                                    "\"usb-musb-hdrc.1-1.1/input0\",\"usb_id\":\"046d:c31c\",\"type\":\"keyboard\","
+                                                    "\"needs_calibration\":false,\"handled\":true,\"seat\":1,\"screen\":0,"
+                                                    "\"calibration_seat\":null,"},
     };
     for (const Case& c : cases)
         expect_says(root_.path(), c);
@@ -227,26 +242,6 @@ TEST_F(Tools, LedRequestLightsTheScreensKeyboards)
     bed_.written(2, 3s);  // the LED the registry clears at plug-in
     ASSERT_EQ(ctl({"led", "num", "on"}).status, 0);
     EXPECT_THAT(testsupport::brief(bed_.written(2, 3s)), testing::ElementsAre(testsupport::Ev{EV_LED, LED_NUML, 1}));
-}
-
-TEST_F(Tools, DevicesListsTheBoardAsTactordSeatsIt)
-{
-    std::filesystem::create_directories(root_.at("/proc/bus/input"));
-    testsupport::write_file(root_.at("/proc/bus/input/devices"),
-                            testsupport::listed_device(0x046d, 0xc31c, "Test Keyboard", "usb-musb-hdrc.1-1.1/input0",
-                                                       "kbd event2"));
-    const ToolRun text = ctl({"devices", "--conf", conf_});
-    ASSERT_EQ(text.status, 0) << text.err;
-    for (const char* row :
-         {"/dev/event0   touchscreen (needs calibration) \"Board Touch Panel\"       tsc/input0                   -    0      "
-          "no seat-file row matches: a non-USB input of screen 0; calibration seat 0\n",
-          "/dev/event1   touchscreen                     \"USB Touchscreen\"         usb-musb-hdrc.0-1/input0     5    0      ",
-          "/dev/event2   keyboard                        \"Test Keyboard\"           usb-musb-hdrc.1-1.1/input0   1    0      "})
-        EXPECT_THAT(text.out, HasSubstr(row));
-    EXPECT_THAT(ctl({"devices", "--json", "--conf", conf_}).out,
-                HasSubstr("{\"node\":\"/dev/event2\",\"name\":\"Test Keyboard\",\"port\":\"usb-musb-hdrc.1-1.1/input0\","
-                          "\"usb_id\":\"046d:c31c\",\"type\":\"keyboard\",\"needs_calibration\":false,\"handled\":true,"
-                          "\"seat\":1,\"screen\":0,\"calibration_seat\":null,"));
 }
 
 TEST_F(Tools, CalibrateFitsFiveTargetsOnTheFramebufferAndItsTestModeShowsWhereTouchesLand)
