@@ -29,7 +29,8 @@ inline Bytes operator+(Bytes a, const Bytes& b)
 // A record: flag AA BB 77 AA, func, length (default: the payload's), payload.
 inline Bytes unx_record(uint32_t func, const Bytes& payload, int64_t length = -1)
 {
-    return Bytes{0xAA, 0xBB, 0x77, 0xAA} + words({func, static_cast<uint32_t>(length < 0 ? static_cast<int64_t>(payload.size()) : length)}) + payload;
+    const auto len = static_cast<uint32_t>(length < 0 ? static_cast<int64_t>(payload.size()) : length);
+    return Bytes{0xAA, 0xBB, 0x77, 0xAA} + words({func, len}) + payload;
 }
 // The name record's payload: bOn and the name, NUL-filled to 256.
 inline Bytes name_payload(int32_t on, const std::string& name)

@@ -38,7 +38,8 @@ TEST_F(Packaging, EachComponentInstallsItsFilesWithConfigurationInEtcForPrefixUs
 {
     const std::string lib = "./usr/" TACTORD_INSTALL_LIBDIR "/", units = "./usr/lib/systemd/system/";
     const std::pair<std::string, std::string> components[] = {
-        {"daemon", "./etc/tactord/port.conf\n" + units + "tactord-calibration.service\n" + units + "tactord.service\n./usr/sbin/tactord\n"},
+        {"daemon",
+         "./etc/tactord/port.conf\n" + units + "tactord-calibration.service\n" + units + "tactord.service\n./usr/sbin/tactord\n"},
         {"tools", "./usr/bin/tactorctl\n./usr/bin/tactord-events\n"},
         {"usbgun_c", "./usr/include/usbgun_c.h\n" + lib + "libusbgun_c.so\n" + lib + "libusbgun_c.so.1\n" + lib +
                          "libusbgun_c.so.1.0.0\n" + lib + "pkgconfig/usbgun_c.pc\n"},
@@ -83,8 +84,8 @@ TEST_F(Packaging, TheInittabLineRespawnsTheDaemonInTheDirectoryOfItsPortConf)
     const std::string workdir = scratch_.at("/etc/tactord");
     testsupport::write_port_conf(workdir);
     emul::EvdevTestbed bed;
-    const std::string command = "exec " + std::regex_replace(std::regex_replace(m[3].str(), std::regex("/usr/sbin/tactord"), TACTORD_BINARY),
-                                                             std::regex("/etc/tactord"), workdir);
+    const std::string binary = std::regex_replace(m[3].str(), std::regex("/usr/sbin/tactord"), TACTORD_BINARY);
+    const std::string command = "exec " + std::regex_replace(binary, std::regex("/etc/tactord"), workdir);
     const pid_t pid = fork();
     if (pid == 0) {
         execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));

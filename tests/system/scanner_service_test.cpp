@@ -135,9 +135,10 @@ TEST_F(ScannerClientLibrary, CProgramBuiltAgainstTheInstalledLibraryTalksToTheSe
     const auto installed =
         testsupport::run_command(TACTORD_CMAKE " --install " TACTORD_BUILD_DIR " --prefix " + stage + " --component usbgun_c");
     ASSERT_EQ(installed.second, 0) << installed.first;
-    const auto built = testsupport::run_command(
-        "export PKG_CONFIG_PATH=" + libdir + "/pkgconfig; " TACTORD_C_COMPILER " -std=c11 -pedantic -Wall -Wextra -Werror " TACTORD_C_SANITIZE
-        " " TACTORD_SOURCE_DIR "/tests/system/usbgun_c_client.c $(pkg-config --cflags --libs usbgun_c) -o " + stage + "/client");
+    const auto built = testsupport::run_command("export PKG_CONFIG_PATH=" + libdir + "/pkgconfig; " TACTORD_C_COMPILER
+                                                " -std=c11 -pedantic -Wall -Wextra -Werror " TACTORD_C_SANITIZE " " TACTORD_SOURCE_DIR
+                                                "/tests/system/usbgun_c_client.c $(pkg-config --cflags --libs usbgun_c) -o " +
+                                                stage + "/client");
     ASSERT_EQ(built.second, 0) << built.first;
     std::thread init([] { EXPECT_EQ(UsbScanGunSrvInit({on_config, nullptr}), 0); });
     auto client = std::async(std::launch::async, testsupport::run_command, "LD_LIBRARY_PATH=" + libdir + " " + stage + "/client");
@@ -209,7 +210,7 @@ protected:
     std::unique_ptr<testharness::DisplayClient> display_;
 };
 
-TEST_F(ScannerServiceInDaemon, ScansFromLentWedgeScannersReachTheClientAndGivenBackTheDaemonReadsThemAgain)
+TEST_F(ScannerServiceInDaemon, ScansFromLentWedgeScannersReachTheClientUntilGivenBack)
 {
     ASSERT_TRUE(daemon_reads(3, 5));
     ASSERT_EQ(UsbGunInit({}), 0);
