@@ -1,8 +1,10 @@
-// Scanner-socket records as bytes, built field by field for the tests of
-// both ends of the socket.
+// Scanner-socket records as bytes, built field by field for the tests of both ends of the socket.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -11,17 +13,46 @@ namespace testsupport {
 using Bytes = std::vector<uint8_t>;
 
 // Little-endian words.
-Bytes words(std::initializer_list<uint32_t> values);
-Bytes operator+(Bytes a, const Bytes& b);
+inline Bytes words(std::initializer_list<uint32_t> values)
+{
+    Bytes out;
+    for (uint32_t v : values)
+        for (int i = 0; i < 32; i += 8)
+            out.push_back(static_cast<uint8_t>(v >> i));
+    return out;
+}
+inline Bytes operator+(Bytes a, const Bytes& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
 // A record: flag AA BB 77 AA, func, length (default: the payload's), payload.
-Bytes unx_record(uint32_t func, const Bytes& payload, int64_t length = -1);
+inline Bytes unx_record(uint32_t func, const Bytes& payload, int64_t length = -1)
+{
+    const auto len = static_cast<uint32_t>(length < 0 ? static_cast<int64_t>(payload.size()) : length);
+    return Bytes{0xAA, 0xBB, 0x77, 0xAA} + words({func, len}) + payload;
+}
 // The name record's payload: bOn and the name, NUL-filled to 256.
-Bytes name_payload(int32_t on, const std::string& name);
-// The 32-bit word at offset.
-uint32_t word_at(const Bytes& b, std::size_t offset);
-
-// One line of the kernel's input-device listing.
-std::string listed_device(unsigned vendor, unsigned product, const std::string& name, const std::string& phys,
-                          const std::string& handlers);
+inline Bytes name_payload(int32_t on, const std::string& name)
+{
+    Bytes out = words({static_cast<uint32_t>(on)});
+    out.resize(4 + 256, 0);
+    std::memcpy(out.data() + 4, name.data(), std::min<std::size_t>(name.size(), 255));
+    return out;
+}
+// The little-endian 32-bit word at offset.
+inline uint32_t word_at(const Bytes& b, std::size_t offset)
+{
+    return b.at(offset) | b.at(offset + 1) << 8 | b.at(offset + 2) << 16 | uint32_t{b.at(offset + 3)} << 24;
+}
+// One entry of the kernel's input-device listing.
+inline std::string listed_device(unsigned vendor, unsigned product, const std::string& name, const std::string& phys,
+                                 const std::string& handlers)
+{
+    char ids[96];
+    std::snprintf(ids, sizeof ids, "I: Bus=0003 Vendor=%04x Product=%04x Version=0110\n", vendor, product);
+    return std::string(ids) + "N: Name=\"" + name + "\"\nP: Phys=" + phys + "\nS: Sysfs=/devices/x\nU: Uniq=\n" +
+           "H: Handlers=" + handlers + "\nB: PROP=0\nB: EV=120013\n\n";
+}
 
 }  // namespace testsupport

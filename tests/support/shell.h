@@ -9,8 +9,7 @@
 
 namespace testsupport {
 
-// Output (both streams) and exit status of command run by /bin/sh; status
-// -1 when it did not exit normally.
+// Output (both streams) and exit status of command run by /bin/sh; status -1 when it did not exit normally.
 inline std::pair<std::string, int> run_command(const std::string& command)
 {
     std::string out;

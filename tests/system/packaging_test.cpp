@@ -1,16 +1,11 @@
-// What an integrator installs and the supervisors that restart the daemon after its watchdog aborts it:
-// each component's files, the systemd units as installed, the BusyBox inittab line.
+// What an integrator installs, and the supervisors that restart the daemon after its watchdog aborts it.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <signal.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <regex>
-#include <set>
 #include <string>
 
 #include "harness/display_client.h"
@@ -22,64 +17,52 @@
 
 namespace {
 
-using namespace std::chrono_literals;
 using testing::HasSubstr;
 using testsupport::read_file;
 using testsupport::run_command;
 
-// Every file and link below dir, as paths relative to it, sorted.
-std::set<std::string> tree(const std::string& dir)
-{
-    std::set<std::string> files;
-    std::error_code ec;
-    for (const auto& e : std::filesystem::recursive_directory_iterator(dir, ec))
-        if (!e.is_directory())
-            files.insert(e.path().lexically_relative(dir).string());
-    return files;
-}
-
 // cmake --install of this build tree: empty when it worked, else its output.
 std::string install(const std::string& options, const std::string& destdir = "")
 {
-    const auto [out, status] =
-        run_command("DESTDIR='" + destdir + "' " TACTORD_CMAKE " --install " TACTORD_BUILD_DIR " " + options);
+    const auto [out, status] = run_command("DESTDIR='" + destdir + "' " TACTORD_CMAKE " --install " TACTORD_BUILD_DIR " " + options);
     return status == 0 ? "" : out;
 }
 
-TEST(Packaging, EachComponentInstallsItsFilesWithConfigurationInEtcForPrefixUsr)
+class Packaging : public testing::Test {
+protected:
+    void SetUp() override { TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator"); }
+    testsupport::ScratchRoot scratch_;
+};
+
+TEST_F(Packaging, EachComponentInstallsItsFilesWithConfigurationInEtcForPrefixUsr)
 {
-    TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator");
-    const std::string lib = "usr/" TACTORD_INSTALL_LIBDIR "/", units = "usr/lib/systemd/system/";
-    const std::map<std::string, std::set<std::string>> components = {
-        {"daemon", {"usr/sbin/tactord", "etc/tactord/port.conf", units + "tactord.service",
-                    units + "tactord-calibration.service"}},
-        {"tools", {"usr/bin/tactorctl", "usr/bin/tactord-events"}},
-        {"usbgun_c", {lib + "libusbgun_c.so", lib + "libusbgun_c.so.1", lib + "libusbgun_c.so.1.0.0",
-                      lib + "pkgconfig/usbgun_c.pc", "usr/include/usbgun_c.h"}},
+    const std::string lib = "./usr/" TACTORD_INSTALL_LIBDIR "/", units = "./usr/lib/systemd/system/";
+    const std::pair<std::string, std::string> components[] = {
+        {"daemon",
+         "./etc/tactord/port.conf\n" + units + "tactord-calibration.service\n" + units + "tactord.service\n./usr/sbin/tactord\n"},
+        {"tools", "./usr/bin/tactorctl\n./usr/bin/tactord-events\n"},
+        {"usbgun_c", "./usr/include/usbgun_c.h\n" + lib + "libusbgun_c.so\n" + lib + "libusbgun_c.so.1\n" + lib +
+                         "libusbgun_c.so.1.0.0\n" + lib + "pkgconfig/usbgun_c.pc\n"},
     };
-    testsupport::ScratchRoot scratch;
     for (const auto& [component, files] : components) {
-        const std::string dest = scratch.at("/" + component);
+        const std::string dest = scratch_.at("/" + component);
         EXPECT_EQ(install("--prefix /usr --component " + component, dest), "");
-        EXPECT_EQ(tree(dest), files) << component;
+        EXPECT_EQ(run_command("cd " + dest + " && find . ! -type d | LC_ALL=C sort").first, files) << component;
     }
-    const std::string unit = read_file(scratch.at("/daemon/") + units + "tactord.service");
+    const std::string unit = read_file(scratch_.at("/daemon/") + units + "tactord.service");
     EXPECT_THAT(unit, HasSubstr("WorkingDirectory=/etc/tactord\n"));
     EXPECT_THAT(unit, HasSubstr("ExecStart=/usr/sbin/tactord -p 1\n"));
-    EXPECT_THAT(read_file(scratch.at("/daemon/") + units + "tactord-calibration.service"),
+    EXPECT_THAT(read_file(scratch_.at("/daemon/") + units + "tactord-calibration.service"),
                 HasSubstr("ExecStart=/usr/bin/tactorctl calibration restore /etc/tactord/calibration.conf\n"));
 }
 
-TEST(Packaging, TheInstalledUnitsVerifyWithTheInstalledPathsAndTheStrippedDaemonRuns)
+TEST_F(Packaging, TheInstalledUnitsVerifyWithTheInstalledPathsAndTheStrippedDaemonRuns)
 {
-    TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator");
     if (run_command("command -v systemd-analyze").second != 0)
         GTEST_SKIP() << "systemd-analyze is not installed (scripts/install-deps brings it with systemd)";
-    // Installed below a scratch prefix: verify checks that the commands the units name exist; any warning counts.
-    testsupport::ScratchRoot scratch;
-    const std::string prefix = scratch.at("/usr");
+    // Below a scratch prefix: verify checks that the commands the units name exist; any warning counts.
+    const std::string prefix = scratch_.at("/usr"), units = prefix + "/lib/systemd/system/";
     ASSERT_EQ(install("--strip --prefix " + prefix), "");
-    const std::string units = prefix + "/lib/systemd/system/";
     EXPECT_EQ(run_command("systemd-analyze verify " + units + "tactord.service " + units + "tactord-calibration.service"),
               std::make_pair(std::string(), 0));
     EXPECT_THAT(read_file(units + "tactord.service"), HasSubstr("WorkingDirectory=" + prefix + "/etc/tactord\n"));
@@ -88,37 +71,33 @@ TEST(Packaging, TheInstalledUnitsVerifyWithTheInstalledPathsAndTheStrippedDaemon
     EXPECT_TRUE(help_status == 0 && usage.starts_with("Usage: tactord [-d LEVEL] [-p DEST] [-t TYPE] [-i 0|1]\n")) << usage;
 }
 
-TEST(Packaging, TheInittabLineRespawnsTheDaemonInTheDirectoryOfItsPortConf)
+TEST_F(Packaging, TheInittabLineRespawnsTheDaemonInTheDirectoryOfItsPortConf)
 {
-    TACTORD_HOST_ONLY("it installs and runs this build tree, whose binaries run here without an emulator");
+    // The last line that is not a comment: id:runlevels:respawn:process, run as BusyBox does ("sh -c 'exec ...'"),
+    // with the installed paths moved into the scratch root.
     std::ifstream file(TACTORD_SOURCE_DIR "/packaging/inittab");
     std::string line, entry;
     while (std::getline(file, line))
-        if (!line.empty() && line[0] != '#')
-            entry = line;
-    // id:runlevels:action:process, BusyBox ignoring the runlevels.
+        entry = line.empty() || line[0] == '#' ? entry : line;
     std::smatch m;
     ASSERT_TRUE(std::regex_match(entry, m, std::regex("([^:]*):([^:]*):respawn:(.+)"))) << entry;
-    // BusyBox init runs a command with shell characters as "sh -c 'exec ...'"; the installed paths go into a scratch root.
-    testsupport::ScratchRoot root;
-    const std::string workdir = root.at("/etc/tactord");
+    const std::string workdir = scratch_.at("/etc/tactord");
     testsupport::write_port_conf(workdir);
-    emul::EvdevTestbed bed;  // the daemon's /dev and /sys are emulated
-    std::string command = std::regex_replace(m[3].str(), std::regex("/usr/sbin/tactord"), TACTORD_BINARY);
-    command = "exec " + std::regex_replace(command, std::regex("/etc/tactord"), workdir);
+    emul::EvdevTestbed bed;
+    const std::string binary = std::regex_replace(m[3].str(), std::regex("/usr/sbin/tactord"), TACTORD_BINARY);
+    const std::string command = "exec " + std::regex_replace(binary, std::regex("/etc/tactord"), workdir);
     const pid_t pid = fork();
     if (pid == 0) {
         execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
-    ASSERT_GT(pid, 0);
-    testharness::DisplayClient c(root.path());
+    testharness::DisplayClient c(scratch_.path());
     EXPECT_TRUE(c.connected() && testharness::round_trip(c, 1)) << command;
     std::error_code ec;
     EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec), TACTORD_BINARY);
     EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/cwd", ec), workdir);
     kill(pid, SIGKILL);
-    EXPECT_EQ(testharness::wait_end(pid, 10s), SIGKILL);
+    EXPECT_EQ(testharness::wait_end(pid, std::chrono::seconds(10)), SIGKILL);
 }
 
 }  // namespace

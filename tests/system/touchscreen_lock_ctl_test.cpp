@@ -1,11 +1,11 @@
+// The touchscreen lock against the emulated "/dev/dev_mod_cfg": touches mirrored to the driver, the key
+// click, explicit and timed lock and unlock, and the message and -1 of every failure.
 #include "func/touchscreen/touchscreen_lock_ctl.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <linux/input-event-codes.h>
 
 #include <algorithm>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,54 +20,36 @@
 namespace {
 
 using emul::DevModCfgEmulator;
+using emul::ev;
 using Changes = std::vector<std::pair<int, int>>;  // screen, locked
+using Codes = std::vector<unsigned long>;
 
-// What the adapter logger and the two callbacks saw; they may run on any thread.
-struct Seen {
-    std::mutex lock;  // guards every field below
-    std::vector<std::string> log;
-    Changes changes;
-    std::vector<int> touches;
-    int starts = 0;
-} g_seen;
-time_t g_now = 1000;  // only the test thread moves it
+// What the adapter logger and the callbacks saw: all on this thread, as no task is started.
+std::vector<std::string> g_log;
+Changes g_changes;
+std::vector<int> g_touches;
+int g_starts = 0;
+time_t g_now = 1000;
+const tactord::input_event kPress = ev(EV_KEY, BTN_TOUCH, 1);
+const lock_config kConfig{/*Xmax*/ 200, /*Xmin*/ 100, /*Ymax*/ 60, /*Ymin*/ 10, /*lock*/ 3, /*unlock*/ 2};
 
-// Runs f with what was seen locked.
-template <typename F>
-auto locked(F f)
-{
-    std::lock_guard<std::mutex> guard(g_seen.lock);
-    return f();
-}
 template <typename T>
 T take(T& seen)
 {
-    return locked([&] { return std::exchange(seen, {}); });
+    return std::exchange(seen, {});
 }
 bool logged(const std::string& part)
 {
-    return locked([&] {
-        return std::ranges::any_of(g_seen.log, [&](const std::string& l) { return l.find(part) != std::string::npos; });
-    });
+    return std::ranges::any_of(g_log, [&](const std::string& l) { return l.find(part) != std::string::npos; });
 }
-
-// The adapter logger, the two lock callbacks and the task start (the tests drive the lock logic themselves).
-void capture_log(int, const char* text) { locked([&] { g_seen.log.emplace_back(text); }); }
-void on_lock_change(int screen, int locked_now) { locked([&] { g_seen.changes.emplace_back(screen, locked_now); }); }
-void on_locked_touch(int screen) { locked([&] { g_seen.touches.push_back(screen); }); }
-int no_task(VR_TASK_ID*, const char*, VR_TASK_ENTRY, void*, uint32_t, int)
-{
-    return locked([] { return ++g_seen.starts, 0; });
-}
+void on_lock_change(int screen, int locked) { g_changes.emplace_back(screen, locked); }
+void on_locked_touch(int screen) { g_touches.push_back(screen); }
+int no_task(VR_TASK_ID*, const char*, VR_TASK_ENTRY, void*, uint32_t, int) { return ++g_starts, 0; }
 int failing_task(VR_TASK_ID*, const char*, VR_TASK_ENTRY, void*, uint32_t, int) { return -1; }
-
-using emul::ev;
-const tactord::input_event kPress = ev(EV_KEY, BTN_TOUCH, 1);
-
-std::vector<unsigned long> codes(const std::vector<DevModCfgEmulator::Request>& reqs)
+Codes codes(const DevModCfgEmulator& drv)
 {
-    std::vector<unsigned long> out;
-    for (const auto& r : reqs)
+    Codes out;
+    for (const auto& r : drv.requests())
         out.push_back(r.code);
     return out;
 }
@@ -76,7 +58,7 @@ class TouchscreenLock : public testing::Test {
 protected:
     void SetUp() override
     {
-        send_log_set_sink(capture_log);
+        send_log_set_sink([](int, const char* text) { g_log.emplace_back(text); });
         touchscreen_set_clock([] { return g_now; });
         touchscreen_set_task_starter(no_task);
         touchscreeninit();
@@ -89,18 +71,13 @@ protected:
         touchscreen_set_clock(nullptr);
         touchscreen_set_task_starter(nullptr);
     }
-    static void configure()
-    {
-        const lock_config cfg{/*Xmax*/ 200, /*Xmin*/ 100, /*Ymax*/ 60, /*Ymin*/ 10, /*lock*/ 3, /*unlock*/ 2};
-        ASSERT_EQ(touchscreen_lock_config(&cfg, on_lock_change, on_locked_touch), 0);
-    }
+    static int configure(const lock_config& cfg = kConfig) { return touchscreen_lock_config(&cfg, on_lock_change, on_locked_touch); }
 };
 
 TEST_F(TouchscreenLock, TouchEventsAreMirroredAndOnlyAPressClicksAtTheDriversVolume)
 {
     DevModCfgEmulator drv;
-    // Volume 0: a press is mirrored, silently.
-    touchscreen_set_coordinate(MAIN_SCREEN, &kPress);
+    touchscreen_set_coordinate(MAIN_SCREEN, &kPress);  // volume 0: mirrored, silently
     EXPECT_EQ(sound_play_count(), 0u);
 
     drv.clear_requests();
@@ -108,9 +85,9 @@ TEST_F(TouchscreenLock, TouchEventsAreMirroredAndOnlyAPressClicksAtTheDriversVol
     for (const auto& e :
          {kPress, ev(EV_ABS, ABS_X, 150), ev(EV_ABS, ABS_Y, 40), ev(EV_SYN, SYN_REPORT, 0), ev(EV_KEY, BTN_TOUCH, 0)})
         touchscreen_set_coordinate(SUB_SCREEN, &e);
-    auto reqs = drv.requests();
     // Every event reads the volume (from screen 0); the touch events write.
-    ASSERT_EQ(codes(reqs), (std::vector<unsigned long>{161, 164, 161, 164, 161, 164, 161, 161, 164}));
+    auto reqs = drv.requests();
+    ASSERT_EQ(codes(drv), (Codes{161, 164, 161, 164, 161, 164, 161, 161, 164}));
     for (size_t i : {0u, 2u, 4u, 6u, 7u})
         EXPECT_EQ(reqs[i].record.id, 0);
     EXPECT_TRUE(reqs[1].record.id == 1 && reqs[1].record.keydown == 1 && reqs[3].record.xcord == 150 &&
@@ -120,15 +97,14 @@ TEST_F(TouchscreenLock, TouchEventsAreMirroredAndOnlyAPressClicksAtTheDriversVol
     EXPECT_EQ(sound_play_count(), 1u);
     EXPECT_TRUE(played.sound == 44 && played.volume == 5 && played.screen == SUB_SCREEN &&
                 (played.param3 | played.param4 | played.param6) == 0);
-    EXPECT_TRUE(take(g_seen.log).empty());
+    EXPECT_TRUE(take(g_log).empty());
 
     // Without the click: no volume read, no sound, the same write.
     drv.clear_requests();
     for (const auto& e : {kPress, ev(EV_KEY, KEY_A, 1)})
         touchscreen_set_coordinate_with_no_play(IPC_SCREEN, &e);
-    reqs = drv.requests();
-    ASSERT_EQ(codes(reqs), std::vector<unsigned long>{164});
-    EXPECT_TRUE(reqs[0].record.id == 2 && reqs[0].record.keydown == 1);
+    ASSERT_EQ(codes(drv), Codes{164});
+    EXPECT_TRUE(drv.requests()[0].record.id == 2 && drv.requests()[0].record.keydown == 1);
     EXPECT_EQ(sound_play_count(), 1u);
 
     // An unreadable volume is logged; the press is still mirrored.
@@ -149,8 +125,7 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRe
         touchscreen_set_coordinate(screen, &kPress);
         touchscreen_set_coordinate_with_no_play(screen, &kPress);
     }
-    EXPECT_TRUE(drv.requests().empty());
-    EXPECT_TRUE(take(g_seen.log).empty());
+    EXPECT_TRUE(drv.requests().empty() && take(g_log).empty());
 
     drv.set_state(SUB_SCREEN, {1, 0, 0, 0, 0, 0});
     drv.set_volume(7);
@@ -158,7 +133,6 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRe
     EXPECT_EQ(touchscreen_get_lock_status(MAIN_SCREEN), 1);
     EXPECT_EQ(touchscreen_get_key_volume(IPC_SCREEN), 7);
     EXPECT_EQ(drv.requests().back().record.id, 0);
-
     testing::internal::CaptureStdout();
     dump_dev_cfg();
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
@@ -166,34 +140,30 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRe
                                    "           xcord: 0  ycord: 0  key_volume: 0\n"));
 
     // Explicit lock and unlock write the status and notify.
-    configure();
+    ASSERT_EQ(configure(), 0);
     drv.clear_requests();
     EXPECT_EQ(touchscreen_lock(SUB_SCREEN), 0);
     EXPECT_EQ(drv.state(SUB_SCREEN).status, 0);
     EXPECT_EQ(touchscreen_unlock(SUB_SCREEN), 0);
     EXPECT_EQ(drv.state(SUB_SCREEN).status, 1);
-    EXPECT_EQ(codes(drv.requests()), (std::vector<unsigned long>{168, 168}));
-    EXPECT_EQ(take(g_seen.changes), (Changes{{1, 1}, {1, 0}}));
+    EXPECT_EQ(codes(drv), (Codes{168, 168}));
+    EXPECT_EQ(take(g_changes), (Changes{{1, 1}, {1, 0}}));
 }
 
 TEST_F(TouchscreenLock, ConfigurationHappensOnceAndNeedsEveryArgument)
 {
     DevModCfgEmulator drv;
-    const lock_config cfg{200, 100, 60, 10, 3, 2};
     EXPECT_EQ(touchscreen_lock_config(nullptr, on_lock_change, on_locked_touch), -1);
-    EXPECT_EQ(touchscreen_lock_config(&cfg, nullptr, on_locked_touch), -1);
+    EXPECT_EQ(touchscreen_lock_config(&kConfig, nullptr, on_locked_touch), -1);
     EXPECT_TRUE(logged("touchscreen_lock_config(): input parameter error\n"));
-
     // A task that cannot start leaves it unconfigured, so a later call retries.
     touchscreen_set_task_starter(failing_task);
-    EXPECT_EQ(touchscreen_lock_config(&cfg, on_lock_change, on_locked_touch), -1);
+    EXPECT_EQ(configure(), -1);
     EXPECT_TRUE(logged("Create touch screen process thread error!\n"));
     touchscreen_set_task_starter(no_task);
-    configure();
-
-    const lock_config other{900, 800, 900, 800, 30, 20};
-    EXPECT_EQ(touchscreen_lock_config(&other, on_lock_change, on_locked_touch), 0);
-    EXPECT_EQ(take(g_seen.starts), 1);
+    ASSERT_EQ(configure(), 0);
+    EXPECT_EQ(configure({900, 800, 900, 800, 30, 20}), 0);
+    EXPECT_EQ(take(g_starts), 1);
     for (const ts_lock_info_t& info : scr_lock_info) {
         const auto& a = info.lock_area;
         EXPECT_EQ(std::vector<int>({a.xmin, a.xmax, a.ymin, a.ymax, info.lock_interval, info.unlock_interval}),
@@ -204,43 +174,28 @@ TEST_F(TouchscreenLock, ConfigurationHappensOnceAndNeedsEveryArgument)
 TEST_F(TouchscreenLock, HeldFingerLocksOnceAndUnlocksOnlyAfterLeavingAndHoldingAgain)
 {
     DevModCfgEmulator drv;
-    configure();  // lock after 3 s, unlock after 2 s
-    const auto pass_at = [](time_t t) { g_now = t, touchscreen_lock_logic_process(); };
-
-    // Lifting the finger restarts the timing.
-    drv.set_touch(MAIN_SCREEN, 1, 150, 40);
-    pass_at(997);
-    drv.set_touch(MAIN_SCREEN, 0, 150, 40);
-    pass_at(999);
-    drv.set_touch(MAIN_SCREEN, 1, 150, 40);
-    pass_at(1000);  // timing starts
-    pass_at(1002);
-    EXPECT_TRUE(take(g_seen.changes).empty());
-    drv.clear_requests();
-    pass_at(1003);
-    EXPECT_EQ(take(g_seen.changes), (Changes{{0, 1}}));
-    const auto reqs = drv.requests();
-    ASSERT_EQ(codes(reqs), (std::vector<unsigned long>{161, 160, 161, 161}));
-    EXPECT_TRUE(reqs[1].record.id == 0 && reqs[1].record.status == 0);
-
-    // Still held: no unlock however long, only locked touches.
-    take(g_seen.touches);
-    pass_at(1010);
-    pass_at(1020);
-    EXPECT_TRUE(take(g_seen.changes).empty());
-    EXPECT_EQ(take(g_seen.touches), (std::vector<int>{0, 0}));
-
-    // Leave the area (finger still down: a locked touch), come back and hold.
-    drv.set_touch(MAIN_SCREEN, 1, 500, 40);
-    pass_at(1021);
-    EXPECT_EQ(take(g_seen.touches), std::vector<int>{0});
-    drv.set_touch(MAIN_SCREEN, 1, 100, 60);  // the area's edges count
-    pass_at(1022);
-    pass_at(1023);
-    EXPECT_TRUE(take(g_seen.changes).empty());
-    pass_at(1024);
-    EXPECT_EQ(take(g_seen.changes), (Changes{{0, 0}}));
-    EXPECT_EQ(drv.state(MAIN_SCREEN).status, 1);
+    ASSERT_EQ(configure(), 0);  // lock after 3 s, unlock after 2 s in x 100..200, y 10..60
+    const struct {
+        int down, x, y;
+        time_t at;
+        Changes changes;
+        std::vector<int> locked_touches;
+    } steps[] = {
+        {1, 150, 40, 997, {}, {}}, {0, 150, 40, 999, {}, {}},  // lifting the finger restarts the timing
+        {1, 150, 40, 1000, {}, {}}, {1, 150, 40, 1002, {}, {}}, {1, 150, 40, 1003, {{0, 1}}, {}},
+        {1, 150, 40, 1010, {}, {0}}, {1, 150, 40, 1020, {}, {0}},  // still held: no unlock however long
+        {1, 500, 40, 1021, {}, {0}},  // out of the area, still down
+        {1, 100, 60, 1022, {}, {0}}, {1, 100, 60, 1023, {}, {0}}, {1, 100, 60, 1024, {{0, 0}}, {}},  // edges count
+    };
+    for (const auto& s : steps) {
+        drv.set_touch(MAIN_SCREEN, s.down, s.x, s.y);
+        g_now = s.at;
+        touchscreen_lock_logic_process();
+        EXPECT_EQ(take(g_changes), s.changes) << s.at;
+        EXPECT_EQ(take(g_touches), s.locked_touches) << s.at;
+        EXPECT_EQ(drv.state(MAIN_SCREEN).status, s.at >= 1003 && s.at < 1024 ? 0 : 1) << s.at;
+    }
+    EXPECT_EQ(std::ranges::count(codes(drv), 160UL), 2);  // the timed changes' writes
 }
 
 TEST_F(TouchscreenLock, MissingOrFailingDeviceGivesTheMessagesAndMinusOne)
@@ -250,17 +205,15 @@ TEST_F(TouchscreenLock, MissingOrFailingDeviceGivesTheMessagesAndMinusOne)
     EXPECT_EQ(touchscreen_lock(SUB_SCREEN), -1);
     EXPECT_EQ(touchscreen_unlock(SUB_SCREEN), -1);
     EXPECT_EQ(touchscreen_get_key_volume(MAIN_SCREEN), -1);
-    for (const char* line : {"touchscreen_lock_ctl.cpp:", "get_dev_mod_cfg_info(): open failed!\n",
-                             "touchscreen_get_lock_status(): get screen 0 _lock status error.\n",
-                             "setmodconfig(): open failed!\n",
-                             "touchscreen_lock(): set lock config to lock status error.\n",
-                             "touchscreen_unlock(): set lock config to unlock status error.\n",
-                             "touchscreen_get_key_volume(): get screen 0 _key_volume error.\n"})
-        EXPECT_TRUE(logged(line)) << line;
-
     touchscreen_lock_logic_process();
-    for (int s = 0; s < 3; ++s)
-        EXPECT_TRUE(logged("get touch screen " + std::to_string(s) + " config failed.\n")) << s;
+    for (const std::string line : {"touchscreen_lock_ctl.cpp:", "get_dev_mod_cfg_info(): open failed!\n",
+                                   "touchscreen_get_lock_status(): get screen 0 _lock status error.\n",
+                                   "setmodconfig(): open failed!\n", "touchscreen_lock(): set lock config to lock status error.\n",
+                                   "touchscreen_unlock(): set lock config to unlock status error.\n",
+                                   "touchscreen_get_key_volume(): get screen 0 _key_volume error.\n",
+                                   "get touch screen 0 config failed.\n", "get touch screen 1 config failed.\n",
+                                   "get touch screen 2 config failed.\n"})
+        EXPECT_TRUE(logged(line)) << line;
     testing::internal::CaptureStdout();
     dump_dev_cfg();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "get screen 0 config error.\n");

@@ -1,5 +1,4 @@
-/* A scanner client program in C, built by the client-library test against
- * the installed header and library: it declares a scanner, sets the data
+/* A scanner client in C, built against the installed header and library: it declares a scanner, sets the data
  * type and route, then prints the first inventory and scan it receives. */
 #define _POSIX_C_SOURCE 200809L
 #include <stdatomic.h>
@@ -24,9 +23,8 @@ int main(void)
         UsbGunSetRouteInfo(eModeFixed, eScreenOrvel) != 0)
         return 1;
     uint8_t buf[512];
-    int have = 0;
     UsbGunDatHead_t head = {0};
-    for (int i = 0; i < 1000 && (have < (int)(sizeof head + head.length) || atomic_load(&lists) == 0); ++i) {
+    for (int i = 0, have = 0; i < 1000 && (have < (int)(sizeof head + head.length) || atomic_load(&lists) == 0); ++i) {
         const int n = UsbGunRead(buf + have, (int)sizeof buf - have);
         have += n > 0 ? n : 0;
         if (have >= (int)sizeof head)
@@ -35,8 +33,7 @@ int main(void)
     }
     UsbDevInfo_t list;
     UsbDevInfoGet(&list);
-    printf("list %d: %d %s\n", atomic_load(&lists), list.usbdev_total_count, list.usb_desc[0].devname);
-    printf("scan %x slot %d type %d: %.*s\n", head.flag, head.slot, head.datatype, (int)head.length,
-           (const char*)(buf + sizeof head));
+    printf("list %d: %d %s\nscan %x slot %d type %d: %.*s\n", atomic_load(&lists), list.usbdev_total_count,
+           list.usb_desc[0].devname, head.flag, head.slot, head.datatype, (int)head.length, (const char*)(buf + sizeof head));
     return 0;
 }
