@@ -52,6 +52,24 @@ struct ImcPeer {
     explicit ImcPeer(const IMC_Config_s& config)
     {
         const IMC_Lock_Ops_s ops = IMC_Linux_Lock_Ops(&locks);
+        const IMC_Write_Func write = [](void* self, const uint8_t* data, uint32_t len) {
+            ImcPeer& p = of(self);
+            const uint32_t n = p.short_write > 0 ? std::min(len, p.short_write) : len;
+            p.other->inbox.insert(p.other->inbox.end(), data, data + n);
+            return static_cast<int>(n);
+        };
+        const IMC_Event_Handler on_event = [](void* self, const uint8_t* payload, uint16_t len) {
+            of(self).events.emplace_back(payload, payload + len);
+            return 0;
+        };
+        const IMC_Request_Handler on_request = [](IMC_Transaction_s* t, void* self, const uint8_t* payload,
+                                                  uint16_t len) {
+            of(self).requests.emplace_back(payload, payload + len);
+            of(self).last_request = t;
+            const uint8_t answer[] = {len > 0 ? payload[0] : uint8_t{0}, 0xAA};
+            if (of(self).answer_requests)
+                IMC_Protocol_SendReply(t, answer, sizeof(answer));
+        };
         handle = Stack_Init(write, on_event, on_request, &config, &ops);
         handle->private_data = this;
         IMC_Link_Reader_Init(&reader);
@@ -71,6 +89,9 @@ struct ImcPeer {
     Bytes take() { return std::exchange(inbox, {}); }  // what the other end wrote, unread
     int send_request(const Bytes& data)
     {
+        const IMC_Reply_Handler on_reply = [](void* self, const uint8_t* payload, uint16_t len) {
+            of(self).replies.emplace_back(payload, payload + len);
+        };
         return IMC_Protocol_SendRequest(handle, data.data(), static_cast<uint32_t>(data.size()), on_reply,
                                         [] { ++noreplies; });
     }
@@ -85,33 +106,7 @@ struct ImcPeer {
         now_ms = ms;
         IMC_Protocol_TimeTick(handle);
     }
-
     static ImcPeer& of(void* private_data) { return *static_cast<ImcPeer*>(private_data); }
-    static int write(void* private_data, const uint8_t* data, uint32_t len)
-    {
-        ImcPeer& p = of(private_data);
-        const uint32_t n = p.short_write > 0 ? std::min(len, p.short_write) : len;
-        p.other->inbox.insert(p.other->inbox.end(), data, data + n);
-        return static_cast<int>(n);
-    }
-    static int on_event(void* private_data, const uint8_t* payload, uint16_t len)
-    {
-        of(private_data).events.emplace_back(payload, payload + len);
-        return 0;
-    }
-    static void on_request(IMC_Transaction_s* t, void* private_data, const uint8_t* payload, uint16_t len)
-    {
-        ImcPeer& p = of(private_data);
-        p.requests.emplace_back(payload, payload + len);
-        p.last_request = t;
-        const uint8_t answer[] = {len > 0 ? payload[0] : uint8_t{0}, 0xAA};
-        if (p.answer_requests)
-            IMC_Protocol_SendReply(t, answer, sizeof(answer));
-    }
-    static void on_reply(void* private_data, const uint8_t* payload, uint16_t len)
-    {
-        of(private_data).replies.emplace_back(payload, payload + len);
-    }
 
     IMC_Linux_Locks locks;
     IMC_Stack_Handle_s* handle = nullptr;
