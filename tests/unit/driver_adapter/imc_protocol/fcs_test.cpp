@@ -42,25 +42,14 @@ struct decoder {
     status_s st{};
 };
 
-TEST(ImcFrame, EncodesKnownFramesByteForByteAndRefusesWhatDoesNotFit)
+TEST(ImcFrame, KnownFramesEncodeByteForByteAndDecodeInPiecesOfAnySize)
 {
     for (const auto& f : FRAMES) {
         Bytes out(f.frame.size());
         ASSERT_EQ(IMC_Encode_Frame(f.message.size(), f.message.data(), out.data(), out.size()), f.frame.size());
         EXPECT_EQ(out, f.frame) << f.name;
         EXPECT_EQ(IMC_Encode_Frame(f.message.size(), f.message.data(), out.data(), out.size() - 1), 0u) << f.name;
-    }
-    for (uint32_t n : {0x7Du, 0x7Eu}) {  // lengths that need escaping
-        const Bytes message(n, 0x01);
-        Bytes out(2 * n + 16);
-        ASSERT_GT(IMC_Encode_Frame(n, message.data(), out.data(), out.size()), 0u);
-        EXPECT_EQ(Bytes(out.begin() + 3, out.begin() + 6), (Bytes{0x00, 0x7D, static_cast<uint8_t>(n ^ 0x20)}));
-    }
-}
 
-TEST(ImcFrame, DecodesEveryKnownFrameInPiecesOfAnySize)
-{
-    for (const auto& f : FRAMES) {
         // Noise before the frame; sized first, as GCC 12 misreports an insert
         // into a short vector (-Warray-bounds).
         Bytes stream(3 + f.frame.size());
@@ -82,6 +71,12 @@ TEST(ImcFrame, DecodesEveryKnownFrameInPiecesOfAnySize)
             EXPECT_EQ(Bytes(d.out.begin(), d.out.begin() + rc), want);
             EXPECT_TRUE(d.st.p_start == d.out.data() + 3 && d.st.input_length == 0);
         }
+    }
+    for (uint32_t n : {0x7Du, 0x7Eu}) {  // lengths that need escaping
+        const Bytes message(n, 0x01);
+        Bytes out(2 * n + 16);
+        ASSERT_GT(IMC_Encode_Frame(n, message.data(), out.data(), out.size()), 0u);
+        EXPECT_EQ(Bytes(out.begin() + 3, out.begin() + 6), (Bytes{0x00, 0x7D, static_cast<uint8_t>(n ^ 0x20)}));
     }
 }
 
