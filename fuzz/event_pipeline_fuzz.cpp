@@ -1,18 +1,11 @@
-// Feeds arbitrary device records through the event pipeline: a 16-byte set-up
-// (mode and placement grid, IPC link and window, switched-off touchscreens,
-// calibrating seats, controller id, sensitivity) and then 17-byte records,
-// each a device selector and an input_event. The devices are a mouse, a
-// keyboard, a board panel that needs calibration, and six multi-touch
-// touchscreens (more than the tracker has records for); selector 9 is the
-// control socket's injection without a device. The three clients are socket
-// pairs drained after every record.
-#include <fcntl.h>
-#include <sys/socket.h>
+// Arbitrary device records through the event pipeline: a 16-byte set-up
+// (see reset), then 17-byte records of a device selector and an input_event.
+// Six multi-touch touchscreens are more than the tracker has records for;
+// selector 9 is the control socket's injection without a device.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
-#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -60,10 +53,8 @@ bool set_up()
     mkdir((fuzzsupport::scratch + "/proc").c_str(), 0700);
     for (int s = 0; s < SCREEN_COUNT; ++s) {
         int sv[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0)
+        if (!fuzzsupport::nonblocking_pair(sv))
             return false;
-        fcntl(sv[0], F_SETFL, O_NONBLOCK);
-        fcntl(sv[1], F_SETFL, O_NONBLOCK);
         gs_clients[s].store(sv[0]);
         peer[s] = sv[1];
     }
@@ -73,15 +64,6 @@ bool set_up()
     for (int i = 3; i < DEVICES; ++i)
         describe(devs[i], i % 2 == 0 ? role_sub : role_main, usb_port, INPUT_TYPE_TOUCHSCREEN, i, 0);
     return true;
-}
-
-void drain()
-{
-    char buf[4096];
-    for (int fd : peer) {
-        while (read(fd, buf, sizeof buf) > 0) {
-        }
-    }
 }
 
 void set_seat(int seat, bool calibrating, uint8_t point)
@@ -94,7 +76,9 @@ void set_seat(int seat, bool calibrating, uint8_t point)
         delete ts;
 }
 
-// The daemon as start-up leaves it, then the input's set-up.
+// The daemon as start-up leaves it, then the input's set-up: mode and
+// placement grid, IPC link and window, switched-off touchscreens, calibrating
+// seats, controller id, sensitivity.
 void reset(const uint8_t* s)
 {
     screen_model_reset();
@@ -158,7 +142,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         std::memcpy(&ev, data + at + 1, sizeof ev);
         const int which = data[at] % (DEVICES + 1);
         ProcessEvdevEvent(which < DEVICES ? &devs[which] : nullptr, &ev);
-        drain();
+        for (int fd : peer)
+            fuzzsupport::drain(fd);
     }
     for (int seat : {0, 5})
         ts_free_private_data(seat);

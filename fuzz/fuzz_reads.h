@@ -1,8 +1,7 @@
-// Cuts a fuzz input into the reads of a stream receiver: each read is a
-// 16-bit little-endian length and up to that many bytes, bounded by the room
-// left in the receive buffer and by the input. A read of length 0 stands for
-// a read that brought nothing. At most 256 reads per input, so that inputs
-// of empty reads over a full buffer do not starve the run.
+// Cuts a fuzz input into the reads of a stream receiver: each a 16-bit
+// little-endian length (0: a read that brought nothing) and up to that many
+// bytes, bounded by the room left and by the input; at most 256 reads, so
+// that empty reads over a full buffer do not starve the run.
 #pragma once
 
 #include <cstddef>

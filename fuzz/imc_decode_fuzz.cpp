@@ -1,7 +1,6 @@
-// Arbitrary bytes, cut into pieces of arbitrary sizes, through the IMC frame
-// decoder; every decoded message goes to IMC_Protocol_Parse of a live stack
-// whose frames go to a sink. The first three bytes choose the cutting, the
-// decoder's max_len and output room, and the stack's configuration.
+// Arbitrary bytes, cut into pieces, through the IMC frame decoder into a live
+// stack. The first three bytes choose the cutting, the decoder's max_len and
+// output room, and the stack's configuration.
 #include <algorithm>
 #include <array>
 #include <cstddef>

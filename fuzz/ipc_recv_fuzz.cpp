@@ -1,13 +1,10 @@
-// Arbitrary bytes from the agent, cut into arbitrary reads, through the
-// remote-screen link's receive handler on one end of a socket pair that
-// stands for the link (registered as screen 2's receiver). Input: one byte
-// of settings (bit 0: IPC-window mode), then pieces, each a control byte and
-// its bytes: 0xFF closes the peer's end (the disconnect path; a new pair
-// follows), any other value c sends the next c % 56 + 1 bytes as one read.
+// Arbitrary bytes from the agent through the remote-screen link's receive
+// handler. Input: a settings byte (bit 0: IPC-window mode), then pieces: 0xFF
+// closes the agent's end (a new link follows), any other c sends the next
+// c % 56 + 1 bytes as one read.
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <algorithm>
@@ -57,7 +54,7 @@ void check_invariants()
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    static const bool ready = fuzzsupport::set_up_scratch_and_log() && signal(SIGPIPE, SIG_IGN) != SIG_ERR;
+    static const bool ready = fuzzsupport::set_up_daemon_scratch();
     if (!ready || size == 0)
         return 0;
     screen_model_reset();

@@ -1,6 +1,5 @@
-// Feeds an arbitrary byte stream, cut into arbitrary reads, to the knob
-// receiver over a socketpair, with a display client registered for the
-// focused screen. The first byte of the input chooses how the rest is cut.
+// An arbitrary byte stream, cut into reads as its first byte chooses, through
+// the knob receiver, with a display client registered for the focused screen.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,17 +12,6 @@
 #include "common/screen_manager_internal.h"
 #include "fuzz_scratch.h"
 
-namespace {
-
-void drain(int fd)
-{
-    char buf[4096];
-    while (recv(fd, buf, sizeof buf, MSG_DONTWAIT) > 0) {
-    }
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     static const bool ready = fuzzsupport::set_up_scratch_and_log();
@@ -32,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     int link[2], client[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, link) != 0)
         return 0;
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, client) != 0) {
+    if (!fuzzsupport::nonblocking_pair(client)) {
         close(link[0]);
         close(link[1]);
         return 0;
@@ -49,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (write(link[1], data + at, n) != static_cast<ssize_t>(n))
             break;
         handle_knob_data(nullptr);
-        drain(client[1]);
+        fuzzsupport::drain(client[1]);
     }
     close(link[1]);
     if (g_knob_fd.load() != 0)

@@ -20,11 +20,6 @@ namespace {
 
 using fuzzsupport::scratch;
 
-bool set_up()
-{
-    return fuzzsupport::set_up_scratch_and_log();
-}
-
 void exercise_row(const _device_seat& row)
 {
     // A node that does not exist: the record is kept without a descriptor.
@@ -74,7 +69,7 @@ void reset_tables()
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    static const bool ready = set_up();
+    static const bool ready = fuzzsupport::set_up_scratch_and_log();
     if (!ready)
         return 0;
     const std::string path = scratch + "/port.conf";

@@ -1,14 +1,9 @@
-// Feeds a sequence of arbitrary 64-byte control records (a short tail is
-// dropped) to handle_system_msg, with the real screen model, lock-key and
-// calibration tables behind it: a calibratable touchscreen on seat 0, one
-// that cannot be calibrated on seat 1, and a keyboard on screen 0. The
-// connection is one end of a socket pair whose other end is drained after
-// every record, so replies and events never fill it.
+// Arbitrary 64-byte control records (a short tail is dropped) through
+// handle_system_msg, with the real screen model, lock-key and calibration
+// tables behind it; replies and events are drained after every record.
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -38,24 +33,15 @@ bool set_up()
         return false;
     int sv[2];
     int p[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0 || pipe(p) != 0)
+    if (!fuzzsupport::nonblocking_pair(sv) || pipe2(p, O_NONBLOCK) != 0)
         return false;
     conn = sv[0];
     peer = sv[1];
     kbd_read = p[0];
-    for (int fd : {conn, peer, p[0], p[1]})
-        fcntl(fd, F_SETFL, O_NONBLOCK);
     keyboard.fd = p[1];
     keyboard.type = INPUT_TYPE_KEYBOARD;
     keyboard.disp = 0;
     return true;
-}
-
-void drain(int fd)
-{
-    char buf[4096];
-    while (read(fd, buf, sizeof buf) > 0) {
-    }
 }
 
 void add_touchscreen(int seat, int ts_type)
@@ -67,7 +53,8 @@ void add_touchscreen(int seat, int ts_type)
         delete ts;
 }
 
-// The daemon as start-up leaves it.
+// The daemon as start-up leaves it, with a calibratable touchscreen on seat
+// 0, one that cannot be calibrated on seat 1 and a keyboard on screen 0.
 void reset()
 {
     for (auto& c : gs_clients)
@@ -99,8 +86,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         SystemMsg msg;
         std::memcpy(&msg, data + at, sizeof msg);
         handle_system_msg(conn, &msg);
-        drain(peer);
-        drain(kbd_read);
+        fuzzsupport::drain(peer);
+        fuzzsupport::drain(kbd_read);
     }
     input_info[0].store(nullptr);
     return 0;

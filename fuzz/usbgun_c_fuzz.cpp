@@ -9,20 +9,13 @@
 #include "common/usb_gun/usbgun_c_internal.h"
 #include "fuzz_reads.h"
 
-namespace {
-int on_list(uint8_t*, int)
-{
-    return 0;
-}
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     Client_Ctrl_t& c = usbgun_client;
     std::memset(c.buf, 0, sizeof c.buf);
     c.held = 0;
     c.rb = {};
-    c.cb = {on_list, nullptr};
+    c.cb = {[](uint8_t*, int) { return 0; }, nullptr};
     static uint8_t out[RING_SIZE];
     for_each_read(data, size, c.buf, sizeof c.buf, &c.held, [](std::size_t n, std::size_t at) {
         usbgun_c_take(static_cast<ssize_t>(n));

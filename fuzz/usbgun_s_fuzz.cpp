@@ -7,18 +7,11 @@
 #include "common/usb_gun/usbgun_s_internal.h"
 #include "fuzz_reads.h"
 
-namespace {
-int on_config(int)
-{
-    return 0;
-}
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     std::memset(usbgun_srv.buf, 0, sizeof usbgun_srv.buf);
     usbgun_srv.held = 0;
-    usbgun_srv.cb = {on_config, nullptr};
+    usbgun_srv.cb = {[](int) { return 0; }, nullptr};
     // The service itself would stop for good on keep_locked; going on
     // reaches the states that follow.
     for_each_read(data, size, usbgun_srv.buf, sizeof usbgun_srv.buf, &usbgun_srv.held,

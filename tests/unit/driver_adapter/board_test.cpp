@@ -1,31 +1,27 @@
+// The adapter's start-up: the driver classes, this board's devices in their
+// order, its log lines, and a failed set-up repeated by the next call.
 #include "board/common/board.h"
 
 #include <gtest/gtest.h>
 #include <semaphore.h>
 
-#include <algorithm>
 #include <array>
 #include <cstring>
-#include <mutex>
-#include <string>
-#include <utility>
 #include <vector>
 
 #include "board/tovik/board_tovik.h"
 #include "board/tovik/board_tovik_internal.h"
-#include "common/send_log_internal.h"
 #include "common/signal_capture.h"
 #include "func/device/drv_device_internal.h"
+#include "support/adapter.h"
 
 namespace {
 
-// The board's devices in set-up order.
-struct expected_device {
+const struct {
     const char* name;
     const char* path;  // "" for none
     int variant, variant2;
-};
-constexpr std::array<expected_device, 17> BOARD_DEVICES = {{
+} BOARD_DEVICES[] = {
     {"wavaudio sound", "", 2, 0},
     {"lightsensor", "/sys/devices/platform/omap/omap_i2c.2/i2c-2/2-0044/ALS_count", 2, 0},
     {"IMC_powerboard", "", 0, 0},
@@ -43,49 +39,53 @@ constexpr std::array<expected_device, 17> BOARD_DEVICES = {{
     {"Spi_Bridge", "", 0, 0},
     {"emmc_health", "", 2, 0},
     {"tovik_24xx256", "/dev/spidev1.0", 84, 4},
-}};
-
-std::mutex g_logged_lock;  // guards g_logged
-std::vector<std::pair<int, std::string>> g_logged;
-
-void capture_log(int level, const char* text)
-{
-    std::lock_guard<std::mutex> guard(g_logged_lock);
-    g_logged.emplace_back(level, text);
-}
-
-std::vector<std::pair<int, std::string>> take_log()
-{
-    std::lock_guard<std::mutex> guard(g_logged_lock);
-    return std::exchange(g_logged, {});
-}
-
-bool every_path_exists(const char*) { return true; }
-
-// Whether a message of that level containing `part` was logged.
-bool logged(const std::vector<std::pair<int, std::string>>& log, int level, const std::string& part)
-{
-    return std::any_of(log.begin(), log.end(),
-                       [&](const auto& l) { return l.first == level && l.second.find(part) != std::string::npos; });
-}
+};
 
 class BoardSetup : public testing::Test {
 protected:
-    void SetUp() override { send_log_set_sink(capture_log); }
     void TearDown() override
     {
-        send_log_set_sink(nullptr);
         board_tovik_fail_step(0);
         drv_set_path_probe(nullptr);
         sem_unlink("/ec_initial_name_sem");
     }
+    testsupport::AdapterLog log;
 };
 
-TEST_F(BoardSetup, RegistersTheClassesThenCreatesTheDevicesInOrderAndOnlyOnce)
+TEST_F(BoardSetup, StopsAtTheFirstFailureRepeatsTheWholeSetUpOnTheNextCallAndThenNoMore)
 {
-    drv_set_path_probe(every_path_exists);
-    ASSERT_EQ(InitDriverAdapter(5), 1);
+    EXPECT_EQ(InitDriverAdapter(5), 0);  // no board here: the light sensor's path is missing
+    EXPECT_EQ(drv_device_count(), 1);
+    auto lines = log.take();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back().first, 3);
+    EXPECT_TRUE(lines.back().second.starts_with("board_tovik.cpp:") &&
+                lines.back().second.ends_with("DrvBoardSetup(): Setup lightsensor failed.\n"))
+        << lines.back().second;
 
+    drv_set_path_probe([](const char*) { return true; });
+    board_tovik_fail_step(10);
+    EXPECT_EQ(InitDriverAdapter(5), 0);
+    EXPECT_EQ(log.count("DrvBoardSetup(): Setup WifiSetup failed.\n", 3), 1);
+    for (int i = 0; i < 17; ++i)
+        EXPECT_EQ(drv_device_find(BOARD_DEVICES[i].name) != nullptr, i < 9) << BOARD_DEVICES[i].name;
+
+    // The SPI bridge's failure goes to standard output only, without a line feed.
+    log.take();
+    board_tovik_fail_step(15);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(InitDriverAdapter(5), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Setup Spi_Bridge failed.");
+    EXPECT_EQ(log.count("", 3), 0);
+    EXPECT_TRUE(drv_device_find("USB_state") != nullptr && drv_device_find("emmc_health") == nullptr);
+
+    log.take();
+    board_tovik_fail_step(0);
+    ASSERT_EQ(InitDriverAdapter(5), 1);
+    for (const char* part : {"board.cpp:", "InitDriverAdapter(): DriverAdpter Initiated!\n",
+                             "DrvBoardSetup(): tovik driver adapter builddate:"})
+        EXPECT_EQ(log.count(part, 6), 1) << part;
+    EXPECT_EQ(log.count("", 3), 0);
     const std::vector<drv_class> registered = {
         DRV_CLASS_GPIO,      DRV_CLASS_SOUND,  DRV_CLASS_RTC,          DRV_CLASS_SCREEN,
         DRV_CLASS_KEYBOARD,  DRV_CLASS_SYSTEM, DRV_CLASS_POWER_MANAGE, DRV_CLASS_FLASH,
@@ -93,14 +93,13 @@ TEST_F(BoardSetup, RegistersTheClassesThenCreatesTheDevicesInOrderAndOnlyOnce)
         DRV_CLASS_SENSOR,    DRV_CLASS_POWER_BOARD, DRV_CLASS_SCREEN,  DRV_CLASS_USB,
         DRV_CLASS_LED_ALARM, DRV_CLASS_DOCK_EEPROM};
     std::array<drv_class, DRV_REGISTRATION_LOG_MAX> seen{};
-    const int n = drv_registration_log(seen.data(), DRV_REGISTRATION_LOG_MAX);
-    EXPECT_EQ(std::vector<drv_class>(seen.begin(), seen.begin() + n), registered);
+    EXPECT_EQ(drv_registration_log(seen.data(), DRV_REGISTRATION_LOG_MAX), 64);  // 4 calls x 18, capped
+    EXPECT_EQ(std::vector<drv_class>(seen.begin(), seen.begin() + 18), registered);
     EXPECT_NE(ec_init_sem(), nullptr);
-
-    ASSERT_EQ(drv_device_count(), 17);
+    ASSERT_EQ(drv_device_count(), 17);  // set up again, not duplicated
     for (int i = 0; i < 17; ++i) {
         const drv_device_t* dev = drv_device_at(i);
-        const expected_device& want = BOARD_DEVICES[i];
+        const auto& want = BOARD_DEVICES[i];
         EXPECT_STREQ(dev->name.data(), want.name);
         EXPECT_STREQ(dev->path.data(), want.path) << want.name;
         EXPECT_TRUE(dev->variant == want.variant && dev->variant2 == want.variant2) << want.name;
@@ -110,48 +109,10 @@ TEST_F(BoardSetup, RegistersTheClassesThenCreatesTheDevicesInOrderAndOnlyOnce)
     EXPECT_EQ(std::memcmp(&bridge_board_ports_speed, &want_ports, sizeof(want_ports)), 0);
     EXPECT_STREQ(pSignalAddress, "/var/log/backtrace.txt");
 
-    const auto log = take_log();
-    for (const char* part : {"board.cpp:", "InitDriverAdapter(): DriverAdpter Initiated!\n", "DrvBoardSetup(): tovik driver adapter builddate:"})
-        EXPECT_TRUE(logged(log, 6, part)) << part;
-    EXPECT_FALSE(logged(log, 3, ""));
-
-    // A second call returns 1 at once, silently, without setting up again.
+    log.take();  // once set up, a call returns 1 at once, silently, without setting up again
     board_tovik_fail_step(1);
     EXPECT_EQ(InitDriverAdapter(5), 1);
-    EXPECT_TRUE(take_log().empty());
-}
-
-TEST_F(BoardSetup, StopsAtTheFirstFailureAndTheNextCallRepeatsTheWholeSetUp)
-{
-    EXPECT_EQ(InitDriverAdapter(5), 0);  // no board here: the light sensor's path is missing
-    EXPECT_EQ(drv_device_count(), 1);
-    auto log = take_log();
-    ASSERT_FALSE(log.empty());
-    EXPECT_TRUE(log.back().first == 3 && log.back().second.starts_with("board_tovik.cpp:")) << log.back().second;
-    EXPECT_TRUE(logged(log, 3, "DrvBoardSetup(): Setup lightsensor failed.\n"));
-
-    drv_set_path_probe(every_path_exists);
-    board_tovik_fail_step(10);
-    EXPECT_EQ(InitDriverAdapter(5), 0);
-    log = take_log();
-    EXPECT_TRUE(logged(log, 6, "DriverAdpter Initiated!\n"));
-    EXPECT_TRUE(logged(log, 3, "DrvBoardSetup(): Setup WifiSetup failed.\n"));
-    for (int i = 0; i < 17; ++i)
-        EXPECT_EQ(drv_device_find(BOARD_DEVICES[i].name) != nullptr, i < 9) << BOARD_DEVICES[i].name;
-
-    // The SPI bridge's failure goes to standard output only, without a line feed.
-    board_tovik_fail_step(15);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(InitDriverAdapter(5), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Setup Spi_Bridge failed.");
-    EXPECT_FALSE(logged(take_log(), 3, ""));
-    EXPECT_TRUE(drv_device_find("USB_state") != nullptr && drv_device_find("emmc_health") == nullptr);
-
-    board_tovik_fail_step(0);
-    EXPECT_EQ(InitDriverAdapter(5), 1);
-    EXPECT_EQ(drv_device_count(), 17);  // set up again, not duplicated
-    std::array<drv_class, DRV_REGISTRATION_LOG_MAX> seen{};
-    EXPECT_EQ(drv_registration_log(seen.data(), DRV_REGISTRATION_LOG_MAX), 64);  // 4 x 18, capped
+    EXPECT_TRUE(log.take().empty());
 }
 
 }  // namespace
