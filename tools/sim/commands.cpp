@@ -411,9 +411,9 @@ void Interpreter::send(const std::vector<std::string>& w)
     std::string error;
     if (w.size() == 4 && w[2] == "raw") {
         std::string bytes;
-        for (std::size_t i = 0; i + 1 < w[3].size(); i += 2) {
-            const auto b = tools::parse_integer("0x" + w[3].substr(i, 2), 0, 255);
-            if (!b || w[3].size() % 2 != 0) {
+        for (std::size_t i = 0; i < w[3].size(); i += 2) {
+            const auto b = i + 1 < w[3].size() ? tools::parse_integer("0x" + w[3].substr(i, 2), 0, 255) : std::nullopt;
+            if (!b) {
                 fail("send DEVICE raw takes bytes in hex (0a1b2c)");
                 return;
             }
@@ -694,6 +694,11 @@ void Interpreter::scanner_client(const std::vector<std::string>& w)
 void Interpreter::plug_recording(const std::vector<std::string>& w)
 {
     // plug FILE.events|KIND as NAME [on PORT] [--no-ids] [--failing-ioctls]
+    const char* const usage = "plug FILE.events|KIND as NAME [on PORT] [--no-ids] [--failing-ioctls]";
+    if (w.size() < 4) {
+        fail(usage);
+        return;
+    }
     NodeOptions options;
     std::string port;
     for (std::size_t i = 4; i < w.size(); ++i) {
@@ -704,7 +709,7 @@ void Interpreter::plug_recording(const std::vector<std::string>& w)
         } else if (w[i] == "--failing-ioctls") {
             options.fail_ioctls = true;
         } else {
-            fail("plug FILE.events|KIND as NAME [on PORT] [--no-ids] [--failing-ioctls]");
+            fail(usage);
             return;
         }
     }
