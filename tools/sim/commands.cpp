@@ -4,12 +4,17 @@
 
 #include <algorithm>
 #include <cctype>
+#include <climits>
+#include <csignal>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
 #include "client/args.h"
+#include "client/control_client.h"
 #include "client/input_names.h"
+#include "client/record_text.h"
 #include "sim/evemu.h"
 #include "sim/keys.h"
 
@@ -41,6 +46,30 @@ std::string rest_of(const std::vector<std::string>& words, std::size_t from)
     return s;
 }
 
+// Expectations of whole records leave aside those whose timing is the
+// cursor timer's, not an action's, and a display client's own notes.
+bool a_record(const std::string& text)
+{
+    return text != "cursor show" && text != "cursor hide" && text.rfind("tactord-events: ", 0) != 0;
+}
+
+// The test devices a script can plug in by kind.
+const TestDevice* device_kind(const std::string& kind)
+{
+    static const std::pair<const char*, const TestDevice& (*)()> kKinds[] = {
+        {"single-touch", devices::single_touch_screen}, {"multi-touch", devices::multi_touch_screen},
+        {"keyboard", devices::full_keyboard},           {"keypad", devices::partial_keyboard},
+        {"mouse", devices::mouse},                      {"mouse-with-abs", devices::mouse_with_abs},
+        {"abs-mouse", devices::abs_mouse},              {"tablet", devices::tablet},
+        {"touchpad", devices::touchpad},                {"joystick", devices::joystick},
+        {"accelerometer", devices::accelerometer},      {"front-panel", devices::front_panel},
+        {"wedge-scanner", devices::wedge_scanner},      {"misc-buttons", devices::misc_buttons}};
+    for (const auto& [name, dev] : kKinds)
+        if (kind == name)
+            return &dev();
+    return nullptr;
+}
+
 bool has_axis(const TestDevice& dev, unsigned code)
 {
     for (const unsigned a : dev.abs)
@@ -55,8 +84,16 @@ const char* Interpreter::help_text()
 {
     return "devices                              the simulated devices and where they are plugged\n"
            "plug NAME | unplug NAME              plug a device in or pull it out\n"
-           "plug FILE.events as NAME [on PORT]   a new device described by a recording's header\n"
-           "                                     (PORT: its physical path, default a hub on seat 5)\n"
+           "plug FILE.events|KIND as NAME [on PORT] [--no-ids] [--failing-ioctls]\n"
+           "                                     a new device described by a recording's header, or a test\n"
+           "                                     device (KIND: single-touch, multi-touch, keyboard, mouse,\n"
+           "                                     mouse-with-abs, tablet, front-panel, ...); PORT: its\n"
+           "                                     physical path (default the kind's own, for a recording a\n"
+           "                                     hub on seat 5); --no-ids: no name and phys in sysfs;\n"
+           "                                     --failing-ioctls: every ioctl on its node fails\n"
+           "send DEVICE CODE VALUE[*N]...        events into a device in one write (send mouse REL_X 10\n"
+           "                                     SYN_REPORT 0; VALUE*N: N such events)\n"
+           "send DEVICE raw HEX                  bytes into a device's node as they are\n"
            "move DX DY                           mouse motion\n"
            "click [left|right|middle]            a mouse click;  wheel N: wheel steps\n"
            "key NAME [press|release|repeat]      a key (KEY_CAPSLOCK, a, ...), pressed and released\n"
@@ -73,12 +110,22 @@ const char* Interpreter::help_text()
            "                                     screen N, and shows the inventories and scans it receives\n"
            "mode [clone|extern|double-player] [tactorctl mode set options]   show or switch the mode\n"
            "ctl ARGS...                          any tactorctl command (ctl --help lists them)\n"
+           "ctl-msg TYPE SCREEN [WORD...]        a control request of its own: TYPE by number or name, the\n"
+           "                                     data's 32-bit words as given, the rest zero; shows the reply\n"
+           "flood SIGNAL on|off                  sends tactord SIGNAL (SIGWINCH) every 0.1 ms while on\n"
+           "driver-lock SCREEN on|off            the lock status the touch driver reports for screen 0..2\n"
+           "file PATH TEXT                       writes TEXT into PATH below the sandbox (/proc/atmel_product)\n"
            "replay FILE [on DEVICE] [fast]       plays an evemu recording (.events) into a device\n"
            "snapshot FILE.png                    what the emulated /dev/fb0 shows, as a PNG image\n"
            "wait SECONDS | say TEXT              pause | print a note\n"
            "expect SOURCE TEXT                   wait up to 10 s for a line of SOURCE (screen 0, keyboard,\n"
            "                                     scan-client, scan-service, sim, ...) holding TEXT since\n"
-           "                                     the last action; fails otherwise\n"
+           "                                     the last action; fails otherwise. SOURCE log: the daemon's log\n"
+           "expect-records SOURCE TEXT | TEXT... the lines of SOURCE since the last action are exactly these,\n"
+           "                                     in order (cursor show and hide and a client's notes aside);\n"
+           "                                     TEXT *N stands for N such lines\n"
+           "expect-none SOURCE MS [TEXT]         no line of SOURCE (holding TEXT) comes within MS since the\n"
+           "                                     last action (as for expect-records)\n"
            "demo                                 the demonstration again\n"
            "help | quit\n";
 }
@@ -162,18 +209,8 @@ bool Interpreter::run(const std::string& line)
         std::this_thread::sleep_for(std::chrono::milliseconds(static_cast<long long>(*s * 1000)));
         return true;
     }
-    if (cmd == "expect") {
-        const bool screen = w.size() > 2 && w[1] == "screen";
-        const std::string source = screen ? "screen " + w[2] : (w.size() > 1 ? w[1] : "");
-        const std::string what = rest_of(w, screen ? 3 : 2);
-        if (what.empty())
-            return fail("expect takes a source (screen 0, keyboard, ...) and a text");
-        // What is expected must come; the bound only ends a script that waits
-        // in vain, and is generous for a machine busy with other work.
-        if (!transcript_.wait_for(source, what, mark_, 10s))
-            return fail("expected from " + source + ": \"" + what + "\" - it did not come");
-        return true;
-    }
+    if (cmd == "expect" || cmd == "expect-none" || cmd == "expect-records")
+        return expectation(cmd, w);
     if (cmd == "demo") {
         std::istringstream lines(demo_script());
         for (std::string l; std::getline(lines, l);)
@@ -190,8 +227,22 @@ bool Interpreter::run(const std::string& line)
         return true;
     }
 
+    if (cmd == "flood") {
+        // Not an action: what it causes goes on during the actions that follow.
+        int signal = 0;
+        for (int n = 1; n < 32 && w.size() == 3 && signal == 0; ++n)
+            if (const char* name = sigabbrev_np(n); name != nullptr && w[1] == "SIG" + std::string(name))
+                signal = n;
+        if (signal == 0 || (w[2] != "on" && w[2] != "off"))
+            return fail("flood takes a signal name (SIGWINCH) and on or off");
+        if (!panel_.flood(signal, w[2] == "on", error))
+            fail(error);
+        return true;
+    }
+
     // Actions: what they cause is shown before the next command runs.
     mark_ = transcript_.mark();
+    log_mark_ = panel_.log_mark();
     if (!panel_.daemon_alive())
         return fail("tactord is not running any more (see " + panel_.root() + "/tactord.log)");
     if (cmd == "plug" && w.size() >= 3 && w[2] == "as") {
@@ -273,11 +324,172 @@ bool Interpreter::run(const std::string& line)
             ++failures_;
     } else if (cmd == "replay") {
         replay(w);
+    } else if (cmd == "send") {
+        send(w);
+    } else if (cmd == "ctl-msg") {
+        control_message(w);
+    } else if (cmd == "file") {
+        write_file(w);
+    } else if (cmd == "driver-lock") {
+        const auto screen = w.size() == 3 ? tools::parse_integer(w[1], 0, 2) : std::nullopt;
+        if (!screen || (w[2] != "on" && w[2] != "off") || !panel_.set_driver_lock(static_cast<int>(*screen), w[2] == "on"))
+            return fail("driver-lock takes a screen 0..2 and on or off");
     } else {
         return fail("unknown command '" + cmd + "' (help lists them)");
     }
     transcript_.settle(300ms, 3s);
     return true;
+}
+
+bool Interpreter::expectation(const std::string& cmd, const std::vector<std::string>& w)
+{
+    const bool screen = w.size() > 2 && w[1] == "screen";
+    const std::string source = screen ? "screen " + w[2] : (w.size() > 1 ? w[1] : "");
+    std::size_t at = screen ? 3 : 2;
+    const bool log = source == "log";
+    // What is expected must come; the bound only ends a script that waits
+    // in vain, and is generous for a machine busy with other work.
+    constexpr auto kBound = 10s;
+    if (cmd == "expect") {
+        const std::string what = rest_of(w, at);
+        if (what.empty())
+            return fail("expect takes a source (screen 0, keyboard, log, ...) and a text");
+        if (!(log ? panel_.log_wait(what, log_mark_, kBound) : transcript_.wait_for(source, what, mark_, kBound)))
+            return fail("expected from " + source + ": \"" + what + "\" - it did not come");
+        return true;
+    }
+    if (cmd == "expect-none") {
+        const auto ms = at < w.size() ? tools::parse_integer(w[at], 1, 60000) : std::nullopt;
+        const std::string what = rest_of(w, at + 1);
+        if (source.empty() || !ms || (log && what.empty()))
+            return fail("expect-none takes a source, milliseconds and (for log: not optional) a text");
+        const std::chrono::milliseconds quiet(*ms);
+        if (log) {
+            std::this_thread::sleep_for(quiet);
+            if (panel_.log_since(log_mark_).find(what) != std::string::npos)
+                return fail("unexpected in the log: \"" + what + "\"");
+            return true;
+        }
+        const auto keep = [&what](const std::string& text) {
+            return a_record(text) && text.find(what) != std::string::npos;
+        };
+        const auto came = transcript_.lines_of(source, mark_, keep, 1, quiet);
+        return came.empty() || fail("unexpected from " + source + ": \"" + came[0] + "\"");
+    }
+    // expect-records: the words between bars are the lines; a last word *N
+    // stands for N such lines.
+    std::vector<std::string> wanted;
+    for (std::size_t from = at; from < w.size(); from = at + 1) {
+        at = std::find(w.begin() + static_cast<std::ptrdiff_t>(from), w.end(), "|") - w.begin();
+        std::size_t end = at;
+        std::optional<long long> times = 1;
+        if (end > from + 1 && w[end - 1][0] == '*')
+            times = tools::parse_integer(w[--end].substr(1), 1, 1000);
+        const std::string line = rest_of(std::vector<std::string>(w.begin() + static_cast<std::ptrdiff_t>(from),
+                                                                  w.begin() + static_cast<std::ptrdiff_t>(end)), 0);
+        if (line.empty() || !times)
+            return fail("expect-records: an empty line or a bad *N in \"" + rest_of(w, screen ? 3 : 2) + "\"");
+        wanted.insert(wanted.end(), static_cast<std::size_t>(*times), line);
+    }
+    if (source.empty() || log || wanted.empty())
+        return fail("expect-records takes a source other than log and lines separated by |");
+    transcript_.lines_of(source, mark_, a_record, wanted.size(), kBound);
+    // Lines that come after the last expected one would be caught too.
+    transcript_.settle(300ms, 3s);
+    const auto got = transcript_.lines_of(source, mark_, a_record, 0, 0ms);
+    if (got == wanted)
+        return true;
+    std::string text;
+    for (const std::string& l : got)
+        text += (text.empty() ? "" : " | ") + l;
+    return fail("records of " + source + ": \"" + text + "\", expected \"" + rest_of(w, screen ? 3 : 2) + "\"");
+}
+
+void Interpreter::send(const std::vector<std::string>& w)
+{
+    // send DEVICE CODE VALUE[*N]... | send DEVICE raw HEX
+    std::string error;
+    if (w.size() == 4 && w[2] == "raw") {
+        std::string bytes;
+        for (std::size_t i = 0; i < w[3].size(); i += 2) {
+            const auto b = i + 1 < w[3].size() ? tools::parse_integer("0x" + w[3].substr(i, 2), 0, 255) : std::nullopt;
+            if (!b) {
+                fail("send DEVICE raw takes bytes in hex (0a1b2c)");
+                return;
+            }
+            bytes += static_cast<char>(*b);
+        }
+        if (!panel_.play_raw(w[1], bytes, error))
+            fail(error);
+        return;
+    }
+    if (w.size() < 4 || w.size() % 2 != 0) {
+        fail("send takes a device and CODE VALUE pairs, or raw HEX");
+        return;
+    }
+    std::vector<input_event> events;
+    for (std::size_t i = 2; i + 1 < w.size(); i += 2) {
+        const auto code = tools::parse_code_name(w[i]);
+        const std::size_t star = w[i + 1].find('*');
+        const auto value = tools::parse_integer(w[i + 1].substr(0, star), INT32_MIN, INT32_MAX);
+        const auto times = star == std::string::npos ? 1 : tools::parse_integer(w[i + 1].substr(star + 1), 1, 10000);
+        if (!code || !value || !times) {
+            fail("send: '" + w[i] + " " + w[i + 1] + "' is not CODE VALUE[*N] (REL_X 10, ABS_X 0*21)");
+            return;
+        }
+        events.insert(events.end(), static_cast<std::size_t>(*times),
+                      ev(code->first, code->second, static_cast<int32_t>(*value)));
+    }
+    // A long burst is shown as written.
+    const bool burst = rest_of(w, 2).find('*') != std::string::npos;
+    if (!panel_.play(w[1], events, error, burst ? rest_of(w, 2) : std::string()))
+        fail(error);
+}
+
+void Interpreter::control_message(const std::vector<std::string>& w)
+{
+    // ctl-msg TYPE SCREEN [WORD...]
+    std::optional<long long> type = w.size() > 1 ? tools::parse_integer(w[1], INT32_MIN, INT32_MAX) : std::nullopt;
+    for (int t = 0; !type && w.size() > 1 && tools::msg_type_name(t) != nullptr; ++t)
+        if (w[1] == tools::msg_type_name(t))
+            type = t;
+    const auto screen = w.size() > 2 ? tools::parse_integer(w[2], INT32_MIN, INT32_MAX) : std::nullopt;
+    constexpr std::size_t kWords = sizeof(SystemMsg::data) / sizeof(int32_t);
+    if (!type || !screen || w.size() > 3 + kWords) {
+        fail("ctl-msg takes TYPE SCREEN and at most " + std::to_string(kWords) + " data words");
+        return;
+    }
+    SystemMsg msg = tools::make_request(static_cast<int32_t>(*type), static_cast<int32_t>(*screen));
+    for (std::size_t i = 3; i < w.size(); ++i) {
+        const auto word = tools::parse_integer(w[i], INT32_MIN, UINT32_MAX);
+        if (!word) {
+            fail("ctl-msg: '" + w[i] + "' is not a 32-bit word");
+            return;
+        }
+        const auto bits = static_cast<uint32_t>(*word);
+        std::memcpy(reinterpret_cast<char*>(&msg.data) + (i - 3) * sizeof bits, &bits, sizeof bits);
+    }
+    std::string error;
+    auto conn = tools::ControlConnection::open(tools::default_socket_path(), 3s, error);
+    const auto answer = conn ? conn->exchange(msg) : tools::ControlConnection::Answer{};
+    if (!answer.ok) {
+        fail("ctl-msg: " + (conn ? std::string("tactord did not handle the request") : error));
+        return;
+    }
+    transcript_.line("ctl-msg", "<<", answer.reply ? tools::describe_reply(*answer.reply) : "no reply");
+}
+
+void Interpreter::write_file(const std::vector<std::string>& w)
+{
+    // file PATH TEXT
+    if (w.size() < 3 || w[1].front() != '/' || w[1].find("..") != std::string::npos) {
+        fail("file takes an absolute PATH (below the sandbox, no ..) and a text");
+        return;
+    }
+    std::ofstream out(panel_.root() + w[1], std::ios::trunc);
+    out << rest_of(w, 2);
+    if (!out.flush())
+        fail("cannot write " + panel_.root() + w[1]);
 }
 
 void Interpreter::touch(const std::vector<std::string>& w)
@@ -481,24 +693,46 @@ void Interpreter::scanner_client(const std::vector<std::string>& w)
 
 void Interpreter::plug_recording(const std::vector<std::string>& w)
 {
-    // plug FILE as NAME [on PORT]
-    if (w.size() != 4 && !(w.size() == 6 && w[4] == "on")) {
-        fail("plug FILE.events as NAME [on PORT]");
+    // plug FILE.events|KIND as NAME [on PORT] [--no-ids] [--failing-ioctls]
+    const char* const usage = "plug FILE.events|KIND as NAME [on PORT] [--no-ids] [--failing-ioctls]";
+    if (w.size() < 4) {
+        fail(usage);
+        return;
+    }
+    NodeOptions options;
+    std::string port;
+    for (std::size_t i = 4; i < w.size(); ++i) {
+        if (w[i] == "on" && i + 1 < w.size()) {
+            port = w[++i];
+        } else if (w[i] == "--no-ids") {
+            options.with_name = options.with_phys = false;
+        } else if (w[i] == "--failing-ioctls") {
+            options.fail_ioctls = true;
+        } else {
+            fail(usage);
+            return;
+        }
+    }
+    std::string error;
+    if (const TestDevice* kind = device_kind(w[1])) {
+        if (!panel_.add_device(w[3], "a test " + w[1] + " device", port.empty() ? *kind : kind->on(port), error,
+                               options) ||
+            !panel_.plug(w[3], error))
+            fail(error);
         return;
     }
     std::ifstream in(w[1], std::ios::binary);
     std::ostringstream text;
     text << in.rdbuf();
     Recording rec;
-    std::string error;
     if (!in || !parse_recording(text.str(), rec, error) || !rec.describes_device()) {
         fail(w[1] + ": " + (error.empty() ? "no device description (N: and B: lines) in it" : error));
         return;
     }
     // Behind a hub on the main touchscreen's port: a device of screen 0 that
     // leaves alone.
-    const std::string port = w.size() == 6 ? w[5] : "usb-musb-hdrc.0-1.4/input0";
-    if (!panel_.add_device(w[3], "\"" + rec.name + "\" from " + w[1], rec.device(port), error) ||
+    if (!panel_.add_device(w[3], "\"" + rec.name + "\" from " + w[1],
+                           rec.device(port.empty() ? "usb-musb-hdrc.0-1.4/input0" : port), error, options) ||
         !panel_.plug(w[3], error))
         fail(error);
 }

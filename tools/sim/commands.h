@@ -32,6 +32,11 @@ private:
     void plug_recording(const std::vector<std::string>& words);
     void scan(const std::vector<std::string>& words);
     void scanner_client(const std::vector<std::string>& words);
+    void send(const std::vector<std::string>& words);
+    void control_message(const std::vector<std::string>& words);
+    void write_file(const std::vector<std::string>& words);
+    // expect, expect-none and expect-records.
+    bool expectation(const std::string& cmd, const std::vector<std::string>& words);
     // One event and its SYN_REPORT; false (counted) when it cannot be played.
     bool press(const std::string& device, uint16_t type, uint16_t code, int32_t value);
 
@@ -40,6 +45,7 @@ private:
     ScannerClient scanner_client_{transcript_};
     int failures_ = 0;
     std::size_t mark_ = 0;      // transcript lines before the last action
+    std::size_t log_mark_ = 0;  // length of the daemon's log before the last action
     int tracking_id_ = 0;       // of the next multi-touch contact
     std::string touch_device_;  // the device of a contact in progress
 };

@@ -79,6 +79,9 @@ Panel::Panel(Transcript& transcript, PanelOptions options) : transcript_(transcr
 Panel::~Panel()
 {
     stop_.store(true);
+    flooding_.store(false);
+    if (flood_.joinable())
+        flood_.join();
     if (watcher_.joinable())
         watcher_.join();
     for (const pid_t pid : clients_)
@@ -106,10 +109,12 @@ bool Panel::start(std::string& error)
         error = "cannot copy " + options_.port_conf + ": " + ec.message();
         return false;
     }
-    // The board's touch controller identifies itself as a 12-bit panel.
-    if (std::FILE* f = std::fopen((options_.root + "/proc/atmel_product").c_str(), "w")) {
-        std::fputs("2151", f);
-        std::fclose(f);
+    // The board's touch controller identifies itself (2151: a 12-bit panel).
+    std::FILE* id = options_.touch_controller.empty() ? nullptr
+                                                      : std::fopen((options_.root + "/proc/atmel_product").c_str(), "w");
+    if (id != nullptr) {
+        std::fputs(options_.touch_controller.c_str(), id);
+        std::fclose(id);
     }
     setenv("TACTORD_ROOT", options_.root.c_str(), 1);
 
@@ -323,14 +328,15 @@ Panel::Device* Panel::lookup(const std::string& name)
     return nullptr;
 }
 
-bool Panel::add_device(const std::string& name, const std::string& what, const TestDevice& dev, std::string& error)
+bool Panel::add_device(const std::string& name, const std::string& what, const TestDevice& dev, std::string& error,
+                       NodeOptions options)
 {
     std::lock_guard<std::mutex> guard(mutex_);
     if (lookup(name) != nullptr) {
         error = "there is already a device called " + name;
         return false;
     }
-    devices_.push_back({name, what, dev});
+    devices_.push_back({name, what, dev, -1, -1, options});
     return true;
 }
 
@@ -355,7 +361,7 @@ bool Panel::plug(const std::string& name, std::string& error)
             return false;
         }
         node = next_node_++;
-        if (!bed_->add(node, d->dev)) {
+        if (!bed_->add(node, d->dev, d->options)) {
             error = "cannot emulate /dev/event" + std::to_string(node);
             return false;
         }
@@ -433,6 +439,73 @@ bool Panel::play(const std::string& name, const std::vector<tactord::input_event
     }
     transcript_.line(name, ">>", summary.empty() ? frame_text(events) : summary);
     return true;
+}
+
+bool Panel::play_raw(const std::string& name, const std::string& bytes, std::string& error)
+{
+    std::lock_guard<std::mutex> guard(mutex_);
+    Device* d = lookup(name);
+    if (d == nullptr || d->node < 0) {
+        error = d == nullptr ? "no device called " + name : name + " is not plugged in";
+        return false;
+    }
+    if (!bed_->write_raw(d->node, bytes.data(), bytes.size())) {
+        error = "cannot write into " + name;
+        return false;
+    }
+    transcript_.line(name, ">>", std::to_string(bytes.size()) + " raw bytes");
+    return true;
+}
+
+bool Panel::set_driver_lock(int screen, bool locked)
+{
+    if (!dev_mod_cfg_ || screen < 0 || screen >= TS_SCREEN_COUNT)
+        return false;
+    dev_mod_cfg_t record = dev_mod_cfg_->state(screen);
+    record.status = locked ? 0 : 1;
+    dev_mod_cfg_->set_state(screen, record);
+    transcript_.line("sim", "--", "the touch driver reports screen " + std::to_string(screen) +
+                                      (locked ? " locked" : " unlocked"));
+    return true;
+}
+
+bool Panel::flood(int signal, bool on, std::string& error)
+{
+    if (on == flooding_.load()) {
+        error = on ? "a flood runs already" : "no flood runs";
+        return false;
+    }
+    flooding_.store(on);
+    if (!on) {
+        flood_.join();
+    } else {
+        const pid_t pid = daemon_->pid();
+        flood_ = std::thread([this, pid, signal] {
+            while (flooding_.load()) {
+                kill(pid, signal);
+                usleep(100);
+            }
+        });
+    }
+    transcript_.line("sim", "--", std::string(on ? "flooding tactord with SIG" : "no more SIG") + sigabbrev_np(signal) +
+                                      (on ? " every 0.1 ms" : ""));
+    return true;
+}
+
+std::size_t Panel::log_mark() const
+{
+    return daemon_ ? daemon_->mark() : 0;
+}
+
+bool Panel::log_wait(const std::string& text, std::size_t since, std::chrono::milliseconds timeout) const
+{
+    return daemon_ && daemon_->wait_for(text, since, timeout);
+}
+
+std::string Panel::log_since(std::size_t since) const
+{
+    const std::string all = daemon_ ? daemon_->output() : std::string();
+    return since < all.size() ? all.substr(since) : std::string();
 }
 
 void Panel::write_listing()

@@ -34,6 +34,7 @@ struct PanelOptions {
     std::string events_binary;   // tactord-events
     std::string daemon_args = "-p 0 -d 2 -i 0";  // logs to standard output, warnings and errors
     std::vector<int> client_screens = {0, 1};    // the screens the panel's own display clients hold
+    std::string touch_controller = "2151";       // the id in /proc/atmel_product, empty for no such file
 };
 
 class Panel {
@@ -55,11 +56,13 @@ public:
         TestDevice dev;
         int node = -1;  // /dev/eventN while plugged
         int fd = -1;    // the node's other end
+        NodeOptions options = {};  // how its node misbehaves, if it does
     };
     std::vector<Device> devices() const;
     std::optional<Device> find(const std::string& name) const;
     // Adds a device that is not on the board (unplugged until plug()).
-    bool add_device(const std::string& name, const std::string& what, const TestDevice& dev, std::string& error);
+    bool add_device(const std::string& name, const std::string& what, const TestDevice& dev, std::string& error,
+                    NodeOptions options = {});
 
     // Plugs a device in and waits until the daemon has classified it.
     bool plug(const std::string& name, std::string& error);
@@ -69,6 +72,23 @@ public:
     // summary when one is given.
     bool play(const std::string& name, const std::vector<tactord::input_event>& events, std::string& error,
               const std::string& summary = {});
+
+    // Bytes written into the device's node as they are: a record cut short.
+    bool play_raw(const std::string& name, const std::string& bytes, std::string& error);
+
+    // The lock status the touch driver (/dev/dev_mod_cfg) reports for a
+    // screen, as when the driver locks it on its own; false for no such screen.
+    bool set_driver_lock(int screen, bool locked);
+
+    // Sends the daemon signal every 0.1 ms from a thread of its own while
+    // on: signals that land in the middle of whatever it does.
+    bool flood(int signal, bool on, std::string& error);
+
+    // The daemon's log: its length now, to look only at what comes later;
+    // waiting for a text in it; what it holds from a mark on.
+    std::size_t log_mark() const;
+    bool log_wait(const std::string& text, std::size_t since, std::chrono::milliseconds timeout) const;
+    std::string log_since(std::size_t since) const;
 
     // The CDC scanner's port.
     static constexpr int kCdcPort = 0;
@@ -109,6 +129,8 @@ private:
     std::vector<pid_t> clients_;
     std::vector<std::thread> readers_;  // one per client; each reaps its client
     std::thread watcher_;
+    std::thread flood_;  // while a flood runs
+    std::atomic<bool> flooding_{false};
     std::atomic<bool> stop_{false};
     std::size_t scan_log_read_ = 0;  // bytes of the scanner service's log shown (watcher thread only)
     std::string scan_log_partial_;   // a line not yet complete (watcher thread only)

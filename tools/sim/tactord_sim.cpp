@@ -34,7 +34,7 @@ int usage(std::FILE* to, int status)
 {
     std::fprintf(to,
                  "usage: tactord-sim [--script FILE] [--no-demo] [--root DIR] [--port-conf FILE] [--log-level N]\n"
-                 "                   [--clients 0,1|0|1|none] [--daemon BINARY]\n"
+                 "                   [--clients 0,1|0|1|none] [--daemon BINARY] [--touch-controller ID|none]\n"
                  "Emulates the panel's board (a 1280x800 framebuffer, /dev/dev_mod_cfg, the board's touch panel,\n"
                  "a USB touchscreen on seat 5, a USB keyboard on seat 1, a USB mouse on seat 2, a keyboard-wedge\n"
                  "barcode scanner behind the keyboard's hub and a CDC scanner on /dev/ttyACM0) under umockdev,\n"
@@ -49,6 +49,8 @@ int usage(std::FILE* to, int status)
                  "  --log-level N    tactord's -d level (default 2: warnings and errors)\n"
                  "  --clients LIST   the screens the sim's own display clients hold (default 0,1; none: no\n"
                  "                   client, so that clients of your own can register)\n"
+                 "  --touch-controller ID  what the board's touch controller reports in /proc/atmel_product\n"
+                 "                   (default 2151, a 12-bit panel; 214e: 10-bit; none: no such file)\n"
                  "  --daemon BINARY  the tactord to run (default: this build's); a target build (ARMv7) runs under\n"
                  "                   qemu-arm with the sysroot next to its build tree (scripts/install-deps)\n");
     return status;
@@ -128,6 +130,10 @@ int main(int argc, char** argv)
             // The emulation reads it too: it writes the records of the
             // daemon's architecture.
             setenv("TACTORD_DAEMON", std::filesystem::absolute(argv[++i]).c_str(), 1);
+        } else if (arg == "--touch-controller" && value) {
+            options.touch_controller = argv[++i];
+            if (options.touch_controller == "none")
+                options.touch_controller.clear();
         } else if (arg == "--log-level" && value) {
             options.daemon_args = std::string("-p 0 -d ") + argv[++i] + " -i 0";
         } else {

@@ -46,6 +46,22 @@ bool Transcript::wait_for(const std::string& source, const std::string& what, st
     });
 }
 
+std::vector<std::string> Transcript::lines_of(const std::string& source, std::size_t since,
+                                              const std::function<bool(const std::string&)>& keep, std::size_t n,
+                                              std::chrono::milliseconds timeout)
+{
+    std::unique_lock<std::mutex> lock(mutex_);
+    std::vector<std::string> found;
+    std::size_t next = since;
+    changed_.wait_for(lock, timeout, [&] {
+        for (; next < lines_.size(); ++next)
+            if (lines_[next].source == source && keep(lines_[next].text))
+                found.push_back(lines_[next].text);
+        return found.size() >= n;
+    });
+    return found;
+}
+
 void Transcript::hold(int wake_fd)
 {
     std::lock_guard<std::mutex> guard(mutex_);

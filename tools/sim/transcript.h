@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -25,6 +26,11 @@ public:
     // after since.
     bool wait_for(const std::string& source, const std::string& what, std::size_t since,
                   std::chrono::milliseconds timeout);
+    // The texts of source's lines at or after since that keep accepts,
+    // waiting up to timeout until there are at least n of them.
+    std::vector<std::string> lines_of(const std::string& source, std::size_t since,
+                                      const std::function<bool(const std::string&)>& keep, std::size_t n,
+                                      std::chrono::milliseconds timeout);
     // Waits until no line has come for quiet since the call (at most max).
     void settle(std::chrono::milliseconds quiet, std::chrono::milliseconds max);
 
