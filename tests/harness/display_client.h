@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -22,16 +21,21 @@ inline SystemMsg make_msg(int32_t type, int32_t scr_index = 0)
     return tools::make_request(type, scr_index);
 }
 
+// Milliseconds left until deadline, 0 once it has passed.
+inline std::chrono::milliseconds left_until(std::chrono::steady_clock::time_point deadline)
+{
+    return std::max(0ms, std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()));
+}
+
 class DisplayClient {
 public:
-    // Connects to the control socket below root, waiting for the daemon to
-    // create it.
-    explicit DisplayClient(const std::string& root, std::chrono::milliseconds wait = 10s);
-    ~DisplayClient() { close_now(); }
-    DisplayClient(const DisplayClient&) = delete;
-    DisplayClient& operator=(const DisplayClient&) = delete;
-
-    bool connected() const { return fd_ >= 0; }
+    // Connects to the control socket below root, waiting for the daemon to create it.
+    explicit DisplayClient(const std::string& root, std::chrono::milliseconds wait = 10s)
+    {
+        std::string error;
+        conn_ = tools::ControlConnection::open(root + SYSTEM_MSG_SOCKET, wait, error);
+    }
+    bool connected() const { return conn_.has_value(); }
     bool send_raw(const void* data, std::size_t len);
     bool send(const SystemMsg& msg) { return send_raw(&msg, sizeof msg); }
     // TYPE_INPUT_INIT for screen.
@@ -45,24 +49,18 @@ public:
     std::size_t pending(std::chrono::milliseconds timeout);
     // True once the daemon has closed the connection.
     bool closed_by_peer(std::chrono::milliseconds timeout = 3s);
-    void close_now();
+    void close_now() { conn_.reset(); }
 
 private:
-    // Exactly len bytes, false when they do not come in time.
-    bool read_bytes(void* out, std::size_t len, std::chrono::milliseconds timeout);
     template <typename T>
     std::optional<T> read(std::chrono::milliseconds timeout)
     {
         T record{};
-        return read_bytes(&record, sizeof record, timeout) ? std::optional<T>(record) : std::nullopt;
+        if (!conn_ || conn_->read_exact(&record, sizeof record, timeout) != tools::ControlConnection::Read::ok)
+            return std::nullopt;
+        return record;
     }
-    int fd_ = -1;
+    std::optional<tools::ControlConnection> conn_;
 };
-
-// Milliseconds left until deadline, 0 once it has passed.
-inline std::chrono::milliseconds left_until(std::chrono::steady_clock::time_point deadline)
-{
-    return std::max(0ms, std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()));
-}
 
 }  // namespace testharness

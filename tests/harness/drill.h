@@ -59,8 +59,6 @@ class ServingProbe {
 public:
     explicit ServingProbe(const std::string& root);
     ~ServingProbe() { stop(); }
-    ServingProbe(const ServingProbe&) = delete;
-    ServingProbe& operator=(const ServingProbe&) = delete;
     int stop();
     int rounds() const { return rounds_.load(); }
 

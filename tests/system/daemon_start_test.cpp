@@ -1,5 +1,5 @@
-// The real daemon under a scratch root: its start-up output, a loop that keeps
-// passing, its seat file, its notifications to a service manager, and one
+// The real daemon under a scratch root: its start-up output and seat file, a
+// loop that keeps passing, its notifications to a service manager, and one
 // instance per root.
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -15,10 +15,8 @@ namespace {
 
 using namespace std::chrono_literals;
 using DaemonStart = testharness::DaemonTest;
-using testsupport::eventually;
 
-// Voluntary context switches of the daemon's main thread: each select that
-// waits adds one, so the count keeps moving while the loop passes.
+// Voluntary context switches of the daemon's main thread: each select that waits adds one.
 long main_thread_waits(pid_t pid)
 {
     const std::string status =
@@ -27,12 +25,14 @@ long main_thread_waits(pid_t pid)
     return at == std::string::npos ? -1 : std::stol(status.substr(at + 24));
 }
 
-// The banner line for line, then the build time; with nothing to serve each
-// pass waits out its one-second select; the key sound service waits for its
-// audio client (its socket made by its own thread, late under qemu-arm).
-TEST_F(DaemonStart, PrintsTheBannerOnStandardOutputAndKeepsLooping)
+// The banner line for line and the build time; a conversion in a seat file line logged as it
+// stands, the sections after it still making the seats; with nothing to serve each pass waits
+// out its one-second select; the key sound service (its socket made late under qemu-arm)
+// waits for its audio client.
+TEST_F(DaemonStart, PrintsItsBannerReadsPortConfFromItsWorkingDirectoryAndKeepsLooping)
 {
-    launch({"-p", "0", "-i", "0"});
+    testsupport::write_port_conf(root_.at("/work"), std::string("StartSection %n%n%n%n\n") + testsupport::kExamplePortConf);
+    launch();
     ASSERT_TRUE(daemon_->wait_for("Build time "));
     const std::string full(61, '@'), blank = "@" + std::string(59, ' ') + "@";
     const std::string banner = "\n" + full + "\n" + blank + "\n@                  Tactord - 17.0221.1137                  @\n" +
@@ -42,29 +42,22 @@ TEST_F(DaemonStart, PrintsTheBannerOnStandardOutputAndKeepsLooping)
     EXPECT_TRUE(std::regex_match(out.substr(banner.size(), out.find('\n', banner.size()) - banner.size()),
                                  std::regex(R"([A-Z][a-z]{2} [ 0-9][0-9] [0-9]{4} [0-9]{2}:[0-9]{2}:[0-9]{2})")))
         << out;
-    const long first = main_thread_waits(pid());
-    ASSERT_GE(first, 0);
-    EXPECT_TRUE(eventually([&] { return main_thread_waits(pid()) >= first + 3; }, 15s));
-    EXPECT_TRUE(daemon_->alive());
-    EXPECT_GE(testharness::connect_unix("/tmp/UNIX2.domain.audio"), 0);
-    EXPECT_TRUE(testsupport::wait_for_file_text(root_.at("/tmp/audio-server.txt"), "Audio unix client connected...\r\n"));
-}
-
-// A conversion in a line is logged as it stands; the sections after it still make the seats.
-TEST_F(DaemonStart, ReadsPortConfFromItsWorkingDirectoryAndLogsConversionsAsTheyStand)
-{
-    testsupport::write_port_conf(root_.at("/work"), std::string("StartSection %n%n%n%n\n") + testsupport::kExamplePortConf);
-    launch();
     for (const char* line : {"parse error section %n%n%n%n is unsurpport\n", "path:usb-musb-hdrc.0-1----seat:5\n",
                              "screen:1 ______ 2\n", "nice is "})
         EXPECT_TRUE(daemon_->wait_for(line)) << line;
+    const long first = main_thread_waits(pid());
+    ASSERT_GE(first, 0);
+    EXPECT_TRUE(testsupport::eventually([&] { return main_thread_waits(pid()) >= first + 3; }, 15s));
+    EXPECT_GE(testharness::connect_unix("/tmp/UNIX2.domain.audio"), 0);
+    EXPECT_TRUE(testsupport::wait_for_file_text(root_.at("/tmp/audio-server.txt"), "Audio unix client connected...\r\n"));
     EXPECT_TRUE(daemon_->alive());
 }
 
-// READY=1 once the control socket accepts (one connection attempt, no
-// waiting), then WATCHDOG=1 at the service manager's period; the socket
-// is abstract, named "@name" in $NOTIFY_SOCKET.
-TEST_F(DaemonStart, ReportsReadyOnceTheControlSocketAcceptsAndThenKeepsAlive)
+// READY=1 once the control socket accepts (one connection attempt), then WATCHDOG=1 at the
+// manager's period, on an abstract socket named "@name" in $NOTIFY_SOCKET. A second instance
+// exits 1 naming the first, whose log is not rotated away; unknown options are skipped, each
+// with a warning on standard error.
+TEST_F(DaemonStart, ReportsReadyKeepsAliveAndLeavesTheFirstInstanceAndItsLogAlone)
 {
     const std::string name = "tactord-test-notify-" + std::to_string(getpid());
     const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -81,7 +74,7 @@ TEST_F(DaemonStart, ReportsReadyOnceTheControlSocketAcceptsAndThenKeepsAlive)
     };
     setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
     setenv("WATCHDOG_USEC", "1000000", 1);
-    launch();
+    launch({"-p", "1", "-i", "0", "--frobnicate"});
     unsetenv("WATCHDOG_USEC");
     unsetenv("NOTIFY_SOCKET");
     ASSERT_EQ(next_notification(), "READY=1");
@@ -89,23 +82,15 @@ TEST_F(DaemonStart, ReportsReadyOnceTheControlSocketAcceptsAndThenKeepsAlive)
     EXPECT_TRUE(client.connected() && testharness::round_trip(client, 1));
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(next_notification(), "WATCHDOG=1") << i;
-    close(manager);
-}
-
-// The second exits 1 naming the first, whose log is not rotated away;
-// unknown options are skipped, each with a warning on standard error.
-TEST_F(DaemonStart, ASecondInstanceOnTheSameRootLeavesTheFirstAndItsLogAlone)
-{
-    launch({"-p", "1", "-i", "0", "--frobnicate"});
     EXPECT_TRUE(daemon_->wait_for("tactord: ignoring unknown option '--frobnicate' (tactord --help lists the options)\n"));
-    testharness::DisplayClient client(root_.path());
     const std::string log = root_.at("/var/log/tactord.log");
     ASSERT_TRUE(std::filesystem::exists(log));  // opened at the banner
     const auto [out, status] = testsupport::run_command("cd " + root_.at("/work") + " && " TACTORD_BINARY " -p 1 -i 0");
     EXPECT_EQ(status, 1);
     EXPECT_EQ(out, "tactord is already running (pid " + std::to_string(pid()) + ")\n");
     EXPECT_FALSE(std::filesystem::exists(log + ".old")) << "the first's log was rotated";
-    EXPECT_TRUE(testharness::round_trip(client, 1));
+    EXPECT_TRUE(testharness::round_trip(client, 2));
+    close(manager);
 }
 
 }  // namespace
