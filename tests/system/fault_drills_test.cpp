@@ -4,12 +4,16 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <csignal>
+#include <ctime>
 #include <cstring>
 #include <filesystem>
 
 #include "common/OrvelClient.h"
 #include "common/keyaudio/key_voice.h"
+#include "common/usb_gun/usbgun_c.h"
 #include "common/usb_gun/usbgun_records.h"
+#include "common/usb_gun/usbscangun_manger.h"
 #include "harness/drill.h"
 #include "support/scanner.h"
 
@@ -67,7 +71,6 @@ struct FaultDrills : DaemonTest {
         ASSERT_TRUE(sub.register_for(SUB_SCREEN) && round_trip(sub, 2));
         EXPECT_TRUE(tap_served(bed_, SUB_PANEL, sub));
         EXPECT_EQ(daemon_->output().find("has been init", mark), std::string::npos);
-        EXPECT_TRUE(daemon_->alive());
     }
     // Replies in order to n TYPE_MODE_GET records written at per_ms bytes a ms on average (0: at once).
     int write_records(int n, std::size_t per_ms)
@@ -106,6 +109,20 @@ struct FaultDrills : DaemonTest {
         misbehave();
         EXPECT_EQ(probe.stop(), 0) << "round trips beyond " << kServeBound.count() << " ms, of " << probe.rounds();
         recovered(fds_before);
+    }
+
+    bool scan_logged(const std::string& line, int n = 1)
+    {
+        return testsupport::wait_for_file_text(root_.at(SCANNER_LOG_PATH), line, n);
+    }
+    // The bytes of the next scan the client library holds, its record head aside.
+    static Bytes scanned()
+    {
+        Bytes got(256);
+        int n = 0;
+        for (int i = 0; i < 300 && (n = UsbGunRead(got.data(), static_cast<int>(got.size()))) <= 0; ++i)
+            usleep(10000);
+        return n <= 24 ? Bytes{} : Bytes(got.begin() + 24, got.begin() + n);
     }
 
     std::unique_ptr<DisplayClient> ctl_, main_;
@@ -240,7 +257,7 @@ TEST_F(FaultDrills, ScannerAndKeySoundClientsThatGoAreReplacedByTheNext)
     start();
     driver_.set_volume(3);
     register_main(11);
-    const std::string scan_log = root_.at("/tmp/scan-server.txt"), audio_log = root_.at("/tmp/audio-server.txt");
+    const std::string audio_log = root_.at("/tmp/audio-server.txt");
     // Sent whenever the number of event nodes changes: head (flag, function 0, 16772) and list.
     const auto inventory_head = [](int fd) {
         const Bytes rec = testsupport::read_exactly(fd, 12 + 16772, kServeBound);
@@ -261,12 +278,12 @@ TEST_F(FaultDrills, ScannerAndKeySoundClientsThatGoAreReplacedByTheNext)
     main_is_served();
     EXPECT_TRUE(daemon_->wait_for("catch a signal: 13", mark));
     ASSERT_TRUE(bed_.add(4, dev::full_keyboard()));
-    ASSERT_TRUE(testsupport::wait_for_file_text(scan_log, "Unix_socket write is failure.\r\n"));
+    ASSERT_TRUE(scan_logged("Unix_socket write is failure.\r\n"));
     main_is_served();
 
     scanner = connect_unix(SCANNER_SOCKET_PATH);
     audio = connect_unix(KEY_AUDIO_SOCKET_PATH);
-    ASSERT_TRUE(testsupport::wait_for_file_text(scan_log, "Usb scan unix client connected...\r\n", 2));
+    ASSERT_TRUE(scan_logged("Usb scan unix client connected...\r\n", 2));
     ASSERT_TRUE(testsupport::wait_for_file_text(audio_log, "key audio unix client connected...\r\n"));
     ASSERT_TRUE(bed_.add(5, dev::full_keyboard().on("usb-musb-hdrc.1-1.1.5/input0")));
     EXPECT_TRUE(inventory_head(scanner));
@@ -358,6 +375,73 @@ TEST_F(FaultDrills, AStalledMainLoopIsAbortedByTheWatchdog)
     EXPECT_FALSE(wait_end(pid(), 0ms).has_value()) << "ended before the watchdog's limit";
     EXPECT_EQ(wait_end(pid(), 60s), std::optional<int>(SIGABRT));
     close(reader);
+}
+
+// Under a session leader the port never becomes the daemon's controlling terminal (its hang-up
+// would send SIGHUP); probed again it is gone, and port 2 (plugged first: the testbed may
+// reuse port 1's pty) is read.
+TEST_F(FaultDrills, CdcScannerUnpluggedUnderASessionLeaderIsProbedAgain)
+{
+    emul::Launch session_leader;
+    session_leader.session_leader = true;
+    launch(emul::kStdoutLogArgs, session_leader);
+    ASSERT_EQ(UsbGunInit({}), 0);
+    ASSERT_EQ(UsbGunSetRouteInfo(eModeFixed, eScreenMain), 0);
+    ASSERT_TRUE(scan_logged("Create scanserver thread success...\r\n"));
+    ASSERT_TRUE(bed_.add_acm(1) && scan_logged("Usb Cdc ScanGun /dev/ttyACM1 is plugin...\r\n"));
+    ASSERT_TRUE(bed_.write_acm(1, "42\r\n", 4));
+    EXPECT_EQ(scanned(), (Bytes{'4', '2', '\r', '\n'}));
+    ASSERT_TRUE(bed_.add_acm(2));
+    bed_.hang_up_acm(1);
+    ASSERT_TRUE(scan_logged("Usb Cdc ScanGun /dev/ttyACM1 is plugout...\r\n"));
+    ASSERT_TRUE(scan_logged("Usb Cdc ScanGun /dev/ttyACM2 is plugin...\r\n"));
+    ASSERT_TRUE(bed_.write_acm(2, "7\r\n", 3));
+    EXPECT_EQ(scanned(), (Bytes{'7', '\r', '\n'}));
+    EXPECT_TRUE(daemon_->alive());
+}
+
+// The scanner socket's newest client replaces the one before.
+TEST_F(FaultDrills, TwoHundredScannerClientReconnectsLeaveTheDaemonsDescriptorsFlat)
+{
+    launch();
+    const int first = connect_unix(SCANNER_SOCKET_PATH);
+    ASSERT_TRUE(first >= 0 && scan_logged("Create scanserver thread success...\r\n"));
+    const int second = connect_unix(SCANNER_SOCKET_PATH);  // replaces the first
+    ASSERT_TRUE(second >= 0 && scan_logged("Usb scan unix client connected...\r\n", 2));
+    usleep(500000);
+    const int before = open_fds(pid());
+    close(first);
+    close(second);
+    int last = -1;  // kept, as the second was
+    for (int i = 0; i < 201; ++i) {
+        if (last >= 0)
+            close(last);
+        ASSERT_GE(last = connect_unix(SCANNER_SOCKET_PATH), 0) << i;
+    }
+    ASSERT_TRUE(scan_logged("Usb scan unix client connected...\r\n", 203));
+    EXPECT_TRUE(testsupport::eventually([&] { return open_fds(pid()) == before; }, kServeBound))
+        << before << " before:\n" << fd_targets(pid());
+    close(last);
+}
+
+// Without a daemon requests fail at once, without a busy loop; the next daemon gets the configuration.
+TEST_F(FaultDrills, ScannerClientLibraryOutlivesAKilledDaemonWithoutSpinningAndFindsTheNextOne)
+{
+    std::signal(SIGPIPE, SIG_DFL);  // a SIGPIPE in the library would end this test
+    launch();
+    ASSERT_EQ(UsbGunInit({}), 0);
+    ASSERT_EQ(UsbGunConfigSet("Test Scanner", 1), 0);
+    ASSERT_EQ(UsbGunDataTypeSet(eCdcData), 0);
+    ASSERT_TRUE(scan_logged("UsbGunDataTypeSetFun event comming...\r\n"));
+    daemon_.reset();  // killed
+    EXPECT_EQ(UsbGunDataTypeSet(eCdcData), -2);
+    const std::clock_t cpu_before = std::clock();  // this process's threads
+    sleep(1);
+    EXPECT_LT((std::clock() - cpu_before) * 1000 / CLOCKS_PER_SEC, 250);
+    EXPECT_EQ(UsbGunDataTypeSet(eCdcData), -2);
+    launch();
+    EXPECT_TRUE(scan_logged("UsbGunNameSetFun event comming...\r\n", 2) && scan_logged("UsbGunDataTypeSetFun event comming...\r\n", 2));
+    EXPECT_EQ(UsbGunDataTypeSet(eKbdData), 0);
 }
 
 }  // namespace
