@@ -14,7 +14,8 @@ std::size_t DisplayClient::pending(std::chrono::milliseconds timeout)
 {
     pollfd p{conn_ ? conn_->fd() : -1, POLLIN, 0};
     char buf[256];
-    const ssize_t n = poll(&p, 1, static_cast<int>(timeout.count())) > 0 ? recv(p.fd, buf, sizeof buf, MSG_DONTWAIT | MSG_PEEK) : 0;
+    const ssize_t n =
+        poll(&p, 1, static_cast<int>(timeout.count())) > 0 ? recv(p.fd, buf, sizeof buf, MSG_DONTWAIT | MSG_PEEK) : 0;
     return n > 0 ? static_cast<std::size_t>(n) : 0;
 }
 

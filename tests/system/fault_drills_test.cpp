@@ -336,7 +336,8 @@ TEST_F(FaultDrills, ALogFileOnAFullFileSystemDoesNotStopTheDaemon)
         GTEST_SKIP() << "no private mount namespace (" << std::strerror(errno) << ")";
     const std::string logdir = root_.at("/var/log");
     ASSERT_EQ(mount("tmpfs", logdir.c_str(), "tmpfs", 0, "size=64k"), 0) << std::strerror(errno);
-    const std::unique_ptr<const char, void (*)(const char*)> unmount(logdir.c_str(), [](const char* d) { umount2(d, MNT_DETACH); });
+    const std::unique_ptr<const char, void (*)(const char*)> unmount(logdir.c_str(),
+                                                                     [](const char* d) { umount2(d, MNT_DETACH); });
     testsupport::write_file(logdir + "/filler", std::string(128 * 1024, 'x'));
     start({"-p", "1", "-d", "0", "-i", "0"});
     register_main(9);
@@ -440,7 +441,8 @@ TEST_F(FaultDrills, ScannerClientLibraryOutlivesAKilledDaemonWithoutSpinningAndF
     EXPECT_LT((std::clock() - cpu_before) * 1000 / CLOCKS_PER_SEC, 250);
     EXPECT_EQ(UsbGunDataTypeSet(eCdcData), -2);
     launch();
-    EXPECT_TRUE(scan_logged("UsbGunNameSetFun event comming...\r\n", 2) && scan_logged("UsbGunDataTypeSetFun event comming...\r\n", 2));
+    EXPECT_TRUE(scan_logged("UsbGunNameSetFun event comming...\r\n", 2));
+    EXPECT_TRUE(scan_logged("UsbGunDataTypeSetFun event comming...\r\n", 2));
     EXPECT_EQ(UsbGunDataTypeSet(eKbdData), 0);
 }
 
