@@ -2,25 +2,19 @@
 
 #include <linux/input.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
+
+#include "common/usb_gun/unixsocket.h"
 
 namespace testharness {
 
 int open_fds(pid_t pid)
 {
-    std::error_code ec;
-    std::filesystem::directory_iterator it("/proc/" + std::to_string(pid) + "/fd", ec);
-    if (ec)
-        return -1;
-    int n = 0;
-    for (const auto& entry : it) {
-        (void)entry;
-        ++n;
-    }
-    return n;
+    const std::string targets = fd_targets(pid);
+    return targets.empty() ? -1 : static_cast<int>(std::count(targets.begin(), targets.end(), '\n'));
 }
 
 std::string fd_targets(pid_t pid)
@@ -36,50 +30,41 @@ std::string fd_targets(pid_t pid)
 
 long rss_kib(pid_t pid)
 {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    std::string key;
-    long value = -1;
-    while (status >> key) {
-        if (key == "VmRSS:") {
-            status >> value;
-            return value;
-        }
-        status.ignore(4096, '\n');
-    }
-    return -1;
+    const std::string status = testsupport::read_file("/proc/" + std::to_string(pid) + "/status");
+    const auto at = status.find("VmRSS:");
+    return at == std::string::npos ? -1 : std::stol(status.substr(at + 6));
 }
 
 std::optional<int> wait_end(pid_t pid, std::chrono::milliseconds timeout)
 {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    for (;;) {
+    for (const auto deadline = std::chrono::steady_clock::now() + timeout;; std::this_thread::sleep_for(50ms)) {
         int status = 0;
         const pid_t r = waitpid(pid, &status, WNOHANG);
         if (r == pid)
             return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-        if (r < 0 && errno != EINTR)
+        if ((r < 0 && errno != EINTR) || std::chrono::steady_clock::now() >= deadline)
             return std::nullopt;
-        if (std::chrono::steady_clock::now() >= deadline)
-            return std::nullopt;
-        std::this_thread::sleep_for(50ms);
     }
+}
+
+int connect_unix(const char* path, std::chrono::milliseconds wait)
+{
+    int fd = -1;
+    for (const auto deadline = std::chrono::steady_clock::now() + wait;
+         (fd = unix_client_open(path)) < 0 && std::chrono::steady_clock::now() < deadline;)
+        std::this_thread::sleep_for(20ms);
+    return fd;
 }
 
 bool round_trip(DisplayClient& c, int32_t tag, std::chrono::milliseconds bound)
 {
+    const auto deadline = std::chrono::steady_clock::now() + bound;
     if (!c.send(make_msg(TYPE_MODE_GET, tag)))
         return false;
-    const auto deadline = std::chrono::steady_clock::now() + bound;
-    for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0)
-            return false;
-        const auto reply = c.read_reply(left);
-        if (!reply)
-            return false;
+    for (std::optional<SystemMsg> reply; (reply = c.read_reply(left_until(deadline)));)
         if (reply->type == TYPE_MODE_GET && reply->scr_index == tag)
             return true;
-    }
+    return false;
 }
 
 bool play_tap(emul::EvdevTestbed& bed, int node)
@@ -94,40 +79,32 @@ std::vector<std::tuple<int, int, int>> receive(DisplayClient& c, std::size_t n, 
 {
     std::vector<std::tuple<int, int, int>> out;
     const auto deadline = std::chrono::steady_clock::now() + bound;
-    while (out.size() < n) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        const auto e = left.count() > 0 ? c.read_event(left) : std::nullopt;
-        if (!e)
-            break;
-        // Focus, cursor, lock-key and show/hide records follow the screen
-        // model, not the device.
-        if (e->type < 26 || e->type > EV_PRIV_CURSOR_SHOW)
+    for (std::optional<tactord::input_event> e; out.size() < n && (e = c.read_event(left_until(deadline)));)
+        if (e->type < 26 || e->type > EV_PRIV_CURSOR_SHOW)  // the screen model's records, not the device's
             out.emplace_back(e->type, e->code, e->value);
-    }
     return out;
+}
+
+::testing::AssertionResult tap_served(emul::EvdevTestbed& bed, int node, DisplayClient& c)
+{
+    const std::vector<std::tuple<int, int, int>> want = {{1, 272, 1}, {3, 0, 46}, {3, 1, 52},
+                                                         {0, 0, 0},   {1, 272, 0}, {0, 0, 0}};
+    if (!play_tap(bed, node))
+        return ::testing::AssertionFailure() << "the tap could not be played into node " << node;
+    auto result = receive(c, want.size()) == want ? ::testing::AssertionSuccess() : ::testing::AssertionFailure();
+    return result << "node " << node << " tap " << (result ? "received whole" : "not received whole");
 }
 
 ServingProbe::ServingProbe(const std::string& root) : client_(root)
 {
-    // Served once before the probe counts, so its connection is in the
-    // monitor list when the constructor returns.
-    if (!round_trip(client_, 999)) {
+    // Served once first, so its connection is in the monitor list on return.
+    if (!round_trip(client_, 999))
         misses_.store(1);
-        return;
-    }
-    thread_ = std::thread([this] {
-        for (int32_t tag = 1000; !stop_.load(); ++tag) {
-            if (!round_trip(client_, tag))
-                misses_.fetch_add(1);
-            rounds_.fetch_add(1);
-            std::this_thread::sleep_for(100ms);
-        }
-    });
-}
-
-ServingProbe::~ServingProbe()
-{
-    stop();
+    else
+        thread_ = std::thread([this] {
+            for (int32_t tag = 1000; !stop_.load(); ++tag, ++rounds_, std::this_thread::sleep_for(100ms))
+                misses_ += round_trip(client_, tag) ? 0 : 1;
+        });
 }
 
 int ServingProbe::stop()
@@ -137,6 +114,20 @@ int ServingProbe::stop()
         thread_.join();
     client_.close_now();
     return misses_.load();
+}
+
+void DaemonTest::launch(const std::vector<std::string>& args, const emul::Launch& how)
+{
+    daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/work"), args, how);
+    ASSERT_TRUE(daemon_->started());
+}
+
+void DaemonTest::TearDown()
+{
+    if (HasFailure() && daemon_) {
+        const std::string out = daemon_->output();
+        std::fputs(out.c_str() + (out.size() > 8000 ? out.size() - 8000 : 0), stderr);
+    }
 }
 
 }  // namespace testharness

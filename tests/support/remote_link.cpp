@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <utility>
 
 #include "arm/input_manager.h"
 #include "common/OrvelClient.h"
@@ -42,16 +43,13 @@ std::atomic<int> wake_fd{-1};  // the running loop's wake pipe
 
 void wake_loop(const EventHandleRec&)
 {
-    if (write(wake_fd.load(), "w", 1) < 0) {
-        // full: the loop is awake anyway
-    }
+    [[maybe_unused]] const ssize_t n = write(wake_fd.load(), "w", 1);  // a full pipe: the loop is awake anyway
 }
 
 int drain(void* para)
 {
-    char buf[64];
-    while (read(static_cast<int>(reinterpret_cast<intptr_t>(para)), buf, sizeof buf) > 0) {
-    }
+    for (char buf[64]; read(static_cast<int>(reinterpret_cast<intptr_t>(para)), buf, sizeof buf) > 0;)
+        continue;
     return 0;
 }
 
@@ -87,6 +85,13 @@ Bytes agent_text_frame(uint32_t type, const std::string& text)
     return out;
 }
 
+Bytes read_exactly(int fd, std::size_t n, std::chrono::milliseconds timeout)
+{
+    Bytes out(n);
+    set_timeout(fd, timeout);
+    return n == 0 || recv(fd, out.data(), n, MSG_WAITALL) == static_cast<ssize_t>(n) ? out : Bytes{};
+}
+
 FakePeer::FakePeer(const char* addr, int port) : listen_fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
     sockaddr_in in{};
@@ -111,17 +116,9 @@ bool FakePeer::accept(std::chrono::milliseconds timeout)
     return conn_fd_ >= 0;
 }
 
-Bytes FakePeer::bytes(std::size_t n, std::chrono::milliseconds timeout)
-{
-    Bytes out(n);
-    set_timeout(conn_fd_, timeout);
-    return n == 0 || recv(conn_fd_, out.data(), n, MSG_WAITALL) == static_cast<ssize_t>(n) ? out : Bytes{};
-}
-
 Words FakePeer::frame(std::chrono::milliseconds timeout, bool with_ticks)
 {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    for (;;) {
+    for (const auto deadline = std::chrono::steady_clock::now() + timeout;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         Bytes raw = bytes(16, left);
         const uint32_t len = raw.empty() ? 0 : raw[4] | raw[5] << 8;  // agent frames are short
@@ -158,15 +155,13 @@ int FakePeer::bytes_until_closed(std::chrono::milliseconds timeout)
 void FakePeer::hang_up()
 {
     if (conn_fd_ >= 0)
-        close(conn_fd_);
-    conn_fd_ = -1;
+        close(std::exchange(conn_fd_, -1));
 }
 
 void FakePeer::reset()
 {
     const linger abort{1, 0};
-    if (conn_fd_ >= 0)
-        setsockopt(conn_fd_, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    setsockopt(conn_fd_, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);  // fails harmlessly without a connection
     hang_up();
 }
 
@@ -190,8 +185,7 @@ bool eventually(const std::function<bool()>& pred, std::chrono::milliseconds tim
 
 void RemoteLinkTest::SetUp()
 {
-    const std::string why = enter_private_net();
-    if (!why.empty())
+    if (const std::string why = enter_private_net(); !why.empty())
         GTEST_SKIP() << "no private network namespace (" << why << "): the link tests never use the real network";
     log_ = std::make_unique<LogCapture>(0);
     signal(SIGPIPE, SIG_IGN);  // a peer closing early must not end the test
@@ -211,10 +205,8 @@ void RemoteLinkTest::TearDown()
 {
     if (!loop_.joinable())
         return;
-    if (HasFailure()) {
-        for (const LogLine& line : log_->lines())
-            std::fputs(line.text.c_str(), stderr);
-    }
+    for (const LogLine& line : HasFailure() ? log_->lines() : std::vector<LogLine>{})
+        std::fputs(line.text.c_str(), stderr);
     link_threads_stop();  // each drops its link
     loop_stop_.store(true);
     wake_loop({});

@@ -22,15 +22,16 @@ using namespace std::chrono_literals;
 using Bytes = std::vector<uint8_t>;
 using Words = std::vector<uint32_t>;
 
-// Puts the calling thread, and the threads and processes it starts from now
-// on, into a network namespace of its own: loopback up with 173.0.0.2, .3
-// (the links' local end) and .5. Empty on success, else why not: the test
-// then skips, never using the real network.
+// Puts the calling thread, and what it starts from now on, into a network
+// namespace of its own: loopback up with 173.0.0.2, .3 (the links' local end)
+// and .5. Empty on success, else why not (the test skips then).
 std::string enter_private_net();
 
 // Agent frames: header and payload words, or header and text.
 Bytes agent_frame(uint32_t type, const Words& payload = {});
 Bytes agent_text_frame(uint32_t type, const std::string& text);
+// Exactly n bytes read from the stream socket fd, or none in time.
+Bytes read_exactly(int fd, std::size_t n, std::chrono::milliseconds timeout);
 
 // A TCP peer listening on addr:port.
 class FakePeer {
@@ -42,12 +43,11 @@ public:
 
     // Takes the next connection, dropping the previous one.
     bool accept(std::chrono::milliseconds timeout = 3s);
-    // The next frame as words; ticks are counted (answered while
-    // answer_ticks) and skipped unless with_ticks. Empty on time-out (after
-    // which the stream may be out of step) or at the end.
+    // The next frame as words; ticks are counted (answered while answer_ticks)
+    // and skipped unless with_ticks. Empty on time-out (the stream may then be
+    // out of step) or at the end.
     Words frame(std::chrono::milliseconds timeout = 3s, bool with_ticks = false);
-    // Exactly n bytes, or none in time.
-    Bytes bytes(std::size_t n, std::chrono::milliseconds timeout = 3s);
+    Bytes bytes(std::size_t n, std::chrono::milliseconds timeout = 3s) { return read_exactly(conn_fd_, n, timeout); }
     bool send(const Bytes& data);
     // Bytes the daemon sent until it closed the link; -1 if it kept it.
     int bytes_until_closed(std::chrono::milliseconds timeout);
