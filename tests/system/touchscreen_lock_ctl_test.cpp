@@ -2,20 +2,12 @@
 // click, explicit and timed lock and unlock, and the message and -1 of every failure.
 #include "func/touchscreen/touchscreen_lock_ctl.h"
 
-#include <gmock/gmock.h>
-#include <linux/input-event-codes.h>
-
-#include <algorithm>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "common/send_log_internal.h"
 #include "func/device/drv_device.h"
 #include "func/sound/sound.h"
 #include "func/touchscreen/touchscreen_lock_ctl_internal.h"
 #include "sim/dev_mod_cfg_emul.h"
-#include "sim/evdev_testbed.h"
+#include "support/system_common.h"
 
 namespace {
 
@@ -150,7 +142,8 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRe
     EXPECT_EQ(take(g_changes), (Changes{{1, 1}, {1, 0}}));
 }
 
-TEST_F(TouchscreenLock, ConfigurationHappensOnceAndNeedsEveryArgument)
+// Configuration needs every argument and happens once: a second one changes nothing.
+TEST_F(TouchscreenLock, ConfiguredOnceAHeldFingerLocksOnceAndUnlocksOnlyAfterLeavingAndHoldingAgain)
 {
     DevModCfgEmulator drv;
     EXPECT_EQ(touchscreen_lock_config(nullptr, on_lock_change, on_locked_touch), -1);
@@ -161,20 +154,13 @@ TEST_F(TouchscreenLock, ConfigurationHappensOnceAndNeedsEveryArgument)
     EXPECT_EQ(configure(), -1);
     EXPECT_TRUE(logged("Create touch screen process thread error!\n"));
     touchscreen_set_task_starter(no_task);
-    ASSERT_EQ(configure(), 0);
+    ASSERT_EQ(configure(), 0);  // lock after 3 s, unlock after 2 s in x 100..200, y 10..60
     EXPECT_EQ(configure({900, 800, 900, 800, 30, 20}), 0);
     EXPECT_EQ(take(g_starts), 1);
-    for (const ts_lock_info_t& info : scr_lock_info) {
-        const auto& a = info.lock_area;
-        EXPECT_EQ(std::vector<int>({a.xmin, a.xmax, a.ymin, a.ymax, info.lock_interval, info.unlock_interval}),
+    for (const ts_lock_info_t& i : scr_lock_info)
+        EXPECT_EQ(std::vector<int>({i.lock_area.xmin, i.lock_area.xmax, i.lock_area.ymin, i.lock_area.ymax, i.lock_interval,
+                                    i.unlock_interval}),
                   std::vector<int>({100, 200, 10, 60, 3, 2}));
-    }
-}
-
-TEST_F(TouchscreenLock, HeldFingerLocksOnceAndUnlocksOnlyAfterLeavingAndHoldingAgain)
-{
-    DevModCfgEmulator drv;
-    ASSERT_EQ(configure(), 0);  // lock after 3 s, unlock after 2 s in x 100..200, y 10..60
     const struct {
         int down, x, y;
         time_t at;
