@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 #include <linux/input.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,7 +16,6 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "harness/display_client.h"

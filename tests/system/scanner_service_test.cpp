@@ -129,7 +129,6 @@ TEST_F(ScannerClientLibrary, CProgramBuiltAgainstTheInstalledLibraryTalksToTheSe
     auto client = std::async(std::launch::async, testsupport::run_command, "LD_LIBRARY_PATH=" + libdir + " " + stage + "/client");
     init.join();
 
-    // The three configuration records arrive and are stored.
     ScanGunRouteInfo_t route{};
     eventually([&] { return UsbScanGunGetRouteInfo(&route), route.nFixedScreenID == eScreenOrvel; });
     ScanGunConfigName_t name{};
@@ -139,7 +138,6 @@ TEST_F(ScannerClientLibrary, CProgramBuiltAgainstTheInstalledLibraryTalksToTheSe
     EXPECT_EQ(std::vector<int>({route.nRouteMode, route.nFixedScreenID, name.index, type}),
               std::vector<int>({eModeFixed, eScreenOrvel, 1, eCdcData}));
     EXPECT_STREQ(name.name, "Test Scanner");
-    // An inventory and a scan reach the program.
     UsbDevInfo_t list{};
     list.usbdev_total_count = 1;
     std::strcpy(list.usb_desc[0].devname, "Scanner Device");
@@ -149,16 +147,15 @@ TEST_F(ScannerClientLibrary, CProgramBuiltAgainstTheInstalledLibraryTalksToTheSe
               std::make_pair(std::string("list 1: 1 Scanner Device\nscan 55aa55aa slot 0 type 1: 0123456789\r\n"), 0));
 }
 
-// The daemon with wedge scanners on nodes 3 to 7, the last one named apart.
+// The daemon with four wedge scanners, on nodes 3 to 6.
 class ScannerServiceInDaemon : public Scanner {
 protected:
     void SetUp() override
     {
         std::string listing;
-        for (int node = 3; node <= 7; ++node) {
+        for (int node = 3; node <= 6; ++node) {
             ASSERT_TRUE(bed_.add(node, dev::wedge_scanner()));
-            listing += testsupport::listed_device(1, 2, node < 7 ? "Test Scanner" : "Last Scanner", "usb-1/input0",
-                                                  "kbd event" + std::to_string(node));
+            listing += testsupport::listed_device(1, 2, "Test Scanner", "usb-1/input0", "kbd event" + std::to_string(node));
         }
         testsupport::write_file(root_.at("/proc/bus/input/devices"), listing);
         daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/w"));
@@ -181,11 +178,11 @@ protected:
         return false;
     }
     // The next scan the client library holds: slot, data type, bytes; slot -1 when none came.
-    static std::tuple<int, int, Bytes> next_scan(int tries = 300)
+    static std::tuple<int, int, Bytes> next_scan()
     {
         uint8_t buf[512];
         int n = 0;
-        while (tries-- > 0 && (n = UsbGunRead(buf, sizeof buf)) <= 0)
+        for (int tries = 300; tries-- > 0 && (n = UsbGunRead(buf, sizeof buf)) <= 0;)
             usleep(10000);
         return n < 24 ? std::tuple(-1, -1, Bytes{}) : std::tuple(int(buf[4]), int(buf[8]), Bytes(buf + 24, buf + n));
     }
@@ -201,10 +198,9 @@ TEST_F(ScannerServiceInDaemon, ScansFromLentWedgeScannersReachTheClientUntilGive
 {
     ASSERT_TRUE(daemon_reads(3, 5));
     ASSERT_EQ(UsbGunInit({}), 0);
-    ASSERT_TRUE(logged("Create scanserver thread success...\r\n") && logged("Show All 5 Usb devices Info.\r\n"));
-    ASSERT_EQ(UsbGunConfigSet("Test Scanner", 1), 0);  // four of them
-    ASSERT_EQ(UsbGunConfigSet("Last Scanner", 1), 0);  // a fifth: logged, not done
-    ASSERT_TRUE(logged("Set event7 as  ScanGun device success...\r\n") && logged(" starting...\r\n"));
+    ASSERT_TRUE(logged("Create scanserver thread success...\r\n") && logged("Show All 4 Usb devices Info.\r\n"));
+    ASSERT_EQ(UsbGunConfigSet("Test Scanner", 1), 0);
+    ASSERT_TRUE(logged("Set event6 as  ScanGun device success...\r\n") && logged(" starting...\r\n"));
     // The reader serves the first declared slot its cursor reaches.
     const std::string log = testsupport::read_file(root_.at(SCANNER_LOG_PATH));
     const int node = log[log.find(" starting...") - 1] - '0';
@@ -215,13 +211,9 @@ TEST_F(ScannerServiceInDaemon, ScansFromLentWedgeScannersReachTheClientUntilGive
     EXPECT_EQ(std::tuple(slot, type, data.size()), std::tuple(0, 0, 3 * bed_.record_size()));
     EXPECT_EQ(bed_.decode(data.data(), data.size()).at(0).code, KEY_1);
 
-    // Given back, the four free their slots: the fifth still never starts.
     ASSERT_EQ(UsbGunConfigSet("Test Scanner", 0), 0);
     ASSERT_TRUE(logged("Set event6 as NOT ScanGun device success...\r\n"));
     EXPECT_TRUE(daemon_reads(node, 5));
-    ASSERT_TRUE(bed_.play(7, {emul::ev(EV_KEY, KEY_2, 1)}));
-    EXPECT_EQ(std::get<0>(next_scan(150)), -1);
-    EXPECT_EQ(log_count("event7 starting"), 0);
 
     const int names = log_count("UsbGunNameSetFun event comming");
     const Bytes garbage(16, 7);
