@@ -25,11 +25,6 @@ time_t g_now = 1000;
 const tactord::input_event kPress = ev(EV_KEY, BTN_TOUCH, 1);
 const lock_config kConfig{/*Xmax*/ 200, /*Xmin*/ 100, /*Ymax*/ 60, /*Ymin*/ 10, /*lock*/ 3, /*unlock*/ 2};
 
-template <typename T>
-T take(T& seen)
-{
-    return std::exchange(seen, {});
-}
 bool logged(const std::string& part)
 {
     return std::ranges::any_of(g_log, [&](const std::string& l) { return l.find(part) != std::string::npos; });
@@ -83,7 +78,7 @@ TEST_F(TouchscreenLock, TouchEventsAreMirroredAndOnlyAPressClicksAtTheDriversVol
     EXPECT_EQ(sound_play_count(), 1u);
     EXPECT_TRUE(played.sound == 44 && played.volume == 5 && played.screen == SUB_SCREEN &&
                 (played.param3 | played.param4 | played.param6) == 0);
-    EXPECT_TRUE(take(g_log).empty());
+    EXPECT_TRUE(std::exchange(g_log, {}).empty());
 
     // Without the click: no volume read, no sound, the same write.
     drv.clear_requests();
@@ -111,7 +106,7 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRe
         touchscreen_set_coordinate(screen, &kPress);
         touchscreen_set_coordinate_with_no_play(screen, &kPress);
     }
-    EXPECT_TRUE(drv.requests().empty() && take(g_log).empty());
+    EXPECT_TRUE(drv.requests().empty() && std::exchange(g_log, {}).empty());
 
     drv.set_state(SUB_SCREEN, {1, 0, 0, 0, 0, 0});
     drv.set_volume(7);
@@ -132,7 +127,7 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRe
     EXPECT_EQ(touchscreen_unlock(SUB_SCREEN), 0);
     EXPECT_EQ(drv.state(SUB_SCREEN).status, 1);
     EXPECT_EQ(codes(drv), (Codes{168, 168}));
-    EXPECT_EQ(take(g_changes), (Changes{{1, 1}, {1, 0}}));
+    EXPECT_EQ(std::exchange(g_changes, {}), (Changes{{1, 1}, {1, 0}}));
 }
 
 // Configuration needs every argument and happens once: a second one changes nothing.
@@ -149,7 +144,7 @@ TEST_F(TouchscreenLock, ConfiguredOnceAHeldFingerLocksOnceAndUnlocksOnlyAfterLea
     touchscreen_set_task_starter(no_task);
     ASSERT_EQ(configure(), 0);  // lock after 3 s, unlock after 2 s in x 100..200, y 10..60
     EXPECT_EQ(configure({900, 800, 900, 800, 30, 20}), 0);
-    EXPECT_EQ(take(g_starts), 1);
+    EXPECT_EQ(std::exchange(g_starts, {}), 1);
     for (const ts_lock_info_t& i : scr_lock_info)
         EXPECT_EQ(std::vector<int>({i.lock_area.xmin, i.lock_area.xmax, i.lock_area.ymin, i.lock_area.ymax, i.lock_interval,
                                     i.unlock_interval}),
@@ -170,8 +165,8 @@ TEST_F(TouchscreenLock, ConfiguredOnceAHeldFingerLocksOnceAndUnlocksOnlyAfterLea
         drv.set_touch(MAIN_SCREEN, s.down, s.x, s.y);
         g_now = s.at;
         touchscreen_lock_logic_process();
-        EXPECT_EQ(take(g_changes), s.changes) << s.at;
-        EXPECT_EQ(take(g_touches), s.locked_touches) << s.at;
+        EXPECT_EQ(std::exchange(g_changes, {}), s.changes) << s.at;
+        EXPECT_EQ(std::exchange(g_touches, {}), s.locked_touches) << s.at;
         EXPECT_EQ(drv.state(MAIN_SCREEN).status, s.at >= 1003 && s.at < 1024 ? 0 : 1) << s.at;
     }
     EXPECT_EQ(std::ranges::count(codes(drv), 160UL), 2);  // the timed changes' writes
