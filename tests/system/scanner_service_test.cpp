@@ -175,15 +175,6 @@ protected:
                 return true;
         return false;
     }
-    // The next scan the client library holds: slot, data type, bytes; slot -1 when none came.
-    static std::tuple<int, int, Bytes> next_scan()
-    {
-        uint8_t buf[512];
-        int n = 0;
-        for (int tries = 300; tries-- > 0 && (n = UsbGunRead(buf, sizeof buf)) <= 0;)
-            usleep(10000);
-        return n < 24 ? std::tuple(-1, -1, Bytes{}) : std::tuple(int(buf[4]), int(buf[8]), Bytes(buf + 24, buf + n));
-    }
 
     const std::string conf_ = testsupport::write_port_conf(root_.at("/w"));
     std::unique_ptr<emul::DaemonProcess> daemon_;
@@ -204,10 +195,12 @@ TEST_F(ScannerServiceInDaemon, ScansFromLentWedgeScannersReachTheClientUntilGive
     const int node = log[log.find(" starting...") - 1] - '0';
     ASSERT_TRUE(logged("Insert Scan event" + std::to_string(node) + "...\r\n"));
     EXPECT_FALSE(daemon_reads(node));  // taken from the daemon: the stroke goes to the focused screen's slot
-    const auto [slot, type, data] = next_scan();
-    // One chunk of the daemon's native records (16 bytes each on the target).
-    EXPECT_EQ(std::tuple(slot, type, data.size()), std::tuple(0, 0, 3 * bed_.record_size()));
-    EXPECT_EQ(bed_.decode(data.data(), data.size()).at(0).code, KEY_1);
+    uint8_t scan[512];
+    int n = 0;
+    ASSERT_TRUE(eventually([&] { return n > 24 || (n = UsbGunRead(scan, sizeof scan)) > 24; }));
+    // Slot 0, wedge data: one chunk of the daemon's native records (16 bytes each on the target).
+    EXPECT_EQ(std::tuple(scan[4], scan[8], n - 24), std::tuple(0, 0, 3 * int(bed_.record_size())));
+    EXPECT_EQ(bed_.decode(scan + 24, n - 24).at(0).code, KEY_1);
 
     ASSERT_EQ(UsbGunConfigSet("Test Scanner", 0), 0);
     ASSERT_TRUE(logged("Set event6 as NOT ScanGun device success...\r\n"));
