@@ -12,7 +12,6 @@ namespace testsupport {
 
 using Bytes = std::vector<uint8_t>;
 
-// Little-endian words.
 inline Bytes words(std::initializer_list<uint32_t> values)
 {
     Bytes out;
@@ -39,11 +38,6 @@ inline Bytes name_payload(int32_t on, const std::string& name)
     out.resize(4 + 256, 0);
     std::memcpy(out.data() + 4, name.data(), std::min<std::size_t>(name.size(), 255));
     return out;
-}
-// The little-endian 32-bit word at offset.
-inline uint32_t word_at(const Bytes& b, std::size_t offset)
-{
-    return b.at(offset) | b.at(offset + 1) << 8 | b.at(offset + 2) << 16 | uint32_t{b.at(offset + 3)} << 24;
 }
 // One entry of the kernel's input-device listing.
 inline std::string listed_device(unsigned vendor, unsigned product, const std::string& name, const std::string& phys,

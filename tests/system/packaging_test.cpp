@@ -1,19 +1,7 @@
 // What an integrator installs, and the supervisors that restart the daemon after its watchdog aborts it.
-#include <gmock/gmock.h>
-#include <signal.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
 #include <regex>
-#include <string>
 
-#include "harness/display_client.h"
-#include "harness/drill.h"
-#include "harness/target.h"
-#include "sim/evdev_testbed.h"
-#include "support/scratch_root.h"
-#include "support/shell.h"
+#include "support/system_common.h"
 
 namespace {
 
@@ -34,7 +22,9 @@ protected:
     testsupport::ScratchRoot scratch_;
 };
 
-TEST_F(Packaging, EachComponentInstallsItsFilesWithConfigurationInEtcForPrefixUsr)
+// Then the whole install, stripped, below a scratch prefix: systemd-analyze verify checks that the commands the
+// units name exist; any warning counts.
+TEST_F(Packaging, EachComponentInstallsItsFilesAndTheStrippedInstallsUnitsVerifyAndItsDaemonRuns)
 {
     const std::string lib = "./usr/" TACTORD_INSTALL_LIBDIR "/", units = "./usr/lib/systemd/system/";
     const std::pair<std::string, std::string> components[] = {
@@ -54,18 +44,14 @@ TEST_F(Packaging, EachComponentInstallsItsFilesWithConfigurationInEtcForPrefixUs
     EXPECT_THAT(unit, HasSubstr("ExecStart=/usr/sbin/tactord -p 1\n"));
     EXPECT_THAT(read_file(scratch_.at("/daemon/") + units + "tactord-calibration.service"),
                 HasSubstr("ExecStart=/usr/bin/tactorctl calibration restore /etc/tactord/calibration.conf\n"));
-}
 
-TEST_F(Packaging, TheInstalledUnitsVerifyWithTheInstalledPathsAndTheStrippedDaemonRuns)
-{
     if (run_command("command -v systemd-analyze").second != 0)
         GTEST_SKIP() << "systemd-analyze is not installed (scripts/install-deps brings it with systemd)";
-    // Below a scratch prefix: verify checks that the commands the units name exist; any warning counts.
-    const std::string prefix = scratch_.at("/usr"), units = prefix + "/lib/systemd/system/";
+    const std::string prefix = scratch_.at("/usr"), installed = prefix + "/lib/systemd/system/";
     ASSERT_EQ(install("--strip --prefix " + prefix), "");
-    EXPECT_EQ(run_command("systemd-analyze verify " + units + "tactord.service " + units + "tactord-calibration.service"),
+    EXPECT_EQ(run_command("systemd-analyze verify " + installed + "tactord.service " + installed + "tactord-calibration.service"),
               std::make_pair(std::string(), 0));
-    EXPECT_THAT(read_file(units + "tactord.service"), HasSubstr("WorkingDirectory=" + prefix + "/etc/tactord\n"));
+    EXPECT_THAT(read_file(installed + "tactord.service"), HasSubstr("WorkingDirectory=" + prefix + "/etc/tactord\n"));
     EXPECT_EQ(run_command(prefix + "/sbin/tactord --version"), std::make_pair(std::string("tactord 17.0221.1137\n"), 0));
     const auto [usage, help_status] = run_command(prefix + "/sbin/tactord --help");
     EXPECT_TRUE(help_status == 0 && usage.starts_with("Usage: tactord [-d LEVEL] [-p DEST] [-t TYPE] [-i 0|1]\n")) << usage;
@@ -86,11 +72,7 @@ TEST_F(Packaging, TheInittabLineRespawnsTheDaemonInTheDirectoryOfItsPortConf)
     emul::EvdevTestbed bed;
     const std::string binary = std::regex_replace(m[3].str(), std::regex("/usr/sbin/tactord"), TACTORD_BINARY);
     const std::string command = "exec " + std::regex_replace(binary, std::regex("/etc/tactord"), workdir);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
-        _exit(127);
-    }
+    const pid_t pid = testsupport::start_program({"/bin/sh", "-c", command}, scratch_.at("/inittab"));
     testharness::DisplayClient c(scratch_.path());
     EXPECT_TRUE(c.connected() && testharness::round_trip(c, 1)) << command;
     std::error_code ec;

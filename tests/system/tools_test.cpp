@@ -1,77 +1,32 @@
 // tactorctl and tactord-events against the real daemon and the emulated board: each subcommand's
 // output and exit status, its refusals, the device list, LEDs and guided calibration.
-#include <gmock/gmock.h>
-#include <fcntl.h>
-#include <linux/input.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "sim/daemon_process.h"
 #include "sim/dev_mod_cfg_emul.h"
-#include "sim/devices.h"
-#include "sim/evdev_testbed.h"
 #include "sim/fb_emul.h"
-#include "support/scanner.h"
-#include "support/scratch_root.h"
 #include "support/screen_clients.h"
+#include "support/system_common.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using testing::HasSubstr;
 using testsupport::read_file;
 using Args = std::vector<std::string>;
-
-struct ToolRun {
-    int status;
-    std::string out, err;
-};
-
-// Starts binary with its standard output and error in dir/tool.out and dir/tool.err.
-pid_t start(const std::string& dir, Args args, const char* binary = TACTORCTL_BINARY)
-{
-    const int out = open((dir + "/tool.out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    const int err = open((dir + "/tool.err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        std::vector<char*> argv{const_cast<char*>(binary)};
-        for (std::string& a : args)
-            argv.push_back(a.data());
-        argv.push_back(nullptr);
-        dup2(out, STDOUT_FILENO);
-        dup2(err, STDERR_FILENO);
-        execv(binary, argv.data());
-        _exit(127);
-    }
-    close(out);
-    close(err);
-    return pid;
-}
-
-ToolRun finish(const std::string& dir, pid_t pid)
-{
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(dir + "/tool.out"), read_file(dir + "/tool.err")};
-}
 
 // A run's exit status and what it says: on standard output when it succeeds, else on standard error.
 struct Case {
     Args args;
     int status;
     std::string says;
+    const char* binary = TACTORCTL_BINARY;
 };
-void expect_says(const std::string& dir, const Case& c, const char* binary = TACTORCTL_BINARY)
+pid_t start(const std::string& output, const Args& args, const char* binary = TACTORCTL_BINARY)
 {
-    const ToolRun r = finish(dir, start(dir, c.args, binary));
+    Args argv{binary};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return testsupport::start_program(argv, output);
+}
+void expect_says(const std::string& output, const Case& c)
+{
+    const testsupport::ProgramRun r = testsupport::finish_program(start(output, c.args, c.binary), output);
     EXPECT_EQ(r.status, c.status) << testing::PrintToString(c.args) << "\n" << r.out << r.err;
     EXPECT_THAT(c.status == 0 ? r.out : r.err, HasSubstr(c.says)) << testing::PrintToString(c.args);
 }
@@ -89,7 +44,7 @@ protected:
         daemon_ = std::make_unique<emul::DaemonProcess>(root_.at("/work"));
         ASSERT_TRUE(daemon_->wait_for("/dev/event2 is keyboard...\n") && daemon_->wait_for("nice is "));
     }
-    ToolRun ctl(const Args& args) { return finish(root_.path(), start(root_.path(), args)); }
+    testsupport::ProgramRun ctl(const Args& args) { return testsupport::finish_program(start(tool_, args), tool_); }
     uint32_t pixel(int x, int y)
     {
         uint32_t v = 0;
@@ -104,42 +59,60 @@ protected:
         bed_.play(0, {ev(EV_ABS, ABS_X, raw_x), ev(EV_ABS, ABS_Y, raw_y), ev(EV_KEY, BTN_TOUCH, 1), ev(EV_SYN, SYN_REPORT, 0)});
         bed_.play(0, {ev(EV_KEY, BTN_TOUCH, 0), ev(EV_SYN, SYN_REPORT, 0)});
     }
-    // Guided calibration of the panel: each target must be drawn (centre and arm ends lit, nothing beyond)
-    // when announced; the touch played for it is raw = (100 + 3x, 200 + 4y), 600 further right for target missed.
-    ToolRun calibrate(int missed = 0)
+    // Guided calibration of the panel: each target drawn when announced (centre and arm ends lit, nothing beyond),
+    // cleared at the end; the touch played for it is raw = (100 + 3x, 200 + 4y), 600 further right for target missed.
+    testsupport::ProgramRun calibrate(int missed = 0)
     {
-        const pid_t pid =
-            start(root_.path(), {"calibrate", "0", "--fb", "/dev/fb0", "--conf", conf_, "--save", saved_, "--timeout", "10"});
+        const pid_t pid = start(tool_, {"calibrate", "0", "--fb", "/dev/fb0", "--conf", conf_, "--save", saved_, "--timeout", "10"});
+        std::vector<std::pair<int, int>> targets;
         for (int i = 1; i <= 5; ++i) {
             const std::string said = "target " + std::to_string(i) + " of 5 at ";
-            EXPECT_TRUE(testsupport::wait_for_file_text(root_.at("/tool.out"), said));
-            const std::string out = read_file(root_.at("/tool.out"));
+            EXPECT_TRUE(testsupport::wait_for_file_text(tool_ + ".out", said));
+            const std::string out = read_file(tool_ + ".out");
             int x = -1, y = -1;
             std::sscanf(out.c_str() + out.find(said) + said.size(), "%d,%d", &x, &y);
             EXPECT_EQ(std::vector<uint32_t>({pixel(x, y), pixel(x - 20, y), pixel(x, y + 20), pixel(x + 21, y)}),
                       std::vector<uint32_t>({0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0u}))
                 << said << x << "," << y;
-            targets_.push_back({x, y});
+            targets.push_back({x, y});
             touch(100 + 3 * x + (i == missed ? 600 : 0), 200 + 4 * y);
         }
-        return finish(root_.path(), pid);
+        const testsupport::ProgramRun r = testsupport::finish_program(pid, tool_);
+        EXPECT_THAT(r.out, HasSubstr("calibration mode ended"));
+        for (const auto& [x, y] : targets)
+            EXPECT_EQ(pixel(x, y), 0u) << "target left on the screen at " << x << "," << y;
+        return r;
     }
 
     testsupport::ScratchRoot root_;
+    const std::string tool_ = root_.at("/tool");  // its output: tool.out and tool.err
     const std::string conf_ = testsupport::write_port_conf(root_.at("/work"));
     const std::string saved_ = root_.at("/cali.conf");
     emul::EvdevTestbed bed_;
     emul::FramebufferEmulator fb_{bed_.testbed(), emul::kBoardWidth, emul::kBoardHeight};
     emul::DevModCfgEmulator dev_mod_cfg_{bed_.testbed()};  // asked at every touch
     std::unique_ptr<emul::DaemonProcess> daemon_;
-    std::vector<std::pair<int, int>> targets_;
 };
 
+// First a client of the sub screen (tactord-events) that sees the extended mode come in: it loses the
+// cursor, which is hidden.
 TEST_F(Tools, EverySubcommandPrintsWhatTheDaemonDidOrWhyNot)
 {
+    const std::string events = root_.at("/events");
+    const pid_t pid = start(events, {"--screen", "1", "--json", "--count", "3"}, TACTORD_EVENTS_BINARY);
+    ASSERT_TRUE(testsupport::wait_for_file_text(events + ".out", "\"record\":\"reply\""));
+    ASSERT_EQ(ctl({"mode", "set", "extern"}).status, 0);
+    const testsupport::ProgramRun r = testsupport::finish_program(pid, events);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out,
+              "{\"record\":\"reply\",\"type\":2,\"scr_index\":2053338226,\"type_name\":\"TYPE_MODE_GET\",\"mode\":1,"
+              "\"mode_name\":\"clone\",\"text\":\"clone\"}\n"
+              "{\"record\":\"cursor\",\"sec\":0,\"usec\":0,\"type\":27,\"code\":1,\"value\":0,\"text\":\"cursor lost\"}\n"
+              "{\"record\":\"cursor-show\",\"sec\":0,\"usec\":0,\"type\":33,\"code\":0,\"value\":0,\"text\":\"cursor "
+              "hide\"}\n");
+    bed_.written(2, 3s);  // the LED the registry clears at plug-in
     const Case cases[] = {
         {{"version"}, 0, "tactord 17.0221.1137\nagent -"},
-        {{"mode", "get"}, 0, "clone\n"},
         {{"mode", "set", "extern", "--grid", "0,0,0,1,2,0,0,0,0"}, 0, "extern\n"},
         {{"register", "1", "--count", "1"}, 0, "reply TYPE_MODE_GET: extern\n"},
         {{"mode", "set", "sideways"}, 2, "unknown mode 'sideways'"},
@@ -191,7 +164,6 @@ TEST_F(Tools, EverySubcommandPrintsWhatTheDaemonDidOrWhyNot)
         {{"mode", "set", "clone", "--ipc-extern"}, 2, "needs a grid with an IPC screen (3) cell"},
         {{"--socket", root_.at("/nowhere.sock"), "version"}, 1, "control socket " + root_.at("/nowhere.sock")},
         {{"config", "check", TACTORD_SOURCE_DIR "/etc/port.conf"}, 0, "seat 5   usb-musb-hdrc.0-1"},
-        // The devices as the daemon seats them.
         {{"devices", "--conf", conf_}, 0, "/dev/event0   touchscreen (needs calibration) \"Board Touch Panel\"       tsc/input0   "
                                           "                -    0      no seat-file row matches: a non-USB input of screen 0; "
                                           "calibration seat 0\n"},
@@ -203,11 +175,16 @@ TEST_F(Tools, EverySubcommandPrintsWhatTheDaemonDidOrWhyNot)
                                                     "\"usb-musb-hdrc.1-1.1/input0\",\"usb_id\":\"046d:c31c\",\"type\":\"keyboard\","
                                                     "\"needs_calibration\":false,\"handled\":true,\"seat\":1,\"screen\":0,"
                                                     "\"calibration_seat\":null,"},
+        {{"led", "num", "on"}, 0, ""},
+        {{"--socket", root_.at("/none.sock")}, 1, root_.at("/none.sock"), TACTORD_EVENTS_BINARY},
+        {{"--screen", "2"}, 2, "", TACTORD_EVENTS_BINARY},
+        {{"--help"}, 0, "", TACTORD_EVENTS_BINARY},
     };
     for (const Case& c : cases)
-        expect_says(root_.path(), c);
+        expect_says(tool_, c);
     EXPECT_THAT(read_file(saved_), HasSubstr("\n0 1 2 3 4 5 6 65536\n"));
     EXPECT_TRUE(daemon_->wait_for("g_MouseSensitivityValue = 7\n") && daemon_->wait_for("vnc input\n"));
+    EXPECT_THAT(testsupport::brief(bed_.written(2, 3s)), testing::ElementsAre(testsupport::Ev{EV_LED, LED_NUML, 1}));
 }
 
 // Needs no daemon: each broken seat file is an error naming its line; what the parser accepts gets warnings.
@@ -233,75 +210,40 @@ TEST(ConfigCheck, RefusesEachBrokenFileNamingTheLine)
     };
     for (const auto& [text, c] : cases) {
         testsupport::write_file(conf, text);
-        expect_says(root.path(), c);
+        expect_says(root.at("/tool"), c);
     }
 }
 
-TEST_F(Tools, LedRequestLightsTheScreensKeyboards)
-{
-    bed_.written(2, 3s);  // the LED the registry clears at plug-in
-    ASSERT_EQ(ctl({"led", "num", "on"}).status, 0);
-    EXPECT_THAT(testsupport::brief(bed_.written(2, 3s)), testing::ElementsAre(testsupport::Ev{EV_LED, LED_NUML, 1}));
-}
-
-TEST_F(Tools, CalibrateFitsFiveTargetsOnTheFramebufferAndItsTestModeShowsWhereTouchesLand)
-{
-    const ToolRun r = calibrate();
-    ASSERT_EQ(r.status, 0) << r.out << r.err;
-    EXPECT_THAT(r.out, HasSubstr("  target 1 at 128,80: lands at 127,79, 1.4\n"));  // the integer fit truncates
-    EXPECT_THAT(r.out, HasSubstr("calibration mode ended"));
-    for (const auto& [x, y] : targets_)
-        EXPECT_EQ(pixel(x, y), 0u) << "target left on the screen at " << x << "," << y;
-    EXPECT_THAT(read_file(saved_), HasSubstr("\n0 "));
-
-    const pid_t pid = start(root_.path(), {"calibrate", "--test", "main", "--count", "1", "--conf", conf_});
-    ASSERT_TRUE(testsupport::wait_for_file_text(root_.at("/tool.out"), "touch the screen")) << read_file(root_.at("/tool.err"));
-    touch(100 + 3 * 640, 200 + 4 * 400);
-    const ToolRun test = finish(root_.path(), pid);
-    EXPECT_EQ(test.status, 0) << test.err;
-    EXPECT_THAT(test.out, HasSubstr("released at 639,399\n"));
-}
-
-TEST_F(Tools, CalibrateRefusedOrInterruptedEndsCalibrationModeAndKeepsTheOldTransform)
+// A refused or interrupted run ends calibration mode and keeps the transform it found.
+TEST_F(Tools, CalibrateFitsFiveTargetsOnTheFramebufferOrEndsKeepingTheOldTransform)
 {
     ASSERT_EQ(ctl({"calibration", "set", "0", "1", "2", "3", "4", "5", "6", "65536"}).status, 0);
-    const ToolRun r = calibrate(3);
+    testsupport::ProgramRun r = calibrate(3);
     EXPECT_EQ(r.status, 1) << r.out;
     EXPECT_THAT(r.err, HasSubstr("refused: target"));
-    EXPECT_THAT(r.out, HasSubstr("calibration mode ended"));
-
     // Ctrl-C at the first target also clears it from the screen.
-    const pid_t pid = start(root_.path(), {"calibrate", "0", "--fb", "/dev/fb0", "--conf", conf_});
-    ASSERT_TRUE(testsupport::wait_for_file_text(root_.at("/tool.out"), "target 1 of 5 at 128,80"));
+    pid_t pid = start(tool_, {"calibrate", "0", "--fb", "/dev/fb0", "--conf", conf_});
+    ASSERT_TRUE(testsupport::wait_for_file_text(tool_ + ".out", "target 1 of 5 at 128,80"));
     EXPECT_EQ(pixel(128, 80), 0xFFFFFFFFu);
     kill(pid, SIGINT);
-    const ToolRun c = finish(root_.path(), pid);
-    EXPECT_EQ(c.status, 1);
-    EXPECT_THAT(c.err, HasSubstr("interrupted at target 1"));
-    EXPECT_THAT(c.out, HasSubstr("calibration mode ended"));
+    r = testsupport::finish_program(pid, tool_);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_THAT(r.err, HasSubstr("interrupted at target 1"));
+    EXPECT_THAT(r.out, HasSubstr("calibration mode ended"));
     EXPECT_EQ(pixel(128, 80), 0u);
     EXPECT_THAT(ctl({"calibration", "get", "0"}).out, HasSubstr("seat 0: 1 2 3 4 5 6 65536"));
-}
 
-TEST_F(Tools, EventsClientPrintsItsRecordsDecoded)
-{
-    // A client of the sub screen sees the extended mode come in: it loses the cursor, which is hidden.
-    const std::string dir = root_.at("/events");  // its output apart from tactorctl's
-    std::filesystem::create_directories(dir);
-    const pid_t pid = start(dir, {"--screen", "1", "--json", "--count", "3"}, TACTORD_EVENTS_BINARY);
-    ASSERT_TRUE(testsupport::wait_for_file_text(dir + "/tool.out", "\"record\":\"reply\""));
-    ASSERT_EQ(ctl({"mode", "set", "extern"}).status, 0);
-    const ToolRun r = finish(dir, pid);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out,
-              "{\"record\":\"reply\",\"type\":2,\"scr_index\":2053338226,\"type_name\":\"TYPE_MODE_GET\",\"mode\":1,"
-              "\"mode_name\":\"clone\",\"text\":\"clone\"}\n"
-              "{\"record\":\"cursor\",\"sec\":0,\"usec\":0,\"type\":27,\"code\":1,\"value\":0,\"text\":\"cursor lost\"}\n"
-              "{\"record\":\"cursor-show\",\"sec\":0,\"usec\":0,\"type\":33,\"code\":0,\"value\":0,\"text\":\"cursor "
-              "hide\"}\n");
-    for (const Case& c : {Case{{"--socket", root_.at("/none.sock")}, 1, root_.at("/none.sock")}, Case{{"--screen", "2"}, 2, ""},
-                          Case{{"--help"}, 0, ""}})
-        expect_says(root_.path(), c, TACTORD_EVENTS_BINARY);
+    r = calibrate();
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_THAT(r.out, HasSubstr("  target 1 at 128,80: lands at 127,79, 1.4\n"));  // the integer fit truncates
+    EXPECT_THAT(read_file(saved_), HasSubstr("\n0 "));
+    // Its test mode shows where a touch lands.
+    pid = start(tool_, {"calibrate", "--test", "main", "--count", "1", "--conf", conf_});
+    ASSERT_TRUE(testsupport::wait_for_file_text(tool_ + ".out", "touch the screen")) << read_file(tool_ + ".err");
+    touch(100 + 3 * 640, 200 + 4 * 400);
+    r = testsupport::finish_program(pid, tool_);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_THAT(r.out, HasSubstr("released at 639,399\n"));
 }
 
 }  // namespace

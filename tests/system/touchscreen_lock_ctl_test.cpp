@@ -2,20 +2,12 @@
 // click, explicit and timed lock and unlock, and the message and -1 of every failure.
 #include "func/touchscreen/touchscreen_lock_ctl.h"
 
-#include <gmock/gmock.h>
-#include <linux/input-event-codes.h>
-
-#include <algorithm>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "common/send_log_internal.h"
 #include "func/device/drv_device.h"
 #include "func/sound/sound.h"
 #include "func/touchscreen/touchscreen_lock_ctl_internal.h"
 #include "sim/dev_mod_cfg_emul.h"
-#include "sim/evdev_testbed.h"
+#include "support/system_common.h"
 
 namespace {
 
@@ -33,11 +25,6 @@ time_t g_now = 1000;
 const tactord::input_event kPress = ev(EV_KEY, BTN_TOUCH, 1);
 const lock_config kConfig{/*Xmax*/ 200, /*Xmin*/ 100, /*Ymax*/ 60, /*Ymin*/ 10, /*lock*/ 3, /*unlock*/ 2};
 
-template <typename T>
-T take(T& seen)
-{
-    return std::exchange(seen, {});
-}
 bool logged(const std::string& part)
 {
     return std::ranges::any_of(g_log, [&](const std::string& l) { return l.find(part) != std::string::npos; });
@@ -65,12 +52,6 @@ protected:
         InitSoundAdapters();
         SoundSetup("wavaudio sound", nullptr, 2);
     }
-    void TearDown() override
-    {
-        send_log_set_sink(nullptr);
-        touchscreen_set_clock(nullptr);
-        touchscreen_set_task_starter(nullptr);
-    }
     static int configure(const lock_config& cfg = kConfig) { return touchscreen_lock_config(&cfg, on_lock_change, on_locked_touch); }
 };
 
@@ -97,7 +78,7 @@ TEST_F(TouchscreenLock, TouchEventsAreMirroredAndOnlyAPressClicksAtTheDriversVol
     EXPECT_EQ(sound_play_count(), 1u);
     EXPECT_TRUE(played.sound == 44 && played.volume == 5 && played.screen == SUB_SCREEN &&
                 (played.param3 | played.param4 | played.param6) == 0);
-    EXPECT_TRUE(take(g_log).empty());
+    EXPECT_TRUE(std::exchange(g_log, {}).empty());
 
     // Without the click: no volume read, no sound, the same write.
     drv.clear_requests();
@@ -125,7 +106,7 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRe
         touchscreen_set_coordinate(screen, &kPress);
         touchscreen_set_coordinate_with_no_play(screen, &kPress);
     }
-    EXPECT_TRUE(drv.requests().empty() && take(g_log).empty());
+    EXPECT_TRUE(drv.requests().empty() && std::exchange(g_log, {}).empty());
 
     drv.set_state(SUB_SCREEN, {1, 0, 0, 0, 0, 0});
     drv.set_volume(7);
@@ -139,18 +120,18 @@ TEST_F(TouchscreenLock, StatusAndVolumeAreReadBackAndScreensOutsideTheThreeAreRe
                 testing::HasSubstr("key_volume: 7\nscreen: 1 keydown: 0  status: 0\n"
                                    "           xcord: 0  ycord: 0  key_volume: 0\n"));
 
-    // Explicit lock and unlock write the status and notify.
-    ASSERT_EQ(configure(), 0);
+    ASSERT_EQ(configure(), 0);  // to be notified
     drv.clear_requests();
     EXPECT_EQ(touchscreen_lock(SUB_SCREEN), 0);
     EXPECT_EQ(drv.state(SUB_SCREEN).status, 0);
     EXPECT_EQ(touchscreen_unlock(SUB_SCREEN), 0);
     EXPECT_EQ(drv.state(SUB_SCREEN).status, 1);
     EXPECT_EQ(codes(drv), (Codes{168, 168}));
-    EXPECT_EQ(take(g_changes), (Changes{{1, 1}, {1, 0}}));
+    EXPECT_EQ(std::exchange(g_changes, {}), (Changes{{1, 1}, {1, 0}}));
 }
 
-TEST_F(TouchscreenLock, ConfigurationHappensOnceAndNeedsEveryArgument)
+// Configuration needs every argument and happens once: a second one changes nothing.
+TEST_F(TouchscreenLock, ConfiguredOnceAHeldFingerLocksOnceAndUnlocksOnlyAfterLeavingAndHoldingAgain)
 {
     DevModCfgEmulator drv;
     EXPECT_EQ(touchscreen_lock_config(nullptr, on_lock_change, on_locked_touch), -1);
@@ -161,20 +142,13 @@ TEST_F(TouchscreenLock, ConfigurationHappensOnceAndNeedsEveryArgument)
     EXPECT_EQ(configure(), -1);
     EXPECT_TRUE(logged("Create touch screen process thread error!\n"));
     touchscreen_set_task_starter(no_task);
-    ASSERT_EQ(configure(), 0);
-    EXPECT_EQ(configure({900, 800, 900, 800, 30, 20}), 0);
-    EXPECT_EQ(take(g_starts), 1);
-    for (const ts_lock_info_t& info : scr_lock_info) {
-        const auto& a = info.lock_area;
-        EXPECT_EQ(std::vector<int>({a.xmin, a.xmax, a.ymin, a.ymax, info.lock_interval, info.unlock_interval}),
-                  std::vector<int>({100, 200, 10, 60, 3, 2}));
-    }
-}
-
-TEST_F(TouchscreenLock, HeldFingerLocksOnceAndUnlocksOnlyAfterLeavingAndHoldingAgain)
-{
-    DevModCfgEmulator drv;
     ASSERT_EQ(configure(), 0);  // lock after 3 s, unlock after 2 s in x 100..200, y 10..60
+    EXPECT_EQ(configure({900, 800, 900, 800, 30, 20}), 0);
+    EXPECT_EQ(std::exchange(g_starts, {}), 1);
+    for (const ts_lock_info_t& i : scr_lock_info)
+        EXPECT_EQ(std::vector<int>({i.lock_area.xmin, i.lock_area.xmax, i.lock_area.ymin, i.lock_area.ymax, i.lock_interval,
+                                    i.unlock_interval}),
+                  std::vector<int>({100, 200, 10, 60, 3, 2}));
     const struct {
         int down, x, y;
         time_t at;
@@ -191,8 +165,8 @@ TEST_F(TouchscreenLock, HeldFingerLocksOnceAndUnlocksOnlyAfterLeavingAndHoldingA
         drv.set_touch(MAIN_SCREEN, s.down, s.x, s.y);
         g_now = s.at;
         touchscreen_lock_logic_process();
-        EXPECT_EQ(take(g_changes), s.changes) << s.at;
-        EXPECT_EQ(take(g_touches), s.locked_touches) << s.at;
+        EXPECT_EQ(std::exchange(g_changes, {}), s.changes) << s.at;
+        EXPECT_EQ(std::exchange(g_touches, {}), s.locked_touches) << s.at;
         EXPECT_EQ(drv.state(MAIN_SCREEN).status, s.at >= 1003 && s.at < 1024 ? 0 : 1) << s.at;
     }
     EXPECT_EQ(std::ranges::count(codes(drv), 160UL), 2);  // the timed changes' writes
