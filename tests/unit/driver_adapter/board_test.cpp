@@ -2,20 +2,11 @@
 // order, its log lines, and a failed set-up repeated by the next call.
 #include "board/common/board.h"
 
-#include <gtest/gtest.h>
-#include <semaphore.h>
-
-#include <array>
-#include <cstring>
-#include <vector>
-
 #include "board/tovik/board_tovik.h"
 #include "board/tovik/board_tovik_internal.h"
 #include "common/signal_capture.h"
 #include "func/device/drv_device_internal.h"
 #include "support/adapter.h"
-
-namespace {
 
 const struct {
     const char* name;
@@ -41,20 +32,11 @@ const struct {
     {"tovik_24xx256", "/dev/spidev1.0", 84, 4},
 };
 
-class BoardSetup : public testing::Test {
-protected:
-    void TearDown() override
-    {
-        board_tovik_fail_step(0);
-        drv_set_path_probe(nullptr);
-        sem_unlink("/ec_initial_name_sem");
-    }
-    testsupport::AdapterLog log;
-};
-
-TEST_F(BoardSetup, StopsAtTheFirstFailureRepeatsTheWholeSetUpOnTheNextCallAndThenNoMore)
+TEST(BoardSetup, StopsAtTheFirstFailureRepeatsTheWholeSetUpOnTheNextCallAndThenNoMore)
 {
+    testsupport::AdapterLog log;
     EXPECT_EQ(InitDriverAdapter(5), 0);  // no board here: the light sensor's path is missing
+    sem_unlink("/ec_initial_name_sem");  // only the name: the adapter keeps the semaphore
     EXPECT_EQ(drv_device_count(), 1);
     auto lines = log.take();
     ASSERT_FALSE(lines.empty());
@@ -114,5 +96,3 @@ TEST_F(BoardSetup, StopsAtTheFirstFailureRepeatsTheWholeSetUpOnTheNextCallAndThe
     EXPECT_EQ(InitDriverAdapter(5), 1);
     EXPECT_TRUE(log.take().empty());
 }
-
-}  // namespace

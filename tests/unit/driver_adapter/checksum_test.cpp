@@ -1,10 +1,7 @@
 // The links' checksums: the IMC frame's CRC-16 and the drivers' CRC-8.
-#include <gtest/gtest.h>
-
 #include "common/crc8.h"
 #include "common/imc_protocol/crc.h"
-
-namespace {
+#include "support/adapter.h"
 
 TEST(Checksums, KnownValuesOfBothCrcs)
 {
@@ -29,5 +26,3 @@ TEST(Checksums, KnownValuesOfBothCrcs)
     EXPECT_EQ(CalcWordSeqCRC(CalcWordSeqCRC(IMC_CRC_INIT, check, 4), check + 4, 5), 0x6F91);
     EXPECT_EQ(CalcWordSeqCRC(0x1234, check, 0), 0x1234);
 }
-
-}  // namespace

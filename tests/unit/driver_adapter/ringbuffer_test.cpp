@@ -1,11 +1,7 @@
 // The drivers' byte ring: sizes rounded to a power of two, copies across the wrap.
 #include "common/ringbuffer/ringbuffer.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-
-namespace {
+#include "support/adapter.h"
 
 TEST(Kfifo, RoundsItsSizeUpToAPowerOfTwoAndCopiesAcrossTheWrap)
 {
@@ -37,5 +33,3 @@ TEST(Kfifo, RoundsItsSizeUpToAPowerOfTwoAndCopiesAcrossTheWrap)
     EXPECT_TRUE(kfifo_len(f) == 0u && kfifo_free_len(f) == 8u);
     kfifo_free(f);
 }
-
-}  // namespace

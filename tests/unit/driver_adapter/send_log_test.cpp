@@ -2,19 +2,7 @@
 // byte, the text cut at 511 bytes and a zero, whole from several threads.
 #include "common/send_log.h"
 
-#include <arpa/inet.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-
-#include <set>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "support/remote_link.h"
-
-namespace {
+#include "support/adapter.h"
 
 TEST(SendLog, SendsEachMessageAsOneWholeDatagramOfLevelTextCutAt511AndZero)
 {
@@ -64,5 +52,3 @@ TEST(SendLog, SendsEachMessageAsOneWholeDatagramOfLevelTextCutAt511AndZero)
     EXPECT_EQ(got[2], "\x03" + std::string(SEND_LOG_TEXT_MAX, 'a') + '\0');
     EXPECT_EQ(std::multiset<std::string>(got.begin() + 3, got.end()), want);
 }
-
-}  // namespace

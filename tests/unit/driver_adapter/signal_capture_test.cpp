@@ -2,15 +2,7 @@
 // the process; the signals the daemon catches itself are left alone.
 #include "common/signal_capture.h"
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
-
-#include "support/scratch_root.h"
-
-namespace {
+#include "support/adapter.h"
 
 sighandler_t handler_of(int sig)
 {
@@ -46,5 +38,3 @@ TEST(SignalCapture, WritesTheBacktraceOfACrashAndLeavesTheDaemonsCaughtSignalsAl
     const std::string text = testsupport::read_file(root.at("/var/log/backtrace.txt"));
     EXPECT_TRUE(text.starts_with("catch crash signal: 11\n") && text.size() > 24) << text;  // and a backtrace
 }
-
-}  // namespace

@@ -2,38 +2,26 @@
 // time-outs, exhausted resources and refused messages.
 #include "common/imc_protocol/imcprotocol.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <memory>
-
 #include "support/adapter.h"
-
-namespace {
 
 using testsupport::Bytes;
 using testsupport::ImcLink;
 constexpr uint64_t T0 = ImcLink::T0;
 
-IMC_Config_s config_with(uint32_t transactions, uint32_t blocks)
-{
-    IMC_Config_s c = IMC_FRONT_BOARD_CONFIG;
-    c.max_transaction_num = transactions;
-    c.mem_block_num = blocks;
-    return c;
-}
-
-TEST(ImcProtocol, RequestReplyAckAndEventCrossTheLink)
+TEST(ImcProtocol, RequestReplyAckAndEventCrossTheLinkAndARepeatedRequestGetsTheStoredReply)
 {
     ImcLink link;
     ASSERT_EQ(link.a.send_request({0x10, 0x7E, 0x7D}), 0);
     const Bytes wire = link.b.take();
-    // Version 1, request, sequence 1, length 3, escaped payload, CRC.
-    EXPECT_EQ(wire, (Bytes{0x00, 0x7E, 0x00, 0x00, 0x09, 0x01, 0x01, 0x00, 0x01, 0x00, 0x03, 0x10, 0x7D,
-                           0x5E, 0x7D, 0x5D, 0xE4, 0x9F}));
-    EXPECT_EQ(link.b.feed(wire, 1), 1);  // a byte at a time
+    EXPECT_EQ(wire, testsupport::IMC_FRAMES[1].frame);  // sequence 1
+    EXPECT_EQ(link.b.feed(wire, 1), 1);                 // a byte at a time
     EXPECT_EQ(link.b.requests, (std::vector<Bytes>{{0x10, 0x7E, 0x7D}}));
-    EXPECT_EQ(link.a.pump(3), 1);
+    const Bytes reply = link.a.take();  // lost: the request comes again on a's tick
+    link.a.tick_at(T0 + 150);
+    EXPECT_TRUE(link.b.pump() == 1 && link.b.requests.size() == 1u);  // not handled again
+    EXPECT_EQ(ImcLink::count("resend reply:seq=1 cmd=0x10"), 1);
+    EXPECT_EQ(link.a.take(), reply);
+    EXPECT_EQ(link.a.feed(reply, 3), 1);
     EXPECT_EQ(link.a.replies, (std::vector<Bytes>{{0x10, 0xAA}}));
     EXPECT_TRUE(link.a.transactions_in_use() == 0 && link.b.transactions_in_use() == 1);  // reply kept until acked
     EXPECT_TRUE(link.b.pump() == 1 && link.b.transactions_in_use() == 0);
@@ -46,33 +34,16 @@ TEST(ImcProtocol, RequestReplyAckAndEventCrossTheLink)
     EXPECT_EQ(link.a.transactions_in_use(), 1);  // events take none
 }
 
-TEST(ImcProtocol, RepeatedRequestIsAnsweredFromTheStoredReply)
-{
-    ImcLink link;
-    ASSERT_EQ(link.a.send_request({0x12}), 0);
-    link.b.pump();
-    link.a.take();  // the reply is lost
-    link.a.tick_at(T0 + 150);
-    EXPECT_TRUE(link.b.pump() == 1 && link.b.requests.size() == 1u);  // not handled again
-    EXPECT_EQ(ImcLink::count("resend reply:seq=1 cmd=0x12"), 1);
-    EXPECT_EQ(link.a.pump(), 1);
-    EXPECT_EQ(link.a.replies, (std::vector<Bytes>{{0x12, 0xAA}}));
-    link.b.pump();
-    EXPECT_EQ(link.a.transactions_in_use() + link.b.transactions_in_use(), 0);
-}
-
 TEST(ImcProtocol, UnansweredRequestIsResentOnTheTicksUntilItsLimit)
 {
-    IMC_Config_s three = IMC_FRONT_BOARD_CONFIG;
-    three.retry_time = 10;
-    three.max_retry_count = 3;  // abandoned 40 ms after it was sent
     const struct {
         IMC_Config_s config;
         std::vector<std::pair<uint64_t, int>> ticks;  // ms after the send, frames resent by that tick
     } cases[] = {
         // Ticks less than a retry time after the last one do nothing.
         {IMC_FRONT_BOARD_CONFIG, {{0, 0}, {150, 1}, {299, 0}, {300, 0}}},
-        {three, {{0, 0}, {9, 0}, {10, 1}, {20, 1}, {29, 0}, {30, 1}, {40, 0}}},
+        // Every 10 ms, 3 retries: abandoned 40 ms after the send.
+        {{10, 3, 1000, 10, 200, 200, 20}, {{0, 0}, {9, 0}, {10, 1}, {20, 1}, {29, 0}, {30, 1}, {40, 0}}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.config.retry_time);
@@ -116,7 +87,7 @@ TEST(ImcProtocol, ReceivedRequestsAreDroppedAfterTheMaximumWait)
 TEST(ImcProtocol, ExhaustedPoolAndTransactionsAreRefusedWithTheirCodes)
 {
     {
-        ImcLink small(IMC_FRONT_BOARD_CONFIG, config_with(3, 2));
+        ImcLink small(IMC_FRONT_BOARD_CONFIG, {150, 1, 1000, 3, 200, 200, 2});  // 3 transactions, 2 blocks
         testsupport::ImcPeer &a = small.a, &peer = small.b;
         peer.answer_requests = false;
         a.send_request({0x01});
@@ -134,7 +105,7 @@ TEST(ImcProtocol, ExhaustedPoolAndTransactionsAreRefusedWithTheirCodes)
         EXPECT_EQ(ImcLink::count("no more  mem pool for parse alloc, abort!"), 1);
         EXPECT_EQ(peer.transactions_in_use(), 2);
     }
-    ImcLink small(config_with(2, 20), config_with(1, 20));
+    ImcLink small({150, 1, 1000, 2, 200, 200, 20}, {150, 1, 1000, 1, 200, 200, 20});  // 2 and 1 transactions
     small.b.answer_requests = false;
     EXPECT_TRUE(small.a.send_request({0x01}) == 0 && small.a.send_request({0x02}) == 0);
     EXPECT_EQ(small.b.pump(), 2);
@@ -143,7 +114,7 @@ TEST(ImcProtocol, ExhaustedPoolAndTransactionsAreRefusedWithTheirCodes)
     EXPECT_EQ(ImcLink::count("!!!!no more transaction mem for alloc, abort!!!!"), 1);
 }
 
-TEST(ImcProtocol, ParseRefusesMessagesItCannotTakeWithoutReadingBeyondThem)
+TEST(ImcProtocol, ParseAndSendRefuseWhatTheyCannotTakeWithTheirCodes)
 {
     Bytes too_long = {0x01, 0x01, 0x00, 0x05, 0x00, 195};
     too_long.resize(6 + 195, 0x33);
@@ -171,11 +142,7 @@ TEST(ImcProtocol, ParseRefusesMessagesItCannotTakeWithoutReadingBeyondThem)
         EXPECT_TRUE(*c.log == '\0' || ImcLink::count(c.log) == 1);
         EXPECT_TRUE(link.a.transactions_in_use() == 0 && link.a.requests.empty());
     }
-}
 
-TEST(ImcProtocol, SendFunctionsReturnTheirCodes)
-{
-    ImcLink link;
     const Bytes payload(195, 0x01);
     EXPECT_EQ(link.a.send_request(payload), -12);            // longer than a package
     EXPECT_EQ(link.a.send_request(Bytes(194, 0x01)), -19);  // its frame is
@@ -191,5 +158,3 @@ TEST(ImcProtocol, SendFunctionsReturnTheirCodes)
     EXPECT_EQ(IMC_Protocol_SendReply(link.b.last_request, payload.data(), 1), -26);  // already answered
     EXPECT_EQ(IMC_Protocol_SendReply(nullptr, payload.data(), 1), -27);
 }
-
-}  // namespace
