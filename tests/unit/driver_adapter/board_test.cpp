@@ -8,11 +8,8 @@
 #include "func/device/drv_device_internal.h"
 #include "support/adapter.h"
 
-const struct {
-    const char* name;
-    const char* path;  // "" for none
-    int variant, variant2;
-} BOARD_DEVICES[] = {
+// Name, path ("" for none) and variants of this board's devices, in their order.
+const std::tuple<const char*, const char*, int, int> BOARD_DEVICES[] = {
     {"wavaudio sound", "", 2, 0},
     {"lightsensor", "/sys/devices/platform/omap/omap_i2c.2/i2c-2/2-0044/ALS_count", 2, 0},
     {"IMC_powerboard", "", 0, 0},
@@ -38,19 +35,15 @@ TEST(BoardSetup, StopsAtTheFirstFailureRepeatsTheWholeSetUpOnTheNextCallAndThenN
     EXPECT_EQ(InitDriverAdapter(5), 0);  // no board here: the light sensor's path is missing
     sem_unlink("/ec_initial_name_sem");  // only the name: the adapter keeps the semaphore
     EXPECT_EQ(drv_device_count(), 1);
-    auto lines = log.take();
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines.back().first, 3);
-    EXPECT_TRUE(lines.back().second.starts_with("board_tovik.cpp:") &&
-                lines.back().second.ends_with("DrvBoardSetup(): Setup lightsensor failed.\n"))
-        << lines.back().second;
+    EXPECT_EQ(log.count("board_tovik.cpp:", 3), 1);
+    EXPECT_EQ(log.count("DrvBoardSetup(): Setup lightsensor failed.\n", 3), 1);
 
     drv_set_path_probe([](const char*) { return true; });
     board_tovik_fail_step(10);
     EXPECT_EQ(InitDriverAdapter(5), 0);
     EXPECT_EQ(log.count("DrvBoardSetup(): Setup WifiSetup failed.\n", 3), 1);
-    for (int i = 0; i < 17; ++i)
-        EXPECT_EQ(drv_device_find(BOARD_DEVICES[i].name) != nullptr, i < 9) << BOARD_DEVICES[i].name;
+    for (int i = 0; const auto& [name, path, variant, variant2] : BOARD_DEVICES)
+        EXPECT_EQ(drv_device_find(name) != nullptr, i++ < 9) << name;
 
     // The SPI bridge's failure goes to standard output only, without a line feed.
     log.take();
@@ -79,12 +72,10 @@ TEST(BoardSetup, StopsAtTheFirstFailureRepeatsTheWholeSetUpOnTheNextCallAndThenN
     EXPECT_EQ(std::vector<drv_class>(seen.begin(), seen.begin() + 18), registered);
     EXPECT_NE(ec_init_sem(), nullptr);
     ASSERT_EQ(drv_device_count(), 17);  // set up again, not duplicated
-    for (int i = 0; i < 17; ++i) {
-        const drv_device_t* dev = drv_device_at(i);
-        const auto& want = BOARD_DEVICES[i];
-        EXPECT_STREQ(dev->name.data(), want.name);
-        EXPECT_STREQ(dev->path.data(), want.path) << want.name;
-        EXPECT_TRUE(dev->variant == want.variant && dev->variant2 == want.variant2) << want.name;
+    for (int i = 0; const auto& [name, path, variant, variant2] : BOARD_DEVICES) {
+        const drv_device_t* dev = drv_device_at(i++);
+        EXPECT_TRUE(std::string(dev->name.data()) == name && std::string(dev->path.data()) == path) << name;
+        EXPECT_TRUE(dev->variant == variant && dev->variant2 == variant2) << name;
     }
     const bridge_ports_speed want_ports{1, 2, 3, 19, 129, 12000000};
     EXPECT_EQ(std::memcmp(&drv_device_find("Spi_Bridge")->ports, &want_ports, sizeof(want_ports)), 0);

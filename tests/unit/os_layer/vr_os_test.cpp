@@ -10,9 +10,7 @@ TEST(VrSysInit, KeepsTheMemoryConfigurationTheApplicationHooksGive)
     EXPECT_FALSE(VR_GetMemManagerConfig(&kept));
     ASSERT_EQ(VR_SysInit(), 0);
     ASSERT_TRUE(VR_GetMemManagerConfig(&kept));
-    EXPECT_TRUE(kept.m_record_alloc_memory_info == 1 && kept.m_heapSize == 0x2000000u);
-    // Fields the application leaves alone keep the layer's defaults; the heap
-    // size is asked separately and is not the configuration's.
+    // Fields the application leaves alone keep the layer's defaults; the heap size is asked apart.
     EXPECT_TRUE(kept.m_maxHoles == VR_DEFAULT_MAX_HOLES && kept.m_fragmentMinSize == VR_DEFAULT_FRAGMENT_MIN_SIZE);
     EXPECT_TRUE(VR_GetHeapSize() == GetHeapSize() && VR_GetHeapSize() != kept.m_heapSize);
     EXPECT_EQ(VR_SysInit(), 0);
@@ -25,8 +23,7 @@ TEST(VrNamedSem, CountsFromTheInitialValueAndIsSharedByName)
     ASSERT_NE(a, nullptr);
     EXPECT_TRUE(sem_trywait(a) == 0 && sem_trywait(a) == 0);
     EXPECT_TRUE(sem_trywait(a) == -1 && errno == EAGAIN);
-    // Opened again (leading '/' or not) it is the same semaphore, its count
-    // untouched by the new initial value.
+    // Opened again, with a leading '/' or not, it is the same semaphore, its count kept.
     VR_NAMED_SEM b = VR_NamedSemOpen(("/" + name).c_str(), 5);
     ASSERT_NE(b, nullptr);
     EXPECT_EQ(sem_trywait(b), -1);
@@ -35,9 +32,8 @@ TEST(VrNamedSem, CountsFromTheInitialValueAndIsSharedByName)
     sem_unlink(("/" + name).c_str());
 }
 
-// Tasks hold on until released, so that the table stays full while the test
-// looks; the first records its thread's name and stack size. The latches
-// outlive the tasks, which go on after the test.
+// Tasks hold the table full until released; the first records its thread's name and stack
+// size. The latches outlive the tasks, which go on after the test.
 std::latch& g_started = *new std::latch(VR_MAX_TASKS);
 std::latch& g_release = *new std::latch(1);
 std::string g_name;

@@ -62,25 +62,19 @@ TEST(ImcFrame, RefusesBadFramesWithoutWritingBeyondItsBuffer)
 {
     Bytes bad_crc = PLAIN;
     bad_crc.back() ^= 1;
-    const struct {
-        const char* name;
-        Bytes input;
-        int32_t max_len;
-        int rc;
-        int32_t left;  // input not used
-    } cases[] = {
+    const std::tuple<const char*, Bytes, int32_t, int, int32_t> cases[] = {
         {"marker not 0 (left for the next hunt)", {0x7E, 0x7E, 0x00, 0x00}, 200, -11, 3},
         {"length above max_len", {0x7E, 0x00, 0x00, 0x08, 0x01}, 7, -13, 1},
         {"negative length", {0x7E, 0x00, 0x80, 0x00, 0x01}, 0x7FFFFFFF, -13, 1},
         {"longer than the output buffer", {0x7E, 0x00, 0x00, 0x0E, 0x01}, 0x7FFFFFFF, -13, 1},
         {"CRC mismatch", bad_crc, 200, -10, 0},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, input, max_len, rc, unused] : cases) {
+        SCOPED_TRACE(name);
         decoder d(16);
-        EXPECT_EQ(d.run(c.input, 0, c.input.size(), c.max_len), c.rc);
-        EXPECT_EQ(d.st.input_length, c.left);
-        EXPECT_EQ(d.run(PLAIN, 0, PLAIN.size()), c.rc);  // a final state stays until the caller resets
+        EXPECT_EQ(d.run(input, 0, input.size(), max_len), rc);
+        EXPECT_EQ(d.st.input_length, unused);
+        EXPECT_EQ(d.run(PLAIN, 0, PLAIN.size()), rc);  // a final state stays until the caller resets
         EXPECT_TRUE(std::all_of(d.out.end() - 16, d.out.end(), [](uint8_t b) { return b == 0xCC; }));
     }
 }

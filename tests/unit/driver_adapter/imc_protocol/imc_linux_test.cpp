@@ -54,32 +54,28 @@ TEST(ImcLinkReader, StartsOverAfterEachFrameAndEachDecoderErrorReadingPiecesOrAD
     const Bytes& two = testsupport::IMC_FRAMES[4].frame;
     Bytes bad_crc = one;
     bad_crc.back() ^= 0xFF;
-    const struct {
-        const char* name;
-        Bytes stream;
-        std::vector<Bytes> events;
-    } cases[] = {
+    const std::tuple<const char*, Bytes, std::vector<Bytes>> cases[] = {
         {"two frames back to back", one + two, {{0xAA}, {0x7F}}},
         {"CRC error, then a frame", bad_crc + two, {{0x7F}}},
         {"bad marker, then a frame", Bytes{0x7E, 0x55} + two, {{0x7F}}},
         {"a flag where the marker belongs starts the frame", Bytes{0x7E} + Bytes(one.begin() + 1, one.end()), {{0xAA}}},
         {"length above 200, then a frame", Bytes{0x00, 0x7E, 0x00, 0x00, 201} + one, {{0xAA}}},
     };
-    for (const auto& c : cases) {
-        for (size_t piece : {size_t{1}, size_t{5}, c.stream.size()}) {
-            SCOPED_TRACE(std::string(c.name) + ", pieces of " + std::to_string(piece));
+    for (const auto& [name, stream, events] : cases) {
+        for (size_t piece : {size_t{1}, size_t{5}, stream.size()}) {
+            SCOPED_TRACE(std::string(name) + ", pieces of " + std::to_string(piece));
             ImcLink link;
-            link.b.feed(c.stream, piece);
-            EXPECT_EQ(link.b.events, c.events);
+            link.b.feed(stream, piece);
+            EXPECT_EQ(link.b.events, events);
         }
-        SCOPED_TRACE(std::string(c.name) + ", from a pipe");
+        SCOPED_TRACE(std::string(name) + ", from a pipe");
         ImcLink link;
         int p[2];
         ASSERT_EQ(pipe(p), 0);
-        ASSERT_EQ(write(p[1], c.stream.data(), c.stream.size()), static_cast<ssize_t>(c.stream.size()));
+        ASSERT_EQ(write(p[1], stream.data(), stream.size()), static_cast<ssize_t>(stream.size()));
         close(p[1]);
         EXPECT_EQ(IMC_Link_Read_Fd(p[0], link.b.handle), 0);  // to its end
-        EXPECT_EQ(link.b.events, c.events);
+        EXPECT_EQ(link.b.events, events);
         close(p[0]);
         EXPECT_EQ(IMC_Link_Read_Fd(p[0], link.b.handle), -1);
     }

@@ -36,26 +36,24 @@ TEST(ImcProtocol, RequestReplyAckAndEventCrossTheLinkAndARepeatedRequestGetsTheS
 
 TEST(ImcProtocol, UnansweredRequestIsResentOnTheTicksUntilItsLimit)
 {
-    const struct {
-        IMC_Config_s config;
-        std::vector<std::pair<uint64_t, int>> ticks;  // ms after the send, frames resent by that tick
-    } cases[] = {
+    // Ticks: {ms after the send, frames resent by that tick}.
+    const std::pair<IMC_Config_s, std::vector<std::pair<uint64_t, int>>> cases[] = {
         // Ticks less than a retry time after the last one do nothing.
         {IMC_FRONT_BOARD_CONFIG, {{0, 0}, {150, 1}, {299, 0}, {300, 0}}},
         // Every 10 ms, 3 retries: abandoned 40 ms after the send.
         {{10, 3, 1000, 10, 200, 200, 20}, {{0, 0}, {9, 0}, {10, 1}, {20, 1}, {29, 0}, {30, 1}, {40, 0}}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.config.retry_time);
-        ImcLink link(c.config);
+    for (const auto& [config, ticks] : cases) {
+        SCOPED_TRACE(config.retry_time);
+        ImcLink link(config);
         ASSERT_EQ(link.a.send_request({0x13}), 0);
         link.b.take();
         int resent = 0;
-        for (const auto& [at, frames] : c.ticks) {
+        for (const auto& [at, frames] : ticks) {
             link.a.tick_at(T0 + at);
             // Escaping leaves 0x7E only as a start flag.
             EXPECT_EQ(std::ranges::count(link.b.take(), 0x7E), frames) << "tick at " << at;
-            EXPECT_EQ(testsupport::ImcPeer::noreplies, at == c.ticks.back().first ? 1 : 0);
+            EXPECT_EQ(testsupport::ImcPeer::noreplies, at == ticks.back().first ? 1 : 0);
             resent += frames;
         }
         EXPECT_EQ(ImcLink::count("request resend!request cmd is 0x13"), resent);
@@ -118,11 +116,7 @@ TEST(ImcProtocol, ParseAndSendRefuseWhatTheyCannotTakeWithTheirCodes)
 {
     Bytes too_long = {0x01, 0x01, 0x00, 0x05, 0x00, 195};
     too_long.resize(6 + 195, 0x33);
-    const struct {
-        Bytes message;
-        int rc;
-        const char* log;
-    } cases[] = {
+    const std::tuple<Bytes, int, const char*> cases[] = {
         {{0x01, 0x01, 0x00, 0x05, 0x00}, -27, "input error:data addr=0x"},  // shorter than a header
         {{0x02, 0x01, 0x00, 0x05, 0x00, 0x00}, -1, "invalid version:2\n"},
         {{0x01, 0x04, 0x00, 0x05, 0x00, 0x00}, -3, "unkown class:4 \n "},
@@ -132,14 +126,14 @@ TEST(ImcProtocol, ParseAndSendRefuseWhatTheyCannotTakeWithTheirCodes)
         {too_long, -19, ""},  // longer than a pool block
     };
     ImcLink link;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.log);
+    for (const auto& [message, rc, log] : cases) {
+        SCOPED_TRACE(log);
         // An exact-size heap copy: a read beyond it is caught by the sanitizer.
-        const auto copy = std::make_unique<uint8_t[]>(c.message.size());
-        std::ranges::copy(c.message, copy.get());
+        const auto copy = std::make_unique<uint8_t[]>(message.size());
+        std::ranges::copy(message, copy.get());
         ImcLink::take();
-        EXPECT_EQ(IMC_Protocol_Parse(link.a.handle, copy.get(), c.message.size()), c.rc);
-        EXPECT_TRUE(*c.log == '\0' || ImcLink::count(c.log) == 1);
+        EXPECT_EQ(IMC_Protocol_Parse(link.a.handle, copy.get(), message.size()), rc);
+        EXPECT_TRUE(*log == '\0' || ImcLink::count(log) == 1);
         EXPECT_TRUE(link.a.transactions_in_use() == 0 && link.a.requests.empty());
     }
 
