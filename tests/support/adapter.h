@@ -50,8 +50,7 @@ inline const struct {
      {0x00, 0x7E, 0x00, 0x00, 0x07, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x8F, 0x89, 0x7D, 0x5D}},
 };
 
-// While it lives the adapter's log lines (level, text) are kept here instead
-// of sent.
+// While it lives the adapter's log lines (level, text) are kept here instead of sent.
 struct AdapterLog {
     AdapterLog()
     {
@@ -78,8 +77,7 @@ struct AdapterLog {
     static inline std::vector<std::pair<int, std::string>> lines;
 };
 
-// One end of a link: its stack and what its handlers saw. Requests are
-// answered with {command, 0xAA} while answer_requests.
+// One end of a link: its stack and what its handlers saw; requests are answered {command, 0xAA}.
 struct ImcPeer {
     explicit ImcPeer(const IMC_Config_s& config)
     {
@@ -107,8 +105,7 @@ struct ImcPeer {
         IMC_Link_Reader_Init(&reader);
     }
     ~ImcPeer() { Stack_Release(handle); }
-    // Through the link reader in pieces of at most `piece` bytes; returns the
-    // messages handed to the stack.
+    // Through the link reader in pieces of at most `piece` bytes; returns the messages parsed.
     int feed(const Bytes& bytes, size_t piece = 4096)
     {
         int messages = 0;
@@ -145,7 +142,7 @@ struct ImcPeer {
     IMC_Link_Reader reader{};
     ImcPeer* other = nullptr;
     Bytes inbox;
-    bool answer_requests = true;
+    bool answer_requests = true;  // or hold the transactions without an answer
     uint32_t short_write = 0;  // when > 0, writes stop after this many bytes
     std::vector<Bytes> events, requests, replies;
     IMC_Transaction_s* last_request = nullptr;

@@ -1,5 +1,4 @@
-// The adapter's start-up: the driver classes, this board's devices in their
-// order, its log lines, and a failed set-up repeated by the next call.
+// The adapter's start-up: driver classes, this board's devices in order, a failed set-up repeated.
 #include "board/common/board.h"
 
 #include "board/tovik/board_tovik.h"
@@ -62,11 +61,10 @@ TEST(BoardSetup, StopsAtTheFirstFailureRepeatsTheWholeSetUpOnTheNextCallAndThenN
         EXPECT_EQ(log.count(part, 6), 1) << part;
     EXPECT_EQ(log.count("", 3), 0);
     const std::vector<drv_class> registered = {
-        DRV_CLASS_GPIO,      DRV_CLASS_SOUND,  DRV_CLASS_RTC,          DRV_CLASS_SCREEN,
-        DRV_CLASS_KEYBOARD,  DRV_CLASS_SYSTEM, DRV_CLASS_POWER_MANAGE, DRV_CLASS_FLASH,
-        DRV_CLASS_MACH_CONF, DRV_CLASS_UART,   DRV_CLASS_LED,          DRV_CLASS_EEPROM,
-        DRV_CLASS_SENSOR,    DRV_CLASS_POWER_BOARD, DRV_CLASS_SCREEN,  DRV_CLASS_USB,
-        DRV_CLASS_LED_ALARM, DRV_CLASS_DOCK_EEPROM};
+        DRV_CLASS_GPIO,   DRV_CLASS_SOUND,        DRV_CLASS_RTC,        DRV_CLASS_SCREEN,      DRV_CLASS_KEYBOARD,
+        DRV_CLASS_SYSTEM, DRV_CLASS_POWER_MANAGE, DRV_CLASS_FLASH,      DRV_CLASS_MACH_CONF,   DRV_CLASS_UART,
+        DRV_CLASS_LED,    DRV_CLASS_EEPROM,       DRV_CLASS_SENSOR,     DRV_CLASS_POWER_BOARD, DRV_CLASS_SCREEN,
+        DRV_CLASS_USB,    DRV_CLASS_LED_ALARM,    DRV_CLASS_DOCK_EEPROM};
     std::array<drv_class, DRV_REGISTRATION_LOG_MAX> seen{};
     EXPECT_EQ(drv_registration_log(seen.data(), DRV_REGISTRATION_LOG_MAX), 64);  // 4 calls x 18, capped
     EXPECT_EQ(std::vector<drv_class>(seen.begin(), seen.begin() + 18), registered);

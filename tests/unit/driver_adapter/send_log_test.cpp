@@ -1,5 +1,4 @@
-// The adapter logger: one datagram per message to the collector, of a level
-// byte, the text cut at 511 bytes and a zero, whole from several threads.
+// The adapter logger: one whole datagram per message: level byte, text cut at 511 bytes, zero.
 #include "common/send_log.h"
 
 #include "support/adapter.h"

@@ -1,5 +1,4 @@
-// The adapter's crash capture: crash signals write a backtrace and still end
-// the process; the signals the daemon catches itself are left alone.
+// The adapter's crash capture: a backtrace, the process still ends; the daemon's own signals kept.
 #include "common/signal_capture.h"
 
 #include "support/adapter.h"

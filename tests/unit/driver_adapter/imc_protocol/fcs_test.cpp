@@ -1,5 +1,4 @@
-// The IMC link's framing: known frames byte for byte, decoding in pieces of
-// any size, and bad frames refused within the decoder's buffer.
+// IMC framing: known frames byte for byte, decoding in pieces, bad frames refused in bounds.
 #include "common/imc_protocol/fcs.h"
 
 #include "support/adapter.h"
