@@ -21,13 +21,8 @@
 #include "common/imc_protocol/platform_internal.h"
 #include "common/send_log_internal.h"
 #include "support/remote_link.h"
+#include "support/scanner.h"  // Bytes joined with +
 #include "support/unit_common.h"
-
-inline std::vector<uint8_t> operator+(std::vector<uint8_t> a, const std::vector<uint8_t>& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
 
 namespace testsupport {
 

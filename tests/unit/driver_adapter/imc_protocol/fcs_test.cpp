@@ -3,8 +3,7 @@
 
 #include "support/adapter.h"
 
-using testsupport::Bytes;
-using testsupport::IMC_FRAMES;
+using namespace testsupport;
 const Bytes& PLAIN = IMC_FRAMES[0].frame;
 
 // The decoder over a buffer of `room` bytes followed by 16 canary bytes.

@@ -3,8 +3,7 @@
 
 #include "support/adapter.h"
 
-using testsupport::Bytes;
-using testsupport::ImcLink;
+using namespace testsupport;
 
 // An allocator that fails its n-th call and knows what is still allocated.
 int g_calls = 0;
@@ -13,7 +12,7 @@ std::set<void*> g_live;
 
 TEST(ImcStackInit, FreesEverythingWhenAnyAllocationFailsAndRefusesUnusableConfigurations)
 {
-    testsupport::AdapterLog log;
+    AdapterLog log;
     IMC_Linux_Locks locks;
     const IMC_Lock_Ops_s ops = IMC_Linux_Lock_Ops(&locks);
     IMC_Platform_Set_Allocator(
@@ -50,8 +49,8 @@ TEST(ImcStackInit, FreesEverythingWhenAnyAllocationFailsAndRefusesUnusableConfig
 TEST(ImcLinkReader, StartsOverAfterEachFrameAndEachDecoderErrorReadingPiecesOrADescriptor)
 {
     // Two events, {0xAA} and {0x7F}, the second with a flag to escape in its CRC.
-    const Bytes& one = testsupport::IMC_FRAMES[0].frame;
-    const Bytes& two = testsupport::IMC_FRAMES[4].frame;
+    const Bytes& one = IMC_FRAMES[0].frame;
+    const Bytes& two = IMC_FRAMES[4].frame;
     Bytes bad_crc = one;
     bad_crc.back() ^= 0xFF;
     const std::tuple<const char*, Bytes, std::vector<Bytes>> cases[] = {

@@ -3,8 +3,7 @@
 
 #include "support/adapter.h"
 
-using testsupport::Bytes;
-using testsupport::ImcLink;
+using namespace testsupport;
 constexpr uint64_t T0 = ImcLink::T0;
 
 TEST(ImcProtocol, RequestReplyAckAndEventCrossTheLinkAndARepeatedRequestGetsTheStoredReply)
@@ -12,7 +11,7 @@ TEST(ImcProtocol, RequestReplyAckAndEventCrossTheLinkAndARepeatedRequestGetsTheS
     ImcLink link;
     ASSERT_EQ(link.a.send_request({0x10, 0x7E, 0x7D}), 0);
     const Bytes wire = link.b.take();
-    EXPECT_EQ(wire, testsupport::IMC_FRAMES[1].frame);  // sequence 1
+    EXPECT_EQ(wire, IMC_FRAMES[1].frame);  // sequence 1
     EXPECT_EQ(link.b.feed(wire, 1), 1);                 // a byte at a time
     EXPECT_EQ(link.b.requests, (std::vector<Bytes>{{0x10, 0x7E, 0x7D}}));
     EXPECT_EQ(IMC_Protocol_SendReply(link.b.last_request, wire.data(), 1), -26);  // already answered
@@ -36,9 +35,8 @@ TEST(ImcProtocol, RequestReplyAckAndEventCrossTheLinkAndARepeatedRequestGetsTheS
 
 TEST(ImcProtocol, UnansweredRequestIsResentOnTheTicksUntilItsLimit)
 {
-    // Ticks: {ms after the send, frames resent by that tick}.
+    // Ticks {ms after the send, frames resent by it}; one less than a retry time after the last does nothing.
     const std::pair<IMC_Config_s, std::vector<std::pair<uint64_t, int>>> cases[] = {
-        // Ticks less than a retry time after the last one do nothing.
         {IMC_FRONT_BOARD_CONFIG, {{0, 0}, {150, 1}, {299, 0}, {300, 0}}},
         // Every 10 ms, 3 retries: abandoned 40 ms after the send.
         {{10, 3, 1000, 10, 200, 200, 20}, {{0, 0}, {9, 0}, {10, 1}, {20, 1}, {29, 0}, {30, 1}, {40, 0}}},
@@ -53,7 +51,7 @@ TEST(ImcProtocol, UnansweredRequestIsResentOnTheTicksUntilItsLimit)
             link.a.tick_at(T0 + at);
             // Escaping leaves 0x7E only as a start flag.
             EXPECT_EQ(std::ranges::count(link.b.take(), 0x7E), frames) << "tick at " << at;
-            EXPECT_EQ(testsupport::ImcPeer::noreplies, at == ticks.back().first ? 1 : 0);
+            EXPECT_EQ(ImcPeer::noreplies, at == ticks.back().first ? 1 : 0);
             resent += frames;
         }
         EXPECT_EQ(ImcLink::count("request resend!request cmd is 0x13"), resent);
@@ -83,37 +81,35 @@ TEST(ImcProtocol, ReceivedRequestsAreDroppedAfterTheMaximumWait)
 
 TEST(ImcProtocol, ExhaustedPoolAndTransactionsAreRefusedWithTheirCodes)
 {
-    {
-        ImcLink small(IMC_FRONT_BOARD_CONFIG, {150, 1, 1000, 3, 200, 200, 2});  // 3 transactions, 2 blocks
-        small.b.answer_requests = false;
-        small.a.send_request({0x01});
-        small.b.pump();  // one block held, one free: none left for the frame
-        EXPECT_EQ(small.b.send_request({0x09}), -12);
-        EXPECT_EQ(ImcLink::count("no more  mem pool for alloc, abort!\n"), 1);
-        small.a.send_request({0x02});
-        small.b.pump();  // both blocks held
-        EXPECT_EQ(small.b.send_request({0x09}), -12);
-        EXPECT_EQ(ImcLink::count("****no more  mem pool for alloc, abort!****"), 1);
-        EXPECT_EQ(IMC_Protocol_SendReply(small.b.last_request, small.b.requests[0].data(), 1), -12);
-        EXPECT_EQ(ImcLink::count("*****no more  mem pool for send reply, abort!****"), 1);
-        small.a.send_request({0x03});
-        EXPECT_EQ(small.b.pump(), 1);
-        EXPECT_EQ(ImcLink::count("no more  mem pool for parse alloc, abort!"), 1);
-        EXPECT_EQ(small.b.transactions_in_use(), 2);
-    }
-    ImcLink small({150, 1, 1000, 2, 200, 200, 20}, {150, 1, 1000, 1, 200, 200, 20});  // 2 and 1 transactions
-    small.b.answer_requests = false;
-    EXPECT_TRUE(small.a.send_request({0x01}) == 0 && small.a.send_request({0x02}) == 0);
-    EXPECT_EQ(small.b.pump(), 2);
+    ImcLink blocks(IMC_FRONT_BOARD_CONFIG, {150, 1, 1000, 3, 200, 200, 2});  // 3 transactions, 2 blocks
+    blocks.b.answer_requests = false;
+    blocks.a.send_request({0x01});
+    blocks.b.pump();  // one block held, one free: none left for the frame
+    EXPECT_EQ(blocks.b.send_request({0x09}), -12);
+    EXPECT_EQ(ImcLink::count("no more  mem pool for alloc, abort!\n"), 1);
+    blocks.a.send_request({0x02});
+    blocks.b.pump();  // both blocks held
+    EXPECT_EQ(blocks.b.send_request({0x09}), -12);
+    EXPECT_EQ(ImcLink::count("****no more  mem pool for alloc, abort!****"), 1);
+    EXPECT_EQ(IMC_Protocol_SendReply(blocks.b.last_request, blocks.b.requests[0].data(), 1), -12);
+    EXPECT_EQ(ImcLink::count("*****no more  mem pool for send reply, abort!****"), 1);
+    blocks.a.send_request({0x03});
+    EXPECT_EQ(blocks.b.pump(), 1);
+    EXPECT_EQ(ImcLink::count("no more  mem pool for parse alloc, abort!"), 1);
+    EXPECT_EQ(blocks.b.transactions_in_use(), 2);
+
+    ImcLink few({150, 1, 1000, 2, 200, 200, 20}, {150, 1, 1000, 1, 200, 200, 20});  // 2 and 1 transactions
+    few.b.answer_requests = false;
+    EXPECT_TRUE(few.a.send_request({0x01}) == 0 && few.a.send_request({0x02}) == 0);
+    EXPECT_EQ(few.b.pump(), 2);
     EXPECT_EQ(ImcLink::count("unable to alloc transaction space"), 1);
-    EXPECT_EQ(small.a.send_request({0x03}), -17);
+    EXPECT_EQ(few.a.send_request({0x03}), -17);
     EXPECT_EQ(ImcLink::count("!!!!no more transaction mem for alloc, abort!!!!"), 1);
 }
 
 TEST(ImcProtocol, ParseAndSendRefuseWhatTheyCannotTakeWithTheirCodes)
 {
-    Bytes too_long = {0x01, 0x01, 0x00, 0x05, 0x00, 195};
-    too_long.resize(6 + 195, 0x33);
+    const Bytes too_long = Bytes{0x01, 0x01, 0x00, 0x05, 0x00, 195} + Bytes(195, 0x33);
     const std::tuple<Bytes, int, const char*> cases[] = {
         {{0x01, 0x01, 0x00, 0x05, 0x00}, -27, "input error:data addr=0x"},  // shorter than a header
         {{0x02, 0x01, 0x00, 0x05, 0x00, 0x00}, -1, "invalid version:2\n"},
