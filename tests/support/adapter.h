@@ -74,7 +74,7 @@ struct AdapterLog {
 
 // One end of a link: its stack and what its handlers saw; requests are answered {command, 0xAA}.
 struct ImcPeer {
-    explicit ImcPeer(const IMC_Config_s& config)
+    ImcPeer(const IMC_Config_s& config, ImcPeer* peer) : other(peer)
     {
         const IMC_Lock_Ops_s ops = IMC_Linux_Lock_Ops(&locks);
         const IMC_Write_Func write = [](void* self, const uint8_t* data, uint32_t len) {
@@ -87,11 +87,10 @@ struct ImcPeer {
             of(self).events.emplace_back(payload, payload + len);
             return 0;
         };
-        const IMC_Request_Handler on_request = [](IMC_Transaction_s* t, void* self, const uint8_t* payload,
-                                                  uint16_t len) {
-            of(self).requests.emplace_back(payload, payload + len);
+        const IMC_Request_Handler on_request = [](IMC_Transaction_s* t, void* self, const uint8_t* data, uint16_t len) {
+            of(self).requests.emplace_back(data, data + len);
             of(self).last_request = t;
-            const uint8_t answer[] = {len > 0 ? payload[0] : uint8_t{0}, 0xAA};
+            const uint8_t answer[] = {len > 0 ? data[0] : uint8_t{0}, 0xAA};
             if (of(self).answer_requests)
                 IMC_Protocol_SendReply(t, answer, sizeof(answer));
         };
@@ -150,10 +149,8 @@ struct ImcLink : AdapterLog {
     static constexpr uint64_t T0 = 1000;
     explicit ImcLink(const IMC_Config_s& config_a = IMC_FRONT_BOARD_CONFIG,
                      const IMC_Config_s& config_b = IMC_FRONT_BOARD_CONFIG)
-        : a(config_a), b(config_b)
+        : a(config_a, &b), b(config_b, &a)
     {
-        a.other = &b;
-        b.other = &a;
         ImcPeer::now_ms = T0;
         ImcPeer::noreplies = 0;
         IMC_Platform_Set_Clock([](uint64_t* now) {

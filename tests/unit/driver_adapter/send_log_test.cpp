@@ -10,9 +10,7 @@ TEST(SendLog, SendsEachMessageAsOneWholeDatagramOfLevelTextCutAt511AndZero)
     if (!why.empty())
         GTEST_SKIP() << "no private network namespace: " << why;
     const int collector = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(SEND_LOG_PORT);
+    sockaddr_in addr{.sin_family = AF_INET, .sin_port = htons(SEND_LOG_PORT), .sin_addr = {}, .sin_zero = {}};
     inet_pton(AF_INET, SEND_LOG_ADDR, &addr.sin_addr);
     ASSERT_EQ(bind(collector, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
 

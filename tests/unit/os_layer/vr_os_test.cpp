@@ -20,8 +20,7 @@ TEST(VrNamedSem, CountsFromTheInitialValueAndIsSharedByName)
     const std::string name = "tactord_vr_test_" + std::to_string(getpid());
     VR_NAMED_SEM a = VR_NamedSemOpen(name.c_str(), 2);
     ASSERT_NE(a, nullptr);
-    EXPECT_TRUE(sem_trywait(a) == 0 && sem_trywait(a) == 0);
-    EXPECT_TRUE(sem_trywait(a) == -1 && errno == EAGAIN);
+    EXPECT_TRUE(sem_trywait(a) == 0 && sem_trywait(a) == 0 && sem_trywait(a) == -1 && errno == EAGAIN);
     // Opened again, with a leading '/' or not, it is the same semaphore, its count kept.
     VR_NAMED_SEM b = VR_NamedSemOpen(("/" + name).c_str(), 5);
     ASSERT_NE(b, nullptr);

@@ -48,16 +48,13 @@ TEST(ImcFrame, KnownFramesEncodeByteForByteAndDecodeInPiecesOfAnySize)
     }
 }
 
-TEST(ImcFrame, StopsInTheStateWhereTheInputEnds)
+TEST(ImcFrame, StopsInTheStateWhereTheInputEndsAndRefusesBadFramesWithoutWritingBeyondItsBuffer)
 {
     // Lead-in, flag, marker, length (2), message (7), CRC (2).
     const int after[] = {0, 0, -2, -3, -4, -5, -5, -5, -5, -5, -5, -5, -6, -7, 10};
     for (size_t cut = 0; cut < std::size(after); ++cut)
         EXPECT_EQ(decoder().run(PLAIN, 0, cut), after[cut]) << "cut after " << cut;
-}
 
-TEST(ImcFrame, RefusesBadFramesWithoutWritingBeyondItsBuffer)
-{
     Bytes bad_crc = PLAIN;
     bad_crc.back() ^= 1;
     const std::tuple<const char*, Bytes, int32_t, int, int32_t> cases[] = {

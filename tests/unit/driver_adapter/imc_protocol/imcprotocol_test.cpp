@@ -33,7 +33,7 @@ TEST(ImcProtocol, RequestReplyAckAndEventCrossTheLinkAndARepeatedRequestGetsTheS
     EXPECT_EQ(link.a.transactions_in_use(), 1);  // events take none
 }
 
-TEST(ImcProtocol, UnansweredRequestIsResentOnTheTicksUntilItsLimit)
+TEST(ImcProtocol, UnansweredRequestIsResentOnTheTicksUntilItsLimitAndReceivedOnesDroppedAfterTheMaximumWait)
 {
     // Ticks {ms after the send, frames resent by it}; one less than a retry time after the last does nothing.
     const std::pair<IMC_Config_s, std::vector<std::pair<uint64_t, int>>> cases[] = {
@@ -58,11 +58,8 @@ TEST(ImcProtocol, UnansweredRequestIsResentOnTheTicksUntilItsLimit)
         EXPECT_EQ(ImcLink::count("request resend timeout!request cmd is 0x13"), 1);
         EXPECT_EQ(link.a.transactions_in_use(), 0);
     }
-}
 
-TEST(ImcProtocol, ReceivedRequestsAreDroppedAfterTheMaximumWait)
-{
-    // {ms after arrival, transactions in use}: the maximum wait itself is not more; 1001 is too soon a tick.
+    // Received requests: {ms after arrival, in use}; the maximum wait itself is not more, 1001 is too soon a tick.
     const std::pair<uint64_t, int> ticks[] = {{850, 1}, {1000, 1}, {1001, 1}, {1151, 0}};
     for (const bool answered : {false, true}) {
         SCOPED_TRACE(answered ? "reply sent, ack lost" : "never answered");
