@@ -1,5 +1,4 @@
-// What the unit tests of the driver adapter and the OS layer share: the headers they use, the
-// adapter's log lines, known IMC frames, and two IMC stacks linked in memory under a test clock.
+// Shared by the adapter's and OS layer's unit tests: headers, adapter log, known IMC frames, linked IMC stacks.
 #pragma once
 
 #include <arpa/inet.h>

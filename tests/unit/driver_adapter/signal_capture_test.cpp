@@ -3,15 +3,13 @@
 
 #include "support/adapter.h"
 
-sighandler_t handler_of(int sig)
-{
-    struct sigaction sa{};
-    sigaction(sig, nullptr, &sa);
-    return sa.sa_handler;
-}
-
 TEST(SignalCapture, WritesTheBacktraceOfACrashAndLeavesTheDaemonsCaughtSignalsAlone)
 {
+    const auto handler_of = [](int sig) {
+        struct sigaction sa{};
+        sigaction(sig, nullptr, &sa);
+        return sa.sa_handler;
+    };
     testsupport::ScratchRoot root;
     const sighandler_t daemon_handler = [](int) {};
     for (int sig : {SIGPIPE, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH})
