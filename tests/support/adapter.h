@@ -1,25 +1,50 @@
-// The driver adapter under test: its log lines kept, and two IMC stacks
-// linked in memory under a clock the test sets.
+// Shared by the adapter's and OS layer's unit tests: headers, adapter log, known IMC frames, linked IMC stacks.
 #pragma once
 
-#include <algorithm>
-#include <cstdint>
+#include <arpa/inet.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <csignal>
+#include <latch>
 #include <mutex>
-#include <string>
+#include <set>
 #include <utility>
-#include <vector>
 
 #include "common/imc_protocol/imc_linux.h"
 #include "common/imc_protocol/imcprotocol_internal.h"
 #include "common/imc_protocol/platform_internal.h"
 #include "common/send_log_internal.h"
+#include "support/remote_link.h"
+#include "support/scanner.h"  // Bytes joined with +
+#include "support/unit_common.h"
 
 namespace testsupport {
 
-using Bytes = std::vector<uint8_t>;
+// Messages and their frames byte for byte: lead-in, flag, marker, length, message and CRC, escaped.
+inline const struct {
+    const char* name;
+    Bytes message, frame;
+} IMC_FRAMES[] = {
+    {"plain event", {0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0xAA},
+     {0x00, 0x7E, 0x00, 0x00, 0x07, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0xAA, 0xFF, 0xD2}},
+    {"flag and escape in the payload", {0x01, 0x01, 0x00, 0x01, 0x00, 0x03, 0x10, 0x7E, 0x7D},
+     {0x00, 0x7E, 0x00, 0x00, 0x09, 0x01, 0x01, 0x00, 0x01, 0x00, 0x03, 0x10, 0x7D, 0x5E, 0x7D, 0x5D, 0xE4, 0x9F}},
+    {"flag and escape in the sequence", {0x01, 0x03, 0x7E, 0x7D, 0x00, 0x00},
+     {0x00, 0x7E, 0x00, 0x00, 0x06, 0x01, 0x03, 0x7D, 0x5E, 0x7D, 0x5D, 0x00, 0x00, 0x9A, 0x37}},
+    {"escape in the CRC's high byte", {0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x4C},
+     {0x00, 0x7E, 0x00, 0x00, 0x07, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x4C, 0x7D, 0x5D, 0xEA}},
+    {"flag in the CRC's high byte", {0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x7F},
+     {0x00, 0x7E, 0x00, 0x00, 0x07, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x7F, 0x7D, 0x5E, 0xF2}},
+    {"escape in the CRC's low byte", {0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x8F},
+     {0x00, 0x7E, 0x00, 0x00, 0x07, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x8F, 0x89, 0x7D, 0x5D}},
+};
 
-// While it lives the adapter's log lines (level, text) are kept here instead
-// of sent.
+// While it lives the adapter's log lines (level, text) are kept here instead of sent.
 struct AdapterLog {
     AdapterLog()
     {
@@ -46,10 +71,9 @@ struct AdapterLog {
     static inline std::vector<std::pair<int, std::string>> lines;
 };
 
-// One end of a link: its stack and what its handlers saw. Requests are
-// answered with {command, 0xAA} while answer_requests.
+// One end of a link: its stack and what its handlers saw; requests are answered {command, 0xAA}.
 struct ImcPeer {
-    explicit ImcPeer(const IMC_Config_s& config)
+    ImcPeer(const IMC_Config_s& config, ImcPeer* peer) : other(peer)
     {
         const IMC_Lock_Ops_s ops = IMC_Linux_Lock_Ops(&locks);
         const IMC_Write_Func write = [](void* self, const uint8_t* data, uint32_t len) {
@@ -62,11 +86,10 @@ struct ImcPeer {
             of(self).events.emplace_back(payload, payload + len);
             return 0;
         };
-        const IMC_Request_Handler on_request = [](IMC_Transaction_s* t, void* self, const uint8_t* payload,
-                                                  uint16_t len) {
-            of(self).requests.emplace_back(payload, payload + len);
+        const IMC_Request_Handler on_request = [](IMC_Transaction_s* t, void* self, const uint8_t* data, uint16_t len) {
+            of(self).requests.emplace_back(data, data + len);
             of(self).last_request = t;
-            const uint8_t answer[] = {len > 0 ? payload[0] : uint8_t{0}, 0xAA};
+            const uint8_t answer[] = {len > 0 ? data[0] : uint8_t{0}, 0xAA};
             if (of(self).answer_requests)
                 IMC_Protocol_SendReply(t, answer, sizeof(answer));
         };
@@ -75,8 +98,7 @@ struct ImcPeer {
         IMC_Link_Reader_Init(&reader);
     }
     ~ImcPeer() { Stack_Release(handle); }
-    // Through the link reader in pieces of at most `piece` bytes; returns the
-    // messages handed to the stack.
+    // Through the link reader in pieces of at most `piece` bytes; returns the messages parsed.
     int feed(const Bytes& bytes, size_t piece = 4096)
     {
         int messages = 0;
@@ -113,7 +135,7 @@ struct ImcPeer {
     IMC_Link_Reader reader{};
     ImcPeer* other = nullptr;
     Bytes inbox;
-    bool answer_requests = true;
+    bool answer_requests = true;  // or hold the transactions without an answer
     uint32_t short_write = 0;  // when > 0, writes stop after this many bytes
     std::vector<Bytes> events, requests, replies;
     IMC_Transaction_s* last_request = nullptr;
@@ -126,10 +148,8 @@ struct ImcLink : AdapterLog {
     static constexpr uint64_t T0 = 1000;
     explicit ImcLink(const IMC_Config_s& config_a = IMC_FRONT_BOARD_CONFIG,
                      const IMC_Config_s& config_b = IMC_FRONT_BOARD_CONFIG)
-        : a(config_a), b(config_b)
+        : a(config_a, &b), b(config_b, &a)
     {
-        a.other = &b;
-        b.other = &a;
         ImcPeer::now_ms = T0;
         ImcPeer::noreplies = 0;
         IMC_Platform_Set_Clock([](uint64_t* now) {

@@ -1,26 +1,15 @@
-// The adapter's crash capture: crash signals write a backtrace and still end
-// the process; the signals the daemon catches itself are left alone.
+// The adapter's crash capture: a backtrace, the process still ends; the daemon's own signals kept.
 #include "common/signal_capture.h"
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
-
-#include "support/scratch_root.h"
-
-namespace {
-
-sighandler_t handler_of(int sig)
-{
-    struct sigaction sa{};
-    sigaction(sig, nullptr, &sa);
-    return sa.sa_handler;
-}
+#include "support/adapter.h"
 
 TEST(SignalCapture, WritesTheBacktraceOfACrashAndLeavesTheDaemonsCaughtSignalsAlone)
 {
+    const auto handler_of = [](int sig) {
+        struct sigaction sa{};
+        sigaction(sig, nullptr, &sa);
+        return sa.sa_handler;
+    };
     testsupport::ScratchRoot root;
     const sighandler_t daemon_handler = [](int) {};
     for (int sig : {SIGPIPE, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH})
@@ -46,5 +35,3 @@ TEST(SignalCapture, WritesTheBacktraceOfACrashAndLeavesTheDaemonsCaughtSignalsAl
     const std::string text = testsupport::read_file(root.at("/var/log/backtrace.txt"));
     EXPECT_TRUE(text.starts_with("catch crash signal: 11\n") && text.size() > 24) << text;  // and a backtrace
 }
-
-}  // namespace

@@ -1,35 +1,10 @@
-// The IMC link's framing: known frames byte for byte, decoding in pieces of
-// any size, and bad frames refused within the decoder's buffer.
+// IMC framing: known frames byte for byte, decoding in pieces, bad frames refused in bounds.
 #include "common/imc_protocol/fcs.h"
 
-#include <gtest/gtest.h>
+#include "support/adapter.h"
 
-#include <algorithm>
-#include <vector>
-
-namespace {
-
-using Bytes = std::vector<uint8_t>;
-
-const struct {
-    const char* name;
-    Bytes message;
-    Bytes frame;
-} FRAMES[] = {
-    {"plain event", {0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0xAA},
-     {0x00, 0x7E, 0x00, 0x00, 0x07, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0xAA, 0xFF, 0xD2}},
-    {"flag and escape in the payload", {0x01, 0x01, 0x00, 0x01, 0x00, 0x03, 0x10, 0x7E, 0x7D},
-     {0x00, 0x7E, 0x00, 0x00, 0x09, 0x01, 0x01, 0x00, 0x01, 0x00, 0x03, 0x10, 0x7D, 0x5E, 0x7D, 0x5D, 0xE4, 0x9F}},
-    {"flag and escape in the sequence", {0x01, 0x03, 0x7E, 0x7D, 0x00, 0x00},
-     {0x00, 0x7E, 0x00, 0x00, 0x06, 0x01, 0x03, 0x7D, 0x5E, 0x7D, 0x5D, 0x00, 0x00, 0x9A, 0x37}},
-    {"escape in the CRC's high byte", {0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x4C},
-     {0x00, 0x7E, 0x00, 0x00, 0x07, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x4C, 0x7D, 0x5D, 0xEA}},
-    {"flag in the CRC's high byte", {0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x7F},
-     {0x00, 0x7E, 0x00, 0x00, 0x07, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x7F, 0x7D, 0x5E, 0xF2}},
-    {"escape in the CRC's low byte", {0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x8F},
-     {0x00, 0x7E, 0x00, 0x00, 0x07, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x8F, 0x89, 0x7D, 0x5D}},
-};
-const Bytes& PLAIN = FRAMES[0].frame;
+using namespace testsupport;
+const Bytes& PLAIN = IMC_FRAMES[0].frame;
 
 // The decoder over a buffer of `room` bytes followed by 16 canary bytes.
 struct decoder {
@@ -44,21 +19,14 @@ struct decoder {
 
 TEST(ImcFrame, KnownFramesEncodeByteForByteAndDecodeInPiecesOfAnySize)
 {
-    for (const auto& f : FRAMES) {
+    for (const auto& f : IMC_FRAMES) {
         Bytes out(f.frame.size());
         ASSERT_EQ(IMC_Encode_Frame(f.message.size(), f.message.data(), out.data(), out.size()), f.frame.size());
         EXPECT_EQ(out, f.frame) << f.name;
         EXPECT_EQ(IMC_Encode_Frame(f.message.size(), f.message.data(), out.data(), out.size() - 1), 0u) << f.name;
 
-        // Noise before the frame; sized first, as GCC 12 misreports an insert
-        // into a short vector (-Warray-bounds).
-        Bytes stream(3 + f.frame.size());
-        stream[0] = 0x55;
-        stream[2] = 0x7D;
-        std::ranges::copy(f.frame, stream.begin() + 3);
-        Bytes want(3 + f.message.size());  // marker, length, message
-        want[2] = static_cast<uint8_t>(f.message.size());
-        std::ranges::copy(f.message, want.begin() + 3);
+        const Bytes stream = Bytes{0x55, 0x00, 0x7D} + f.frame;  // noise before the frame
+        const Bytes want = Bytes{0x00, 0x00, static_cast<uint8_t>(f.message.size())} + f.message;
         for (size_t piece = 1; piece <= stream.size(); ++piece) {
             SCOPED_TRACE(std::string(f.name) + ", pieces of " + std::to_string(piece));
             decoder d;
@@ -80,39 +48,28 @@ TEST(ImcFrame, KnownFramesEncodeByteForByteAndDecodeInPiecesOfAnySize)
     }
 }
 
-TEST(ImcFrame, StopsInTheStateWhereTheInputEnds)
+TEST(ImcFrame, StopsInTheStateWhereTheInputEndsAndRefusesBadFramesWithoutWritingBeyondItsBuffer)
 {
     // Lead-in, flag, marker, length (2), message (7), CRC (2).
     const int after[] = {0, 0, -2, -3, -4, -5, -5, -5, -5, -5, -5, -5, -6, -7, 10};
     for (size_t cut = 0; cut < std::size(after); ++cut)
         EXPECT_EQ(decoder().run(PLAIN, 0, cut), after[cut]) << "cut after " << cut;
-}
 
-TEST(ImcFrame, RefusesBadFramesWithoutWritingBeyondItsBuffer)
-{
     Bytes bad_crc = PLAIN;
     bad_crc.back() ^= 1;
-    const struct {
-        const char* name;
-        Bytes input;
-        int32_t max_len;
-        int rc;
-        int32_t left;  // input not used
-    } cases[] = {
+    const std::tuple<const char*, Bytes, int32_t, int, int32_t> cases[] = {
         {"marker not 0 (left for the next hunt)", {0x7E, 0x7E, 0x00, 0x00}, 200, -11, 3},
         {"length above max_len", {0x7E, 0x00, 0x00, 0x08, 0x01}, 7, -13, 1},
         {"negative length", {0x7E, 0x00, 0x80, 0x00, 0x01}, 0x7FFFFFFF, -13, 1},
         {"longer than the output buffer", {0x7E, 0x00, 0x00, 0x0E, 0x01}, 0x7FFFFFFF, -13, 1},
         {"CRC mismatch", bad_crc, 200, -10, 0},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, input, max_len, rc, unused] : cases) {
+        SCOPED_TRACE(name);
         decoder d(16);
-        EXPECT_EQ(d.run(c.input, 0, c.input.size(), c.max_len), c.rc);
-        EXPECT_EQ(d.st.input_length, c.left);
-        EXPECT_EQ(d.run(PLAIN, 0, PLAIN.size()), c.rc);  // a final state stays until the caller resets
+        EXPECT_EQ(d.run(input, 0, input.size(), max_len), rc);
+        EXPECT_EQ(d.st.input_length, unused);
+        EXPECT_EQ(d.run(PLAIN, 0, PLAIN.size()), rc);  // a final state stays until the caller resets
         EXPECT_TRUE(std::all_of(d.out.end() - 16, d.out.end(), [](uint8_t b) { return b == 0xCC; }));
     }
 }
-
-}  // namespace

@@ -1,18 +1,9 @@
 // Stack creation on Linux and the reading side of a link.
 #include "common/imc_protocol/imc_linux.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <set>
-
 #include "support/adapter.h"
 
-namespace {
-
-using testsupport::Bytes;
-using testsupport::ImcLink;
+using namespace testsupport;
 
 // An allocator that fails its n-th call and knows what is still allocated.
 int g_calls = 0;
@@ -21,7 +12,7 @@ std::set<void*> g_live;
 
 TEST(ImcStackInit, FreesEverythingWhenAnyAllocationFailsAndRefusesUnusableConfigurations)
 {
-    testsupport::AdapterLog log;
+    AdapterLog log;
     IMC_Linux_Locks locks;
     const IMC_Lock_Ops_s ops = IMC_Linux_Lock_Ops(&locks);
     IMC_Platform_Set_Allocator(
@@ -55,50 +46,36 @@ TEST(ImcStackInit, FreesEverythingWhenAnyAllocationFailsAndRefusesUnusableConfig
     EXPECT_EQ(log.count("unusable stack configuration"), 5);
 }
 
-// The frames of two events, {0x21} and {0x22, 0x7E}.
-const Bytes EVENT_1 = {0x00, 0x7E, 0x00, 0x00, 0x07, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x21, 0xC5, 0x09};
-const Bytes EVENT_2 = {0x00, 0x7E, 0x00, 0x00, 0x08, 0x01, 0x00, 0x00, 0x00, 0x00, 0x02, 0x22, 0x7D, 0x5E, 0xC2, 0xF1};
-
-Bytes operator+(Bytes a, const Bytes& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
 TEST(ImcLinkReader, StartsOverAfterEachFrameAndEachDecoderErrorReadingPiecesOrADescriptor)
 {
-    Bytes bad_crc = EVENT_1;
+    // Two events, {0xAA} and {0x7F}, the second with a flag to escape in its CRC.
+    const Bytes& one = IMC_FRAMES[0].frame;
+    const Bytes& two = IMC_FRAMES[4].frame;
+    Bytes bad_crc = one;
     bad_crc.back() ^= 0xFF;
-    const struct {
-        const char* name;
-        Bytes stream;
-        std::vector<Bytes> events;
-    } cases[] = {
-        {"two frames back to back", EVENT_1 + EVENT_2, {{0x21}, {0x22, 0x7E}}},
-        {"CRC error, then a frame", bad_crc + EVENT_2, {{0x22, 0x7E}}},
-        {"bad marker, then a frame", Bytes{0x7E, 0x55} + EVENT_2, {{0x22, 0x7E}}},
-        {"a flag where the marker belongs starts the frame", Bytes{0x7E} + Bytes(EVENT_1.begin() + 1, EVENT_1.end()),
-         {{0x21}}},
-        {"length above 200, then a frame", Bytes{0x00, 0x7E, 0x00, 0x00, 201} + EVENT_1, {{0x21}}},
+    const std::tuple<const char*, Bytes, std::vector<Bytes>> cases[] = {
+        {"two frames back to back", one + two, {{0xAA}, {0x7F}}},
+        {"CRC error, then a frame", bad_crc + two, {{0x7F}}},
+        {"bad marker, then a frame", Bytes{0x7E, 0x55} + two, {{0x7F}}},
+        {"a flag where the marker belongs starts the frame", Bytes{0x7E} + Bytes(one.begin() + 1, one.end()), {{0xAA}}},
+        {"length above 200, then a frame", Bytes{0x00, 0x7E, 0x00, 0x00, 201} + one, {{0xAA}}},
     };
-    for (const auto& c : cases) {
-        for (size_t piece : {size_t{1}, size_t{5}, c.stream.size()}) {
-            SCOPED_TRACE(std::string(c.name) + ", pieces of " + std::to_string(piece));
+    for (const auto& [name, stream, events] : cases) {
+        for (size_t piece : {size_t{1}, size_t{5}, stream.size()}) {
+            SCOPED_TRACE(std::string(name) + ", pieces of " + std::to_string(piece));
             ImcLink link;
-            link.b.feed(c.stream, piece);
-            EXPECT_EQ(link.b.events, c.events);
+            link.b.feed(stream, piece);
+            EXPECT_EQ(link.b.events, events);
         }
-        SCOPED_TRACE(std::string(c.name) + ", from a pipe");
+        SCOPED_TRACE(std::string(name) + ", from a pipe");
         ImcLink link;
         int p[2];
         ASSERT_EQ(pipe(p), 0);
-        ASSERT_EQ(write(p[1], c.stream.data(), c.stream.size()), static_cast<ssize_t>(c.stream.size()));
+        ASSERT_EQ(write(p[1], stream.data(), stream.size()), static_cast<ssize_t>(stream.size()));
         close(p[1]);
         EXPECT_EQ(IMC_Link_Read_Fd(p[0], link.b.handle), 0);  // to its end
-        EXPECT_EQ(link.b.events, c.events);
+        EXPECT_EQ(link.b.events, events);
         close(p[0]);
         EXPECT_EQ(IMC_Link_Read_Fd(p[0], link.b.handle), -1);
     }
 }
-
-}  // namespace

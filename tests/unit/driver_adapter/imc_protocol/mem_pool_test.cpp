@@ -1,11 +1,7 @@
 // The IMC pool's block accounting and its bounds.
 #include "common/imc_protocol/mem_pool.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-
-namespace {
+#include "support/adapter.h"
 
 TEST(ImcMemPool, HandsOutTheLowestFreeBlockAndCountsFailures)
 {
@@ -31,5 +27,3 @@ TEST(ImcMemPool, HandsOutTheLowestFreeBlockAndCountsFailures)
     ASSERT_EQ(IMC_init_mem_pool_free_list(&pool, bytes.data(), bytes.size()), 0);
     EXPECT_EQ(pool.free_list, 0xFFFFFFFFu);
 }
-
-}  // namespace
