@@ -2,7 +2,6 @@
 // race with writers.
 #include "msg_handle.h"
 
-#include "msg_handle_internal.h"
 #include "support/unit_common.h"
 
 namespace {

@@ -1,19 +1,8 @@
 // The INDP client against a fake screen, its exclusion with the agent link, a second disconnect run.
 #include "arm/IndpClient.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include "common/OrvelClient.h"
-#include "common/OrvelClient_internal.h"
-#include "common/inputdevice_manager.h"
-#include "common/send_event.h"
 #include "common/system_msg_internal.h"
-#include "msg_handle.h"
-#include "msg_handle_internal.h"
-#include "support/remote_link.h"
+#include "support/unit_common.h"
 
 namespace {
 

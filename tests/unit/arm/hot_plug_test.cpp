@@ -1,21 +1,9 @@
 // Classification of event nodes by their capability bits, and a scan pass's record of a node lent away.
 #include "arm/hot_plug.h"
 
-#include <gtest/gtest.h>
-#include <linux/input.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <functional>
-
 #include "arm/hot_plug_internal.h"
-#include "common/inputdevice_manager.h"
-#include "common/log.h"
-#include "common/multi_config.h"
-#include "common/usb_gun/usblog.h"
 #include "sim/devices.h"
-#include "support/log_capture.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 

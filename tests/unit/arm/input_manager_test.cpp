@@ -1,20 +1,8 @@
 // The daemon's entry: command-line options, caught signals (and none on worker threads), a loop pass.
 #include "arm/input_manager.h"
 
-#include <gtest/gtest.h>
-#include <pthread.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <cstring>
-#include <future>
-
-#include "common/OrvelClient.h"
-#include "common/log.h"
-#include "common/log_internal.h"
 #include "common/worker_thread.h"
-#include "msg_handle.h"
-#include "support/log_capture.h"
+#include "support/unit_common.h"
 
 namespace {
 

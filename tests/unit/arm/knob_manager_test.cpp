@@ -1,16 +1,8 @@
 // The knob receiver over a socketpair served by the monitor list, a client on the focused screen.
 #include "arm/knob_manager.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include "arm/knob_manager_internal.h"
-#include "common/screen_manager_internal.h"
-#include "msg_handle.h"
-#include "msg_handle_internal.h"
-#include "support/log_capture.h"
-#include "support/screen_clients.h"
+#include "support/unit_common.h"
 
 namespace {
 

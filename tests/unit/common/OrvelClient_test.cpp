@@ -1,13 +1,6 @@
 // Remote-screen frames, the receive parser, and the link to a fake agent.
 #include "common/OrvelClient.h"
 
-#include "common/OrvelClient_internal.h"
-#include "common/inputdevice_manager.h"
-#include "common/screen_manager.h"
-#include "common/screen_manager_internal.h"
-#include "common/send_event.h"
-#include "support/remote_link.h"
-#include "support/scanner.h"
 #include "support/unit_common.h"
 
 namespace {

@@ -2,11 +2,7 @@
 // the cursor hide timer.
 #include "common/cursor_timer.h"
 
-#include <csignal>
-
 #include "common/cursor_timer_internal.h"
-#include "common/inputdevice_manager.h"
-#include "common/screen_manager.h"
 #include "support/unit_common.h"
 
 namespace {

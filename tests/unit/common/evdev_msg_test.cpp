@@ -2,10 +2,7 @@
 // real read errors logged (a torn read: the input-device system test).
 #include "common/evdev_msg.h"
 
-#include <cerrno>
-
 #include "common/evdev_msg_internal.h"
-#include "common/inputdevice_manager.h"
 #include "common/inputevent_handle_internal.h"
 #include "support/unit_common.h"
 

@@ -3,11 +3,7 @@
 #include "common/inputdevice_manager.h"
 
 #include "common/cursor_timer_internal.h"
-#include "common/inputdevice_manager_internal.h"
-#include "common/inputevent_handle.h"
-#include "common/multi_config.h"
 #include "common/ts_cali.h"
-#include "msg_handle_internal.h"
 #include "support/unit_common.h"
 
 namespace {

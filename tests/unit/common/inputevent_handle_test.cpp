@@ -1,12 +1,7 @@
 // The pipeline where the IPC window matters; the rest is the system tests'.
 #include "common/inputevent_handle.h"
 
-#include "common/OrvelClient.h"
-#include "common/OrvelClient_internal.h"
-#include "common/inputdevice_manager.h"
 #include "common/inputevent_handle_internal.h"
-#include "common/screen_manager.h"
-#include "common/screen_manager_internal.h"
 #include "support/unit_common.h"
 
 namespace {

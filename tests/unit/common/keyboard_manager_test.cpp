@@ -1,10 +1,6 @@
 // Lock keys and keyboard LEDs, and the lines logged for every event sent.
 #include "common/keyboard_manager.h"
 
-#include "common/inputdevice_manager.h"
-#include "common/inputdevice_manager_internal.h"
-#include "common/screen_manager_internal.h"
-#include "common/send_event.h"
 #include "support/unit_common.h"
 
 namespace {

@@ -2,10 +2,6 @@
 // formatting pass and the log file's rotation.
 #include "common/log.h"
 
-#include <filesystem>
-#include <syslog.h>
-
-#include "common/log_internal.h"
 #include "support/unit_common.h"
 
 using testsupport::LogCapture;

@@ -2,8 +2,6 @@
 #include "common/screen_manager.h"
 
 #include "arm/screen_device_manager.h"
-#include "common/inputdevice_manager.h"
-#include "common/screen_manager_internal.h"
 #include "support/unit_common.h"
 
 namespace {

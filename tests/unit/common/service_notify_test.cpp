@@ -2,9 +2,6 @@
 // watchdog's keep-alives, which follow the loop's passes.
 #include "common/service_notify.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
-
 #include "common/cursor_timer.h"
 #include "support/unit_common.h"
 

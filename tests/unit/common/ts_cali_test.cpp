@@ -2,9 +2,6 @@
 #include "common/ts_cali.h"
 
 #include "common/evdev_msg.h"
-#include "common/inputdevice_manager.h"
-#include "common/inputevent_handle.h"
-#include "msg_handle.h"
 #include "support/unit_common.h"
 
 namespace {

@@ -1,22 +1,9 @@
 // Every worked hex example of docs/protocol.md is the bytes the code's encoders produce, and each one
 // named here is in the document (a failure prints the encoder's bytes in the document's layout).
-#include <gtest/gtest.h>
-#include <linux/input.h>
-
-#include <cstring>
-#include <functional>
-#include <map>
-#include <regex>
-#include <set>
-
 #include "client/control_client.h"
-#include "common/OrvelClient.h"
-#include "common/OrvelClient_internal.h"
 #include "common/keyboard_manager.h"
-#include "common/screen_manager.h"
 #include "common/usb_gun/usbgun_records.h"
-#include "support/scratch_root.h"
-#include "support/screen_clients.h"
+#include "support/unit_common.h"
 
 namespace {
 

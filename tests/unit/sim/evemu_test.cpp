@@ -2,10 +2,7 @@
 // the line a malformed file is refused at. The recording is the fuzz target's touchscreen seed.
 #include "sim/evemu.h"
 
-#include <gtest/gtest.h>
-#include <linux/input.h>
-
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 TEST(Recording, HeaderDescribesTheDeviceAndEventsFallIntoFrames)
 {

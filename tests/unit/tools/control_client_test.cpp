@@ -1,16 +1,8 @@
 // The control connection against a stand-in daemon: replies told from events, the fence, the monitor loop.
 #include "client/control_client.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <functional>
-#include <thread>
-
 #include "client/monitor.h"
-#include "common/usb_gun/unixsocket.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 

@@ -1,13 +1,9 @@
 // What the tools print for each record, event names both ways, and command-line words.
 #include "client/record_text.h"
 
-#include <gtest/gtest.h>
-#include <linux/input.h>
-
-#include <cstring>
-
 #include "client/args.h"
 #include "client/input_names.h"
+#include "support/unit_common.h"
 
 namespace {
 

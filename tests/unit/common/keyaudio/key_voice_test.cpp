@@ -1,7 +1,5 @@
 #include "common/keyaudio/key_voice.h"
 
-#include <filesystem>
-
 #include "common/keyaudio/voicelog.h"
 #include "support/unit_common.h"
 

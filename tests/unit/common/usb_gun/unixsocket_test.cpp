@@ -1,15 +1,6 @@
 #include "common/usb_gun/unixsocket.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 TEST(UnixSocket, ServerUnderTheRootAcceptsAClientAndReadsWithATimeout)
 {

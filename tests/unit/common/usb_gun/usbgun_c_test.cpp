@@ -2,14 +2,8 @@
 // configuration records it writes, and one connection per process.
 #include "common/usb_gun/usbgun_c.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-
-#include "common/usb_gun/unixsocket.h"
 #include "common/usb_gun/usbgun_c_internal.h"
-#include "common/usb_gun/usblog.h"
-#include "support/scanner.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 

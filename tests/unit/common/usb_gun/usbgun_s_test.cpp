@@ -2,19 +2,8 @@
 // reads, and only the newest client served.
 #include "common/usb_gun/usbgun_s.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <mutex>
-#include <thread>
-
-#include "common/usb_gun/unixsocket.h"
 #include "common/usb_gun/usbgun_s_internal.h"
-#include "common/usb_gun/usblog.h"
-#include "support/remote_link.h"
-#include "support/scanner.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 

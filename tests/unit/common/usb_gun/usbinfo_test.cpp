@@ -1,16 +1,8 @@
 // The USB inventory: the kernel's listing parsed into a bounded list, looked up, copied and shown.
 #include "common/usb_gun/usbinfo.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <tuple>
-
 #include "common/usb_gun/usbinfo_internal.h"
-#include "common/usb_gun/usblog.h"
-#include "support/scanner.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 

@@ -1,10 +1,7 @@
 #include "common/usb_gun/usbkbd_scanner.h"
 
-#include <gtest/gtest.h>
-
 #include "common/usb_gun/usbkbd_scanner_internal.h"
-#include "common/usb_gun/usblog.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 // Per step: the event declared or withdrawn, then the declared event of each slot (0: free).
 TEST(WedgeScannerSlots, DeclarationsFillFourSlotsAndAreLoggedEvenWhenNothingChanges)
