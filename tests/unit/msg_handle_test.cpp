@@ -15,7 +15,6 @@ int record_call(void* para)
 int other_handler(void*) { return 1; }
 int self_fd;
 
-// Daemon ends of socket pairs are the watched descriptors; a byte from the peer makes one ready.
 class MonitorList : public testing::Test {
 protected:
     int make_fd(bool readable = true)
@@ -33,13 +32,8 @@ protected:
     }
     std::vector<int> dispatch_ready()
     {
-        fd_set set;
-        int max_fd = 0;
-        fill_monitor_set(&set, &max_fd);
-        timeval tv{0, 0};
-        EXPECT_GE(select(max_fd + 1, &set, nullptr, nullptr, &tv), 0);
         calls.clear();
-        dispatch_monitor_handles(&set);
+        EXPECT_GE(testsupport::serve_ready(), 0);
         return calls;
     }
     testsupport::LogCapture log;
@@ -47,8 +41,6 @@ protected:
     int one = 1, two = 2, three = 3, four = 4;
 };
 
-// Added descriptors become non-blocking; a re-add replaces in place, but a full list refuses
-// even that.
 TEST_F(MonitorList, AddRefusesBadArgumentsAndAFullListAndReplacesInPlace)
 {
     std::vector<int> added = {make_fd(false), make_fd(false)};
@@ -96,7 +88,6 @@ TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescri
     EXPECT_TRUE(max_fd == c && !FD_ISSET(c, &set));  // the highest never shrinks
 }
 
-// Ready entries are called in order; one moved into a removed one's place waits for the next pass.
 TEST_F(MonitorList, DispatchCallsReadyEntriesInOrderAndAnEntryMovedIntoARemovedOnesPlaceWaits)
 {
     self_fd = make_fd();

@@ -14,9 +14,8 @@ using IndpLink = testsupport::RemoteLinkTest;
 TEST_F(IndpLink, ThePeerGetsScreenOnesRecordsUnlessTakenAndFreesTheScreenOnClose)
 {
     FakePeer indp(INDP_PEER_ADDR, INDP_PORT);
-    int pair[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
-    for (const int display : {0, pair[0]}) {  // a display client on screen 1, or none
+    testsupport::UnitPeer client;
+    for (const int display : {0, client.daemon}) {  // a display client on screen 1, or none
         gs_clients[SUB_SCREEN].store(display);
         ASSERT_EQ(InitArmIndpScreenClient(), 0);
         ASSERT_TRUE(indp.accept());
@@ -33,8 +32,6 @@ TEST_F(IndpLink, ThePeerGetsScreenOnesRecordsUnlessTakenAndFreesTheScreenOnClose
         EXPECT_EQ(gs_clients[SUB_SCREEN].load(), display);
         link_threads_stop();
     }
-    close(pair[0]);
-    close(pair[1]);
 }
 
 TEST_F(IndpLink, TheAgentLinkAndTheIndpLinkExcludeEachOther)

@@ -11,13 +11,9 @@ tactord_options parse(std::vector<const char*> args, std::string& warned)
 {
     args.insert(args.begin(), "tactord");
     args.push_back(nullptr);
-    char* text = nullptr;
-    std::size_t size = 0;
-    FILE* out = open_memstream(&text, &size);
-    const tactord_options opts = parse_options(int(args.size()) - 1, const_cast<char**>(args.data()), out);
-    std::fclose(out);
-    warned = text;
-    std::free(text);
+    tactord_options opts;
+    warned = testsupport::printed(
+        [&](std::FILE* out) { opts = parse_options(int(args.size()) - 1, const_cast<char**>(args.data()), out); });
     return opts;
 }
 

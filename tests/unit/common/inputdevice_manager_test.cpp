@@ -10,7 +10,7 @@ namespace {
 
 class Registry : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(config_init(testsupport::write_port_conf(root_.path()).c_str()), 0); }
+    void SetUp() override { ASSERT_EQ(root_.load_port_conf(), 0); }
     std::string node(int n)
     {
         const std::string path = root_.at("/event" + std::to_string(n));
@@ -107,10 +107,9 @@ TEST_F(Registry, BadArgumentsAreRefusedAndAnUnopenableNodeIsKeptWithoutADescript
 // the first prefix, longer than the path, is not read past the path's end.
 TEST_F(Registry, SeatsOutsideTheTableAndLongerPrefixesIndexAndReadNothingBeyond)
 {
-    const std::string conf = testsupport::write_port_conf(
-        root_.at("/bad"), "StartSection \"Input\"\n usb-x 20\n usb-y 0\n usb-z -3\n usb-w 16\n"
-                          " usb-a.1-1.1.7.7.7.7 3\n usb-a.1-1 3\nEndSection\n");
-    ASSERT_EQ(config_init(conf.c_str()), 0);
+    ASSERT_EQ(root_.load_port_conf("StartSection \"Input\"\n usb-x 20\n usb-y 0\n usb-z -3\n usb-w 16\n"
+                                   " usb-a.1-1.1.7.7.7.7 3\n usb-a.1-1 3\nEndSection\n"),
+              0);
     int n = 10;
     for (const char* port : {"usb-x/input0", "usb-y/input0", "usb-z/input0", "usb-w/input0", "usb-x.2/input0"}) {
         const int before = count_nonusb_input.load();

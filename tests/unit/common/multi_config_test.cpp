@@ -16,7 +16,7 @@ std::string repeat(int n, const std::string& line)
 
 class SeatConfig : public testing::Test {
 protected:
-    int load(const std::string& text) { return config_init(testsupport::write_port_conf(root.path(), text).c_str()); }
+    int load(const std::string& text) { return root.load_port_conf(text); }
     testsupport::ScratchRoot root;
     testsupport::LogCapture log{LEVEL_DEBUG};
 };

@@ -8,19 +8,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using tactord::input_event;
-
-// What fill wrote to a stream.
-std::string printed(const std::function<void(std::FILE*)>& fill)
-{
-    char* text = nullptr;
-    std::size_t len = 0;
-    std::FILE* out = open_memstream(&text, &len);
-    fill(out);
-    std::fclose(out);
-    std::string s(text);
-    std::free(text);
-    return s;
-}
+using testsupport::printed;
 
 class ControlClient : public ::testing::Test {
 protected:

@@ -29,7 +29,7 @@ protected:
         ASSERT_EQ(usblog_init_log("/tmp/scan-client.txt"), 0);
         usbgun_client.cb = {on_list, nullptr};
     }
-    int logged(const std::string& line) const { return count_text(read_file(root_.at("/tmp/scan-client.txt")), line); }
+    int logged(const std::string& line) const { return root_.count_in("/tmp/scan-client.txt", line); }
     // A read of the receiver that brought these bytes.
     static void receive(const Bytes& bytes)
     {
@@ -92,14 +92,11 @@ TEST_F(ScannerClient, SendersWriteTheThreeConfigurationRecords)
 {
     EXPECT_TRUE(UsbGunConfigSet("Scanner", 1) == 0 && UsbGunDataTypeSet(1) == 0 && UsbGunSetRouteInfo(1, 2) == 0);
     EXPECT_TRUE(logged("] Unx socket handle not init.\r\n") == 2 && logged("] unx socket handle not init.\r\n") == 1);
-    int sv[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
-    usbgun_client.unx_fd = sv[0];
+    UnitPeer service;
+    usbgun_client.unx_fd = service.daemon;
     const std::string long_name(300, 'n');
     EXPECT_TRUE(UsbGunConfigSet(long_name.c_str(), 1) == 0 && UsbGunDataTypeSet(1) == 0 && UsbGunSetRouteInfo(1, 2) == 0);
-    Bytes got(1024);
-    got.resize(static_cast<std::size_t>(unix_socket_read(sv[1], got.data(), got.size(), 1000)));
-    EXPECT_EQ(got, unx_record(2, name_payload(1, long_name)) + unx_record(3, words({1})) + unx_record(4, words({1, 2})));
+    EXPECT_EQ(service.drain(), unx_record(2, name_payload(1, long_name)) + unx_record(3, words({1})) + unx_record(4, words({1, 2})));
     for (const std::string& line : {"Name:" + std::string(255, 'n') + ",bOn:1 success...\r\n",
                                     std::string("Data type 1 success...\r\n"),
                                     std::string("nRouteMode:1 nFixedScreen:2 success...\r\n")})

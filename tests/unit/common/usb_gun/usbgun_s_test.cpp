@@ -24,7 +24,7 @@ protected:
         ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
         usbgun_srv.cb = {on_config, nullptr};
     }
-    int logged(const std::string& line) const { return count_text(read_file(root_.at("/tmp/scan-server.txt")), line); }
+    int logged(const std::string& line) const { return root_.count_in("/tmp/scan-server.txt", line); }
     static Bytes receive(int fd)
     {
         Bytes out(65536);
@@ -41,13 +41,12 @@ TEST_F(ScannerServer, ScanRecordsAreByteExactAndNeedAClient)
     const uint8_t three[] = {1, 2, 3};
     EXPECT_TRUE(UsbScanGunWriteData(0, eKbdData, three, 3) == 0 && UsbDevInfoWriteData(three, 3) == 0);
     EXPECT_EQ(logged("unx socket handle not init.\r\n"), 2);
-    int sv[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
-    usbgun_srv.unx_fd = sv[0];
+    UnitPeer client;
+    usbgun_srv.unx_fd = client.daemon;
     for (const std::string& scan : {std::string(), std::string("0123456789\r"), std::string(300, 'x')}) {
         const auto n = static_cast<unsigned>(scan.size());
         ASSERT_EQ(UsbScanGunWriteData(1, eCdcData, reinterpret_cast<const uint8_t*>(scan.data()), n), int(n + 36));
-        const Bytes rec = receive(sv[1]);
+        const Bytes rec = client.drain();
         ASSERT_EQ(rec.size(), n + 36);
         EXPECT_EQ(Bytes(rec.begin(), rec.begin() + 28), unx_record(1, words({0x55AA55AA, 1, 1, n}), n + 24));
         EXPECT_EQ(std::string(rec.begin() + 36, rec.end()), scan);
