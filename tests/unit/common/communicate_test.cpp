@@ -3,8 +3,6 @@
 
 #include "support/unit_common.h"
 
-namespace {
-
 TEST(SocketUtilities, HalfARecordThenCloseGivesZeroAfterBoundedPassesAndBadArgumentsAreRefused)
 {
     testsupport::LogCapture log(0);
@@ -23,5 +21,3 @@ TEST(SocketUtilities, HalfARecordThenCloseGivesZeroAfterBoundedPassesAndBadArgum
     EXPECT_EQ(create_monitor(std::string(200, 'p').c_str()), -1);  // does not fit an address
     EXPECT_TRUE(log.has("bind,err is 36\n"));
 }
-
-}  // namespace

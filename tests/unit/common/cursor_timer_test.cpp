@@ -26,7 +26,9 @@ TEST(WatchdogDeathTest, AMovingCounterAndADisabledWatchStayQuietAndAStalledCount
         testing::KilledBySignal(SIGABRT), "passes kept it quiet");
 }
 
-TEST(CursorDecision, ShownHiddenAndUnknownStates)
+// The decision: shown with a mouse until the time-out, hidden otherwise, unknown states kept. The
+// timer hides at the first tick without a mouse (a failed announcement retried), shows after motion.
+TEST(CursorTimer, DecidesByMouseAndTimeOutHidesWithoutAMouseRetriesAndShowsAfterMotion)
 {
     struct Case {
         int usb, counter, state, expected;
@@ -39,11 +41,7 @@ TEST(CursorDecision, ShownHiddenAndUnknownStates)
     set_cursor_hide_timer_seconds(5);
     EXPECT_EQ(handle_cursor_state(1, 5, 1), 0);
     set_cursor_hide_timer_seconds(30);
-}
 
-// Hidden at the first tick without a mouse (a failed announcement retried), shown after motion.
-TEST(CursorTimer, HidesWithoutAMouseRetriesAndShowsAfterMotion)
-{
     testsupport::ScreenClients clients(std::vector<int>{});
     output_info_init();
     cursor_timer_start_state();

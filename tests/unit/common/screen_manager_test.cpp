@@ -22,7 +22,7 @@ MultiModeInfo mode(int bits) { return {bits, grid("000120000"), {}}; }
 std::pair<int, int> ipc_size() { return {get_output_info(2)->width, get_output_info(2)->height}; }
 
 // Cells 3 -> 2 and 2 -> 3 wrap to the next row (kept); a cell outside 0..3 is empty.
-TEST(ScreenGrid, NeighboursFollowTheWholeGridNotTheRowAndParsePositionPlacesMainBySub)
+TEST(ScreenGrid, NeighboursFollowTheWholeGridParsePositionPlacesMainBySubAndOriginsFollow)
 {
     screen_info.postion = grid("102302990");
     const std::tuple<unsigned, int, int> moves[] = {
@@ -37,10 +37,6 @@ TEST(ScreenGrid, NeighboursFollowTheWholeGridNotTheRowAndParsePositionPlacesMain
         {"100100000", LEFT_OF}};  // the last main cell counts
     for (auto [cells, expected] : positions)
         EXPECT_EQ(parse_position(grid(cells).data()), expected) << cells;
-}
-
-TEST(ScreenLayout, OutputOriginsByCloneAndPosition)
-{
     screen_width = 1280;
     screen_height = 800;
     const std::array<int, 6> cases[] = {  // clone, position, main x, y, sub x, y
@@ -77,8 +73,8 @@ TEST(ScreenModes, CloneOrALeavingSubTakesTheCursorBackToMain)
 }
 
 // Any client's scr_index returns 0 and indexes no table (screen 9 closes no IPC-extern bit); a
-// second double-player set leaves the players alone.
-TEST(ScreenModes, AModeSetTakesAnyScreenIndexAndDoublePlayerTwiceLeavesThePlayersAlone)
+// second double-player set leaves the players alone; IPC-extern closes only as the only IPC bit.
+TEST(ScreenModes, AnyScreenIndexDoublePlayerTwiceAndIpcExternClosingOnlyAsTheOnlyIpcBit)
 {
     testsupport::ScreenClients clients({0, 1, 2});
     testsupport::LogCapture log(2);
@@ -96,11 +92,8 @@ TEST(ScreenModes, AModeSetTakesAnyScreenIndexAndDoublePlayerTwiceLeavesThePlayer
     ASSERT_EQ(handle_multimode_set(1, &info), 0);
     EXPECT_TRUE(log.has("Current mode is already MODE_DOUBLE_PLAYER\n"));
     EXPECT_EQ(double_screen[1].x, 555);
-}
 
-TEST(ScreenModes, IpcExternClosesOnlyWhenItIsTheOnlyIpcBit)
-{
-    testsupport::ScreenClients clients({0, 1, 2});
+    screen_model_reset();
     output_info_init();
     MultiModeInfo ext = mode(MODE_CLONE | MODE_IPC_EXTERN), clone = mode(MODE_CLONE);
     ASSERT_EQ(handle_multimode_set(0, &ext), 0);

@@ -30,19 +30,18 @@ TEST(UnixSocket, FailedBindClosesItsSocketAndHighDescriptorsAreServedWithoutSigp
     EXPECT_EQ(unix_server_open("/tmp/UNIX2.domain.test"), -2);
     EXPECT_EQ(open("/dev/null", O_RDONLY), lowest);
 
-    int sv[2];  // beyond select's FD_SETSIZE
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
+    testsupport::UnitPeer pair;  // the daemon's end moved beyond select's FD_SETSIZE
     rlimit lim{};
     getrlimit(RLIMIT_NOFILE, &lim);
     lim.rlim_cur = std::max<rlim_t>(lim.rlim_cur, std::min<rlim_t>(lim.rlim_max, 2048));
     setrlimit(RLIMIT_NOFILE, &lim);
-    const int high = fcntl(sv[0], F_DUPFD, 1500);
+    const int high = fcntl(pair.daemon, F_DUPFD, 1500);
     if (high < 0)
         GTEST_SKIP() << "no descriptor above 1500";
     char buf[4];
-    ASSERT_EQ(unix_socket_write(sv[1], "x", 1), 1);
+    ASSERT_EQ(unix_socket_write(pair.peer, "x", 1), 1);
     EXPECT_EQ(unix_socket_read(high, buf, sizeof buf, 100), 1);
-    close(sv[1]);
+    pair.close_peer();
     EXPECT_TRUE(unix_socket_send(high, "x", 1) == -1 && errno == EPIPE);  // a peer gone: EPIPE, no SIGPIPE
 }
 
