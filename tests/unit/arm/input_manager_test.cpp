@@ -51,7 +51,8 @@ TEST(Options, EachTakesTheNextArgumentAsADecimalNumberAndWhatItCannotUseIsNamedO
 char handler_line[512];
 volatile sig_atomic_t handler_lines = 0;
 
-TEST(Signals, CaughtSignalsAreLoggedAndOthersKeepTheirDefault)
+// A signal inside the logger drops its line instead of taking the logger's lock again (a hang).
+TEST(Signals, CaughtAreLoggedOthersKeepTheirDefaultNoneInsideTheLoggerOrOnWorkerThreads)
 {
     testsupport::LogCapture log;
     log_syslog_sink = [](int, const char* line) {
@@ -66,13 +67,7 @@ TEST(Signals, CaughtSignalsAreLoggedAndOthersKeepTheirDefault)
         EXPECT_TRUE(std::string(handler_line).ends_with("catch a signal: " + std::to_string(sig))) << sig;
     }
     EXPECT_TRUE(signal(SIGINT, SIG_DFL) == SIG_DFL && signal(SIGABRT, SIG_DFL) == SIG_DFL);
-}
 
-// A signal inside the logger drops its line instead of taking the logger's lock again (a hang).
-TEST(Signals, ASignalInsideTheLoggerDropsItsLineAndWorkerThreadsNeverTakeOne)
-{
-    testsupport::LogCapture log;
-    signal_initcapture();
     log_syslog_sink = [](int, const char*) { raise(SIGWINCH); };
     EXPECT_EQ(TLOG(LEVEL_ERROR, "line\n"), 0);
     EXPECT_EQ(TLOG(LEVEL_ERROR, "and the logger is free again\n"), 0);

@@ -61,7 +61,7 @@ TEST_F(Knob, PackagesBecomeKeysForTheFocusedScreen)
     EXPECT_TRUE(clients_.events(MAIN_SCREEN).empty() && log_.count("Knob Recv To Left Info 81!\n") == lefts + 1);
 }
 
-TEST_F(Knob, PeerCloseUnregistersClearsTheLinkAndDropsAHeldPackage)
+TEST_F(Knob, PeerCloseUnregistersClearsTheLinkAndDropsAHeldPackageAndCopiesStayInBounds)
 {
     feed({0x9E, 0x50});
     ASSERT_TRUE(knob_partial.held);
@@ -69,16 +69,12 @@ TEST_F(Knob, PeerCloseUnregistersClearsTheLinkAndDropsAHeldPackage)
     feed({});
     link_.daemon = -1;
     EXPECT_TRUE(g_knob_fd.load() == 0 && knob_is_exist.load() == 0 && monitor_entry(0).fd == 0 && !knob_partial.held);
-}
 
-TEST(KnobPackage, CopyBounds)
-{
-    testsupport::LogCapture log;
     KnobRecvData pkg{};
     const uint8_t bytes[5] = {1, 2, 3, 4, 5};
     recv_data_to_knob(&pkg, bytes, 0, 5);
     recv_data_to_knob(&pkg, bytes, 2, 3);
-    EXPECT_TRUE(log.has("copySize too Large!\n") && log.has("index Error!\n"));
+    EXPECT_TRUE(log_.has("copySize too Large!\n") && log_.has("index Error!\n"));
     EXPECT_TRUE(pkg.head == 0 && pkg.info == 0 && pkg.check == 1 && pkg.tail == 2);
 }
 

@@ -61,7 +61,8 @@ void expect_near(const std::array<int, 7>& got, const std::array<int, 7>& want, 
 }
 using XY = std::pair<int, int>;
 
-TEST(Calibration, IdentityAndAffineTransformsAreRecovered)
+// Conversion takes the given parameters, then the seat's row, then the default.
+TEST(Calibration, IdentityAndAffineTransformsAreRecoveredAndConversionFallsBackToTheDefault)
 {
     struct Case {
         const char* name;
@@ -83,6 +84,26 @@ TEST(Calibration, IdentityAndAffineTransformsAreRecovered)
         EXPECT_TRUE(std::abs(x - 960) <= 1 && std::abs(y - 540) <= 1) << x << "," << y;
         EXPECT_TRUE(ts_quit_calibrate_mode(0) == 0 && seat.rec->mode.load() == 0);
     }
+    testsupport::LogCapture log;
+    const std::array<int, 7> own = {65536 * 10, 65536, 0, 0, 0, 65536, 65536};
+    const std::array<int, 7> none{};
+    const std::array<int, 7> wide = {0, 1 << 30, 0, INT32_MAX, INT32_MIN, INT32_MIN, 1};
+    std::array<int, 7> wide_neg = wide;
+    wide_neg[6] = -1;
+    cal_param_dat[3] = {0, 2 * 65536, 0, 0, 0, 3 * 65536, 65536};
+    // Overflowing the int range (X) or 64 bits (Y) saturates instead of wrapping; all-zero
+    // parameters and a seat without a row take the default.
+    const std::tuple<int, XY, const std::array<int, 7>*, XY> converts[] = {
+        {3, {5, 6}, &own, {15, 6}}, {3, {5, 6}, &none, {10, 18}}, {4, {2048, 2048}, &none, {412, 309}},
+        {-1, {2048, 2048}, &none, {412, 309}}, {3, {INT32_MIN, INT32_MIN}, &wide, {INT32_MIN, INT32_MAX}},
+        {3, {INT32_MIN, INT32_MIN}, &wide_neg, {INT32_MAX, INT32_MIN}}};
+    for (auto [seat, raw, param, want] : converts) {
+        XY got;
+        coordinate_convert(seat, raw.first, raw.second, param->data(), &got.first, &got.second);
+        EXPECT_EQ(got, want) << seat << " " << raw.first;
+    }
+    EXPECT_TRUE(log.has("error cali param, please calibrate again! \n"));
+    cal_param_dat = {};
 }
 
 TEST(Calibration, RefusalsKeepThePreviousTransform)
@@ -122,30 +143,6 @@ TEST(Calibration, RefusalsKeepThePreviousTransform)
     EXPECT_EQ(ts_get_cali_ts_private_data(15), nullptr);
     EXPECT_TRUE(log.has("Error, invalid param (scr 15)\n"));
     EXPECT_EQ(log.count("Error, invalid param (usb seat 15)\n"), 5);
-}
-
-TEST(Calibration, ConvertTakesParametersThenTheSeatRowThenTheDefault)
-{
-    testsupport::LogCapture log;
-    const std::array<int, 7> own = {65536 * 10, 65536, 0, 0, 0, 65536, 65536};
-    const std::array<int, 7> none{};
-    const std::array<int, 7> wide = {0, 1 << 30, 0, INT32_MAX, INT32_MIN, INT32_MIN, 1};
-    std::array<int, 7> wide_neg = wide;
-    wide_neg[6] = -1;
-    cal_param_dat[3] = {0, 2 * 65536, 0, 0, 0, 3 * 65536, 65536};
-    // Overflowing the int range (X) or 64 bits (Y) saturates instead of wrapping; all-zero
-    // parameters and a seat without a row take the default.
-    const std::tuple<int, XY, const std::array<int, 7>*, XY> cases[] = {
-        {3, {5, 6}, &own, {15, 6}}, {3, {5, 6}, &none, {10, 18}}, {4, {2048, 2048}, &none, {412, 309}},
-        {-1, {2048, 2048}, &none, {412, 309}}, {3, {INT32_MIN, INT32_MIN}, &wide, {INT32_MIN, INT32_MAX}},
-        {3, {INT32_MIN, INT32_MIN}, &wide_neg, {INT32_MAX, INT32_MIN}}};
-    for (auto [seat, raw, param, want] : cases) {
-        XY got;
-        coordinate_convert(seat, raw.first, raw.second, param->data(), &got.first, &got.second);
-        EXPECT_EQ(got, want) << seat << " " << raw.first;
-    }
-    EXPECT_TRUE(log.has("error cali param, please calibrate again! \n"));
-    cal_param_dat = {};
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace {
 
 using tactord::input_event;
 
-TEST(RecordText, EventsInWords)
+TEST(RecordText, EventsRepliesAndModesInWords)
 {
     const struct {
         input_event ev;
@@ -38,10 +38,7 @@ TEST(RecordText, EventsInWords)
               R"("code_name":"KEY_A","text":"EV_KEY KEY_A press"})");
     EXPECT_EQ(tools::event_json({0, 0, 28, 0, 1}),
               R"({"record":"lock","sec":0,"usec":0,"type":28,"code":0,"value":1,"text":"lock Caps on"})");
-}
 
-TEST(RecordText, RepliesAndModes)
-{
     SystemMsg m{};
     m.type = TYPE_GET_VERSION;  // text fields read no further than their 16 characters
     std::memset(m.data.version.tactordVer.data(), 'v', 16);

@@ -88,7 +88,7 @@ TEST_F(ScannerClient, RingWrapsOverwritesUnreadBytesUnlessFullAndReadsAreChecked
 }
 
 // Their arrival at the service is pinned with the C client; here the bytes, the cut name and the lines.
-TEST_F(ScannerClient, SendersWriteTheThreeConfigurationRecords)
+TEST_F(ScannerClient, SendersWriteTheThreeConfigurationRecordsAndASecondInitKeepsTheFirstConnection)
 {
     EXPECT_TRUE(UsbGunConfigSet("Scanner", 1) == 0 && UsbGunDataTypeSet(1) == 0 && UsbGunSetRouteInfo(1, 2) == 0);
     EXPECT_TRUE(logged("] Unx socket handle not init.\r\n") == 2 && logged("] unx socket handle not init.\r\n") == 1);
@@ -101,10 +101,7 @@ TEST_F(ScannerClient, SendersWriteTheThreeConfigurationRecords)
                                     std::string("Data type 1 success...\r\n"),
                                     std::string("nRouteMode:1 nFixedScreen:2 success...\r\n")})
         EXPECT_EQ(logged(line), 1) << line;
-}
 
-TEST_F(ScannerClient, SecondInitKeepsTheFirstConnection)
-{
     ASSERT_GT(unix_server_open(SCANNER_SOCKET_PATH), 0);
     ASSERT_EQ(UsbGunInit({on_list, nullptr}), 0);
     const int fd = usbgun_client.unx_fd.load();
