@@ -58,7 +58,7 @@ TEST(RecordText, EventsRepliesAndModesInWords)
     EXPECT_FALSE(tools::parse_mode_word("ipc-window"));  // the window has requests of its own
 }
 
-TEST(InputNames, BothWays)
+TEST(Words, EventNamesBothWaysNumbersListsAndSeconds)
 {
     EXPECT_STREQ(tools::event_type_name(EV_REL), "EV_REL");
     EXPECT_EQ(tools::event_type_name(0x1f), nullptr);
@@ -67,10 +67,6 @@ TEST(InputNames, BothWays)
     EXPECT_TRUE(!tools::parse_event_code(EV_REL, "KEY_A") && !tools::parse_event_code(EV_KEY, "65536"));
     EXPECT_EQ(tools::parse_code_name("ABS_MT_SLOT"), std::make_pair(uint16_t{EV_ABS}, uint16_t{ABS_MT_SLOT}));
     EXPECT_EQ(tools::parse_code_name("EV_KEY"), std::nullopt);
-}
-
-TEST(Args, NumbersListsAndSeconds)
-{
     EXPECT_TRUE(tools::parse_integer("-5", -10, 10) == -5 && tools::parse_integer("0x10", 0, 100) == 16);
     for (const char* bad : {"", "-", "5x", "11", "99999999999999999999"})
         EXPECT_EQ(tools::parse_integer(bad, -10, 10), std::nullopt) << bad;
