@@ -122,7 +122,7 @@ TEST_F(MonitorList, RemoverWaitsForTheRunningPassButAHandlerNeverWaitsForItself)
     EXPECT_TRUE(done.load());
 }
 
-// Handlers that check their own kind of argument, churned while another thread walks the list.
+// Handlers that check their own kind of argument.
 struct Tagged {
     char tag;
 };

@@ -76,7 +76,6 @@ TEST(IpcLink, CommandsRefusedUnconnectedAndFramedWhenConnected)
     getIpcIpAddr(addr, sizeof addr);
     EXPECT_STREQ(addr, "192.168.100.200");
 
-    // Connected.
     testsupport::ScreenClients clients({2});
     gs_ipcfd.store(clients.daemon_fd(2));
     struct Case {
@@ -170,8 +169,7 @@ TEST_F(RemoteLink, ConnectsAreRetriedAndAnAnsweredLinkFollowsTheAddress)
     EXPECT_EQ(log_->count(refused), 20);
     link_time_divisor.store(50);
     FakePeer agent("173.0.0.2", IPC_PORT), moved("173.0.0.5", IPC_PORT);
-    // An agent that answers keeps the link, until a new address is set (a dropped link: the
-    // link fault drill).
+    // An agent that answers keeps the link until a new address is set.
     ASSERT_TRUE(agent.accept());
     agent.answer_ticks = true;
     EXPECT_EQ(agent.frame().size() + agent.frame().size(), 8u);

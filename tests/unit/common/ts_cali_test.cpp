@@ -113,7 +113,6 @@ TEST(Calibration, RefusalsKeepThePreviousTransform)
     CaliSeat seat(same);
     seat.rec->cali_param = {1, 2, 3, 4, 5, 6, 7};
     EXPECT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), -2);  // not calibrating
-    EXPECT_TRUE(log.has("Error, ts calibration is not ready\n"));
     ASSERT_EQ(ts_enter_calibrate_mode(0), 0);
     EXPECT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), -2);  // fifth point not captured
     seat.capture();
