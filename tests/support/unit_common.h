@@ -58,3 +58,7 @@
 #include "support/scanner.h"
 #include "support/scratch_root.h"
 #include "support/screen_clients.h"
+
+// Unit tests use the shared helpers and time literals unqualified.
+using namespace testsupport;
+using namespace std::chrono_literals;

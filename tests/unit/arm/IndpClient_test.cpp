@@ -6,8 +6,6 @@
 
 namespace {
 
-using testsupport::eventually;
-using testsupport::FakePeer;
 using IndpLink = testsupport::RemoteLinkTest;
 
 // Real time: the thread checks its link every 5 s, so the screen is seen free before a reconnect.

@@ -6,9 +6,6 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-using testsupport::Ev;
-
 class Knob : public testing::Test {
 protected:
     void SetUp() override

@@ -5,13 +5,6 @@
 
 namespace {
 
-using testsupport::agent_frame;
-using testsupport::agent_text_frame;
-using testsupport::FakePeer;
-using testsupport::operator+;
-using Bytes = std::vector<uint8_t>;
-using namespace std::chrono_literals;
-
 std::vector<uint32_t> words(const Bytes& frame)
 {
     std::vector<uint32_t> w(frame.size() / 4);

@@ -7,9 +7,6 @@
 
 namespace {
 
-using testsupport::brief;
-using testsupport::Ev;
-
 TEST(WatchdogDeathTest, AMovingCounterAndADisabledWatchStayQuietAndAStalledCounterAborts)
 {
     static std::atomic<unsigned int> moving{0}, frozen{0};

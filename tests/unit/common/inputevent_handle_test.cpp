@@ -6,9 +6,6 @@
 
 namespace {
 
-using testsupport::Ev;
-using Evs = std::vector<Ev>;
-
 struct Device : _InputDev {
     Device(const char* role, int kind, int at_seat)
     {
@@ -90,7 +87,6 @@ TEST_F(IpcWindow, ATouchInItIsTheIpcScreensOnlyOutsideItsCutOuts)
     EXPECT_EQ(got(MAIN_SCREEN), (kFocusIn + Evs{{EV_ABS, ABS_X, 479}, {EV_ABS, ABS_X, 479}, {EV_ABS, ABS_Y, 269},
                                                {EV_KEY, BTN_MOUSE, 1}, {0, 0, 0}, {EV_KEY, BTN_MOUSE, 0}, {0, 0, 0}}));
 }
-
 
 // Switched off: nothing changes, but a second touch-up within 0.8 s sends the wake-up key.
 TEST_F(IpcWindow, ASwitchedOffPanelOnlyWakesOnADoubleTap)

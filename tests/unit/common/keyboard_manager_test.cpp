@@ -5,9 +5,6 @@
 
 namespace {
 
-using testsupport::brief;
-using Evs = std::vector<testsupport::Ev>;
-
 // A keyboard record whose node is a socket, so the LED writes can be read back.
 struct Keyboard : testsupport::UnitPeer {
     _InputDev dev;

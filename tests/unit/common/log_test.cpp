@@ -4,8 +4,6 @@
 
 #include "support/unit_common.h"
 
-using testsupport::LogCapture;
-
 // By default errors only, to syslog; info ranks below debug; bad levels keep the threshold. In the
 // second formatting pass conversions from a configuration line, a sysfs path or a peer address stand
 // as they are and "%%" becomes "%"; standard output has no prefix.

@@ -6,10 +6,6 @@
 
 namespace {
 
-using testsupport::brief;
-using testsupport::Ev;
-using Evs = std::vector<Ev>;
-
 // A grid written as nine digits, row by row.
 std::array<int32_t, GRID_CELLS> grid(const char* cells)
 {

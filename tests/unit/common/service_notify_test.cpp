@@ -7,8 +7,6 @@
 
 namespace {
 
-using namespace std::chrono_literals;
-
 // Keep-alives stop a few seconds after the counter stands still (the abort is far off here) and
 // come again when it moves.
 TEST(ServiceNotify, KeepAlivesAreAskedForByAWholePeriodAndFollowTheLoopsPasses)

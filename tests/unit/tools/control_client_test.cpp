@@ -6,9 +6,7 @@
 
 namespace {
 
-using namespace std::chrono_literals;
 using tactord::input_event;
-using testsupport::printed;
 
 class ControlClient : public ::testing::Test {
 protected:

@@ -3,8 +3,6 @@
 #include "common/keyaudio/voicelog.h"
 #include "support/unit_common.h"
 
-using namespace testsupport;
-
 TEST(KeyAudio, LogThatCannotBeOpenedIsSkippedQuietly)
 {
     ScratchRoot root;

@@ -7,8 +7,6 @@
 
 namespace {
 
-using namespace testsupport;
-
 int lists_seen = 0;
 int on_list(uint8_t* data, int len)
 {

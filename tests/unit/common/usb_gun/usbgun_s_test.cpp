@@ -7,8 +7,6 @@
 
 namespace {
 
-using namespace testsupport;
-
 std::mutex calls_mutex;  // guards calls: the service's own thread reports too
 std::vector<int> calls;
 int on_config(int func_index)

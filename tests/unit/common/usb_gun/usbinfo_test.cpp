@@ -6,8 +6,6 @@
 
 namespace {
 
-using testsupport::listed_device;
-
 const std::string kListing =
     listed_device(0x046d, 0xc31c, "USB Keyboard", "usb-musb-hdrc.1-1.1/input0", "sysrq kbd leds event1") +
     listed_device(1, 1, "AT Translated Set 2 keyboard", "isa0060/serio0/input0", "sysrq kbd event0") +

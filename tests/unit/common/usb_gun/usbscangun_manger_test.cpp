@@ -7,8 +7,6 @@
 
 namespace {
 
-using namespace testsupport;
-
 // A record from the client, taken by the configuration thread and applied.
 void client_sends(uint32_t func, const Bytes& payload)
 {
