@@ -2,7 +2,6 @@
 // the cursor hide timer.
 #include "common/cursor_timer.h"
 
-#include "common/cursor_timer_internal.h"
 #include "support/unit_common.h"
 
 namespace {

@@ -3,7 +3,6 @@
 #include "common/evdev_msg.h"
 
 #include "common/evdev_msg_internal.h"
-#include "common/inputevent_handle_internal.h"
 #include "support/unit_common.h"
 
 namespace {

@@ -2,7 +2,6 @@
 // the screen clients' registration; device nodes are files of a scratch directory.
 #include "common/inputdevice_manager.h"
 
-#include "common/cursor_timer_internal.h"
 #include "common/ts_cali.h"
 #include "support/unit_common.h"
 

@@ -1,7 +1,6 @@
 // The pipeline where the IPC window matters; the rest is the system tests'.
 #include "common/inputevent_handle.h"
 
-#include "common/inputevent_handle_internal.h"
 #include "support/unit_common.h"
 
 namespace {

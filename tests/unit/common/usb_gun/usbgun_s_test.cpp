@@ -2,7 +2,6 @@
 // reads, and only the newest client served.
 #include "common/usb_gun/usbgun_s.h"
 
-#include "common/usb_gun/usbgun_s_internal.h"
 #include "support/unit_common.h"
 
 namespace {

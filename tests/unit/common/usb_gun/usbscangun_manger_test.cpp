@@ -1,7 +1,6 @@
 // Scans routed by the client's route to the scanner client or over the agent link (socket pairs).
 #include "common/usb_gun/usbscangun_manger.h"
 
-#include "common/usb_gun/usbgun_s_internal.h"
 #include "common/usb_gun/usbscangun_manger_internal.h"
 #include "support/unit_common.h"
 
