@@ -4,8 +4,6 @@
 #include "common/system_msg_internal.h"
 #include "support/unit_common.h"
 
-namespace {
-
 using IndpLink = testsupport::RemoteLinkTest;
 
 // Real time: the thread checks its link every 5 s, so the screen is seen free before a reconnect.
@@ -49,7 +47,6 @@ TEST_F(IndpLink, TheAgentLinkAndTheIndpLinkExcludeEachOther)
     }
 }
 
-// The second run leaves the descriptor number alone when a display client got it meanwhile.
 TEST(RemoteClients, ASecondDisconnectRunLeavesAReusedDescriptorAlone)
 {
     using handler = void (*)(int);
@@ -75,5 +72,3 @@ TEST(RemoteClients, ASecondDisconnectRunLeavesAReusedDescriptorAlone)
             close(fd);
     }
 }
-
-}  // namespace

@@ -6,7 +6,6 @@
 
 namespace {
 
-// Parses args; the warnings it printed land in warned.
 tactord_options parse(std::vector<const char*> args, std::string& warned)
 {
     args.insert(args.begin(), "tactord");

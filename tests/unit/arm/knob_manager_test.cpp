@@ -15,7 +15,6 @@ protected:
         ASSERT_EQ(add_monitor_handle(link_.daemon, handle_knob_data, nullptr), 0);
         screen_info.client[0].focus = 1;
     }
-    // The peer writes bytes; one pass of the main loop serves them.
     void feed(const Bytes& bytes)
     {
         ASSERT_TRUE(bytes.empty() || link_.put(bytes.data(), bytes.size()));

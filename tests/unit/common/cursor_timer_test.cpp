@@ -4,8 +4,6 @@
 
 #include "support/unit_common.h"
 
-namespace {
-
 TEST(WatchdogDeathTest, AMovingCounterAndADisabledWatchStayQuietAndAStalledCounterAborts)
 {
     static std::atomic<unsigned int> moving{0}, frozen{0};
@@ -64,5 +62,3 @@ TEST(CursorTimer, DecidesByMouseAndTimeOutHidesWithoutAMouseRetriesAndShowsAfter
     EXPECT_EQ(gs_cursor[0].state.load(), 0);
     usb_input_decrease(0);
 }
-
-}  // namespace

@@ -125,7 +125,6 @@ TEST_F(Registry, SeatsOutsideTheTableAndLongerPrefixesIndexAndReadNothingBeyond)
         EXPECT_EQ(get_input_info(seat), nullptr);
 }
 
-// Removed by the hot-plug thread during its handler: record and descriptor outlive the pass.
 TEST_F(Registry, ADeviceRemovedWhileItsHandlerRunsLivesUntilThePassEnds)
 {
     const std::string fifo = root_.at("/event9");

@@ -5,8 +5,6 @@
 #include "common/cursor_timer.h"
 #include "support/unit_common.h"
 
-namespace {
-
 // Keep-alives stop a few seconds after the counter stands still (the abort is far off here) and
 // come again when it moves.
 TEST(ServiceNotify, KeepAlivesAreAskedForByAWholePeriodAndFollowTheLoopsPasses)
@@ -51,5 +49,3 @@ TEST(ServiceNotify, KeepAlivesAreAskedForByAWholePeriodAndFollowTheLoopsPasses)
     EXPECT_GE(keepalives(1500ms, true), 5);
     close(fd);
 }
-
-}  // namespace

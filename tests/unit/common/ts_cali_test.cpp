@@ -134,7 +134,6 @@ TEST(Calibration, RefusalsKeepThePreviousTransform)
     EXPECT_TRUE(ts_get_cali_point(0, 0) == -1 && ts_get_cali_point(0, 6) == -1);
     seat.rec->ts_type = 1;
     EXPECT_TRUE(ts_enter_calibrate_mode(0) == -2 && ts_get_cali_ts_private_data(0) == nullptr);
-    // Seat 15 is refused by every accessor.
     ts_priv_data_s unowned;
     EXPECT_EQ(ts_set_private_data(15, &unowned), -1);
     ts_free_private_data(15);

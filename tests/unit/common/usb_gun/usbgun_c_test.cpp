@@ -28,7 +28,6 @@ protected:
         usbgun_client.cb = {on_list, nullptr};
     }
     int logged(const std::string& line) const { return root_.count_in("/tmp/scan-client.txt", line); }
-    // A read of the receiver that brought these bytes.
     static void receive(const Bytes& bytes)
     {
         std::copy(bytes.begin(), bytes.end(), usbgun_client.buf + usbgun_client.held);

@@ -100,7 +100,6 @@ TEST_F(ScannerServer, ConfigurationRecordsAreReassembledAcrossReads)
     EXPECT_EQ(logged("[020]Data:aabb77aa040000000800000001000000020000\r\n"), 2);  // a dump leaves out the last byte
 }
 
-// The service's own threads over a real socket.
 TEST_F(ScannerServer, OnlyTheNewestClientIsServedAndNoneStallsTheWriters)
 {
     int first = -1, second = -1;

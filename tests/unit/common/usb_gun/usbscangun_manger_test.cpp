@@ -6,7 +6,6 @@
 
 namespace {
 
-// A record from the client, taken by the configuration thread and applied.
 void client_sends(uint32_t func, const Bytes& payload)
 {
     const Bytes record = unx_record(func, payload);
