@@ -66,7 +66,8 @@ TEST_F(MonitorList, AddRefusesBadArgumentsAndAFullListAndReplacesInPlace)
     EXPECT_EQ(monitor_entry(3).handle, &record_call);
 }
 
-TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescriptor)
+// Dispatch calls ready entries in order; one moved into a removed one's place waits for the next pass.
+TEST_F(MonitorList, RemovingKeepsOrderAndTheHighestDescriptorAndAMovedEntryWaitsForTheNextPass)
 {
     const int a = make_fd(), b = make_fd(), c = make_fd();
     for (int fd : {a, b, c})
@@ -86,10 +87,7 @@ TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescri
     EXPECT_EQ(event_num, 0);
     fill_monitor_set(&set, &max_fd);
     EXPECT_TRUE(max_fd == c && !FD_ISSET(c, &set));  // the highest never shrinks
-}
 
-TEST_F(MonitorList, DispatchCallsReadyEntriesInOrderAndAnEntryMovedIntoARemovedOnesPlaceWaits)
-{
     self_fd = make_fd();
     add_monitor_handle(self_fd, [](void* p) { return record_call(p), remove_monitor_handle(self_fd); }, &one);
     add_monitor_handle(make_fd(), record_call, &two);

@@ -32,8 +32,11 @@ protected:
     testsupport::LogCapture log{LEVEL_DEBUG};
 };
 
-// The same node again is refused; another node of the device is chained; all go together.
-TEST_F(Registry, MainTouchscreenIsHeldOnceAndItsRecordGoesWithIt)
+std::pair<int, int> published{0, 0};  // seat and calibration flag as handed to the main loop
+
+// The same node again is refused; another node of the device is chained; all go together. A record
+// is complete before the main loop can reach it.
+TEST_F(Registry, MainTouchscreenIsHeldOnceCompleteBeforeTheLoopSeesItAndGoesWithItsRecord)
 {
     const std::string port = "usb-musb-hdrc.0-1/input0\n";
     ASSERT_EQ(add(port, 3, INPUT_TYPE_TOUCHSCREEN, 1), 0);
@@ -49,6 +52,17 @@ TEST_F(Registry, MainTouchscreenIsHeldOnceAndItsRecordGoesWithIt)
     for (const DownSendInfo& info : downSendInfoArray)
         EXPECT_EQ(info.dev.load(), nullptr);  // the chained one's too
     EXPECT_TRUE(get_input_info(5) == nullptr && ts_get_private_data(5) == nullptr && event_num.load() == 0);
+
+    monitor_add_observer = [](const EventHandleRec& rec) {
+        const auto* d = static_cast<_InputDev*>(rec.para);
+        published = {d->seat, d->need_cali};
+    };
+    for (auto [phys, seat] : {std::pair{"usb-musb-hdrc.0-1/input0", 5}, {"board-tsc/input0", -1}}) {
+        ASSERT_EQ(add(phys, seat + 2, INPUT_TYPE_TOUCHSCREEN, 1), 0);
+        EXPECT_EQ(published, std::make_pair(seat, 1)) << phys;
+        published = {0, 0};
+    }
+    monitor_add_observer = nullptr;
 }
 
 TEST_F(Registry, DevicesBehindAHubAreExternDevicesRemovedAloneAndHeldUpToFifteen)
@@ -143,22 +157,6 @@ TEST_F(Registry, ADeviceRemovedWhileItsHandlerRunsLivesUntilThePassEnds)
         EXPECT_TRUE(pass.finished() && fd.load() > 0);
     }
     close(writer);
-}
-
-std::pair<int, int> published{0, 0};  // seat and calibration flag as handed to the main loop
-
-TEST_F(Registry, ARecordIsCompleteBeforeTheMainLoopCanReachIt)
-{
-    monitor_add_observer = [](const EventHandleRec& rec) {
-        const auto* d = static_cast<_InputDev*>(rec.para);
-        published = {d->seat, d->need_cali};
-    };
-    for (auto [phys, seat] : {std::pair{"usb-musb-hdrc.0-1/input0", 5}, {"board-tsc/input0", -1}}) {
-        ASSERT_EQ(add(phys, seat + 2, INPUT_TYPE_TOUCHSCREEN, 1), 0);
-        EXPECT_EQ(published, std::make_pair(seat, 1)) << phys;
-        published = {0, 0};
-    }
-    monitor_add_observer = nullptr;
 }
 
 // A screen is registered once, by a descriptor above 0; the main screen's close answers -1.
