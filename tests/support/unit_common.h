@@ -1,5 +1,6 @@
 // The prelude of every unit test, included after the module's own header: GoogleTest, the system
-// and standard headers, the daemon headers many tests share and the shared helpers.
+// and standard headers, the daemon headers many tests share and the shared helpers (whose own
+// standard headers are not repeated here).
 #pragma once
 
 #include <fcntl.h>
@@ -14,28 +15,17 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
-#include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <functional>
 #include <future>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <regex>
 #include <set>
-#include <string>
-#include <thread>
 #include <tuple>
-#include <vector>
 
 #include "common/OrvelClient.h"
 #include "common/OrvelClient_internal.h"
