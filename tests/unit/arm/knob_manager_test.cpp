@@ -26,7 +26,7 @@ protected:
     testsupport::LogCapture log_;
 };
 
-TEST_F(Knob, PackagesBecomeKeysForTheFocusedScreen)
+TEST_F(Knob, PackagesBecomeKeysForTheFocusedScreenAPeerCloseDropsAHeldOneAndCopiesStayInBounds)
 {
     const struct {
         const char* what;
@@ -55,10 +55,7 @@ TEST_F(Knob, PackagesBecomeKeysForTheFocusedScreen)
     const int lefts = log_.count("Knob Recv To Left Info 81!\n");
     feed({0x9E, 0x51, 0xEF, 0x00});
     EXPECT_TRUE(clients_.events(MAIN_SCREEN).empty() && log_.count("Knob Recv To Left Info 81!\n") == lefts + 1);
-}
 
-TEST_F(Knob, PeerCloseUnregistersClearsTheLinkAndDropsAHeldPackageAndCopiesStayInBounds)
-{
     feed({0x9E, 0x50});
     ASSERT_TRUE(knob_partial.held);
     link_.close_peer();

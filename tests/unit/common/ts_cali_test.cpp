@@ -62,7 +62,7 @@ void expect_near(const std::array<int, 7>& got, const std::array<int, 7>& want, 
 using XY = std::pair<int, int>;
 
 // Conversion takes the given parameters, then the seat's row, then the default.
-TEST(Calibration, IdentityAndAffineTransformsAreRecoveredAndConversionFallsBackToTheDefault)
+TEST(Calibration, TransformsAreRecoveredConversionFallsBackToTheDefaultAndRefusalsKeepThePreviousOne)
 {
     struct Case {
         const char* name;
@@ -104,11 +104,7 @@ TEST(Calibration, IdentityAndAffineTransformsAreRecoveredAndConversionFallsBackT
     }
     EXPECT_TRUE(log.has("error cali param, please calibrate again! \n"));
     cal_param_dat = {};
-}
 
-TEST(Calibration, RefusalsKeepThePreviousTransform)
-{
-    testsupport::LogCapture log;
     const cali_point_s same = {{500, 500, 500, 500, 500}, {700, 700, 700, 700, 700}};
     CaliSeat seat(same);
     seat.rec->cali_param = {1, 2, 3, 4, 5, 6, 7};

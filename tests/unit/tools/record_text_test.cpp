@@ -9,7 +9,7 @@ namespace {
 
 using tactord::input_event;
 
-TEST(RecordText, EventsRepliesAndModesInWords)
+TEST(ToolText, RecordsInWordsAndEventNamesNumbersListsAndSecondsParsed)
 {
     const struct {
         input_event ev;
@@ -56,10 +56,7 @@ TEST(RecordText, EventsRepliesAndModesInWords)
     EXPECT_EQ(tools::mode_name(MODE_CLONE | 0x40), "clone 0x40");
     EXPECT_EQ(tools::parse_mode_word("double-player"), MODE_DOUBLE_PLAYER);
     EXPECT_FALSE(tools::parse_mode_word("ipc-window"));  // the window has requests of its own
-}
 
-TEST(Words, EventNamesBothWaysNumbersListsAndSeconds)
-{
     EXPECT_STREQ(tools::event_type_name(EV_REL), "EV_REL");
     EXPECT_EQ(tools::event_type_name(0x1f), nullptr);
     EXPECT_TRUE(tools::parse_event_type("EV_ABS") == EV_ABS && tools::parse_event_type("0x11") == EV_LED);

@@ -29,7 +29,7 @@ std::vector<int> lookup(const char* name, int rc)
     return std::vector<int>(out.h_evt, out.h_evt + out.count);
 }
 
-TEST(UsbInventory, OnlyUsbDevicesAreListedAndFoundByNamePrefixAndListAndAnswerAreBounded)
+TEST(UsbInventory, OnlyUsbDevicesAreListedBoundedFoundByNamePrefixCopiedUnderTheRootAndShown)
 {
     usbdev_ctrl.usbinfo = parse(kListing);
     const UsbDevInfo_t& list = usbdev_ctrl.usbinfo;
@@ -55,18 +55,15 @@ TEST(UsbInventory, OnlyUsbDevicesAreListedAndFoundByNamePrefixAndListAndAnswerAr
         many += listed_device(1, 1, "Scanner " + std::to_string(i), "usb-1/input0", "event" + std::to_string(i));
     usbdev_ctrl.usbinfo = parse(many);
     EXPECT_EQ(lookup("Scanner", 0), (std::vector<int>{0, 1, 2, 3}));
-}
 
-TEST(UsbInventory, KernelListingIsCopiedUnderTheRootAndShown)
-{
     testsupport::ScratchRoot root;
     ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
     std::filesystem::create_directories(root.at("/proc/bus/input"));
     testsupport::write_file(root.at("/proc/bus/input/devices"), kListing);
-    UsbDevInfo_t list;
-    ASSERT_TRUE(UsbDevGetInfo(&list) == 0 && list.usbdev_total_count == 4);
+    UsbDevInfo_t got;
+    ASSERT_TRUE(UsbDevGetInfo(&got) == 0 && got.usbdev_total_count == 4);
     EXPECT_EQ(testsupport::read_file(root.at("/tmp/usbinfo")), kListing);  // the copy stays
-    UsbDevShowInfo(list);
+    UsbDevShowInfo(got);
     const std::string log = testsupport::read_file(root.at("/tmp/scan-server.txt"));
     for (const char* line : {"Show All 4 Usb devices Info.\r\n", "] [0] Vendor=46d Product=c31c event1 [",
                              "] Name:USB Keyboard\r\n"})
@@ -82,7 +79,7 @@ TEST(UsbInventory, KernelListingIsCopiedUnderTheRootAndShown)
     EXPECT_EQ(AddupEventTotal(dev.c_str()), 1);
 
     std::filesystem::remove_all(root.at("/tmp"));
-    EXPECT_TRUE(UsbDevGetInfo(&list) == -1 && list.usbdev_total_count == 0);
+    EXPECT_TRUE(UsbDevGetInfo(&got) == -1 && got.usbdev_total_count == 0);
 }
 
 }  // namespace
