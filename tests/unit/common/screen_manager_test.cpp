@@ -47,30 +47,10 @@ TEST(ScreenGrid, NeighboursFollowTheWholeGridParsePositionPlacesMainBySubAndOrig
     EXPECT_EQ(get_output_info(3), nullptr);
 }
 
-TEST(ScreenModes, CloneOrALeavingSubTakesTheCursorBackToMain)
-{
-    testsupport::ScreenClients clients;
-    output_info_init();
-    MultiModeInfo ext = mode(MODE_EXTERN), clone = mode(MODE_CLONE);
-    const auto cursor_to_sub = [&] {
-        ASSERT_TRUE(handle_multimode_set(0, &ext) == 0 && screen_change_cursor(&screen_info, 0, 1) == 1);
-        clients.events(0);
-        clients.events(1);
-    };
-    cursor_to_sub();
-    ASSERT_EQ(handle_multimode_set(0, &clone), 0);
-    EXPECT_EQ(get_current_multimode(), MODE_CLONE);
-    EXPECT_EQ(brief(clients.events(1)), (Evs{{27, 1, 0}}));
-    EXPECT_EQ(brief(clients.events(0)), (Evs{{27, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0}}));
-    EXPECT_TRUE(get_cursor_client(&screen_info) == 0 && screen_info.client[1].output != nullptr);  // kept in clone
-    cursor_to_sub();
-    EXPECT_TRUE(handle_inputsys_close(clients.daemon_fd(1)) == 0 && get_cursor_client(&screen_info) == 0);
-    EXPECT_EQ(brief(clients.events(0)), (Evs{{27, 0, 0}}));
-}
-
 // Any client's scr_index returns 0 and indexes no table (screen 9 closes no IPC-extern bit); a
-// second double-player set leaves the players alone; IPC-extern closes only as the only IPC bit.
-TEST(ScreenModes, AnyScreenIndexDoublePlayerTwiceAndIpcExternClosingOnlyAsTheOnlyIpcBit)
+// second double-player set leaves the players alone; IPC-extern closes only as the only IPC bit;
+// clone, or a sub screen's client leaving, takes the cursor back to main.
+TEST(ScreenModes, AnyScreenIndexDoublePlayerTwiceIpcExternClosingAndTheCursorBackToMain)
 {
     testsupport::ScreenClients clients({0, 1, 2});
     testsupport::LogCapture log(2);
@@ -105,6 +85,24 @@ TEST(ScreenModes, AnyScreenIndexDoublePlayerTwiceAndIpcExternClosingOnlyAsTheOnl
     handle_multimode_set(0, &clone);
     EXPECT_EQ(get_current_multimode(), MODE_CLONE);
     EXPECT_TRUE((screen_info.mode & MODE_IPC_EXTERN) == 0 && get_cursor_client(&screen_info) == 0);
+
+    screen_model_reset();
+    output_info_init();
+    MultiModeInfo extended = mode(MODE_EXTERN);
+    const auto cursor_to_sub = [&] {
+        ASSERT_TRUE(handle_multimode_set(0, &extended) == 0 && screen_change_cursor(&screen_info, 0, 1) == 1);
+        clients.events(0);
+        clients.events(1);
+    };
+    cursor_to_sub();
+    ASSERT_EQ(handle_multimode_set(0, &clone), 0);
+    EXPECT_EQ(get_current_multimode(), MODE_CLONE);
+    EXPECT_EQ(brief(clients.events(1)), (Evs{{27, 1, 0}}));
+    EXPECT_EQ(brief(clients.events(0)), (Evs{{27, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0}}));
+    EXPECT_TRUE(get_cursor_client(&screen_info) == 0 && screen_info.client[1].output != nullptr);  // kept in clone
+    cursor_to_sub();
+    EXPECT_TRUE(handle_inputsys_close(clients.daemon_fd(1)) == 0 && get_cursor_client(&screen_info) == 0);
+    EXPECT_EQ(brief(clients.events(0)), (Evs{{27, 0, 0}}));
 }
 
 // Cut-outs: two copies added and one deleted still cut out, cleared none; the list has a cap.
