@@ -54,11 +54,7 @@ struct CaliSeat {
 
 const cali_point_s kTargets = {{100, 1820, 1820, 100, 960}, {100, 100, 980, 980, 540}};
 
-void expect_near(const std::array<int, 7>& got, const std::array<int, 7>& want, int tol)
-{
-    for (int i = 0; i < 7; ++i)
-        EXPECT_NEAR(got[i], want[i], tol) << "p" << i;
-}
+MATCHER_P(Within, tol, "") { return std::abs(std::get<0>(arg) - std::get<1>(arg)) <= tol; }
 using XY = std::pair<int, int>;
 
 // Conversion takes the given parameters, then the seat's row, then the default.
@@ -77,8 +73,8 @@ TEST(Calibration, TransformsAreRecoveredConversionFallsBackToTheDefaultAndRefusa
         CaliSeat seat(c.raw);
         seat.capture();
         ASSERT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), 0);
-        expect_near(seat.rec->cali_param, c.want, 65536 / 4);  // single-precision sums
-        expect_near(cal_param_dat[0], seat.rec->cali_param, 0);
+        EXPECT_THAT(seat.rec->cali_param, testing::Pointwise(Within(65536 / 4), c.want));  // single-precision sums
+        EXPECT_EQ(cal_param_dat[0], seat.rec->cali_param);
         int x = 0, y = 0;
         ASSERT_EQ(coordinate_convert(0, c.raw.x[4], c.raw.y[4], seat.rec->cali_param.data(), &x, &y), 0);
         EXPECT_TRUE(std::abs(x - 960) <= 1 && std::abs(y - 540) <= 1) << x << "," << y;
