@@ -33,7 +33,7 @@ protected:
 
 // The head's CRCs are the encoder's (the protocol document's example); the inventory record's bytes are
 // pinned end to end (fault drills, the C client).
-TEST_F(ScannerServer, ScanRecordsAreByteExactAndNeedAClient)
+TEST_F(ScannerServer, ScanRecordsAreByteExactAndNeedAClientConfigurationRecordsAreReassembled)
 {
     const uint8_t three[] = {1, 2, 3};
     EXPECT_TRUE(UsbScanGunWriteData(0, eKbdData, three, 3) == 0 && UsbDevInfoWriteData(three, 3) == 0);
@@ -52,13 +52,10 @@ TEST_F(ScannerServer, ScanRecordsAreByteExactAndNeedAClient)
     const Bytes list(sizeof(UsbDevInfo_t), 0x5A);
     EXPECT_TRUE(UsbDevInfoWriteData(list.data(), int(list.size())) == 0 && UsbScanGunWriteData(0, eKbdData, nullptr, 3) == -1);
     EXPECT_EQ(logged("DevInfo write data len:16772, real len:16784...\r\n"), 1);
-}
 
-// Per case: the indexes reported, the bytes kept, and whether the thread keeps its lock.
-TEST_F(ScannerServer, ConfigurationRecordsAreReassembledAcrossReads)
-{
     const Bytes type = unx_record(3, words({1})), route = unx_record(4, words({1, 2}));
     const Bytes name = unx_record(2, name_payload(1, "Scanner")), junk(20, 7);
+    // Per case: the indexes reported, the bytes kept, and whether the thread keeps its lock.
     const struct {
         const char* what;
         std::vector<Bytes> reads;
