@@ -5,6 +5,7 @@
 
 #include "common/inputevent_handle_internal.h"
 #include "msg_handle.h"
+#include "msg_handle_internal.h"
 
 namespace testsupport {
 namespace {
@@ -43,6 +44,18 @@ void HeldDispatch::hold()
     usleep(20000);
     self->touch_();
     self->finished_.store(true);
+}
+
+int serve_ready(int timeout_ms)
+{
+    fd_set set;
+    int max_fd = 0;
+    fill_monitor_set(&set, &max_fd);
+    timeval tv{timeout_ms / 1000, timeout_ms % 1000 * 1000};
+    const int ready = select(max_fd + 1, &set, nullptr, nullptr, &tv);
+    if (ready > 0)
+        dispatch_monitor_handles(&set);
+    return ready;
 }
 
 void HeldDispatch::go()

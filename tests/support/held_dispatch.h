@@ -29,4 +29,8 @@ private:
     std::thread loop_;
 };
 
+// One main-loop pass on the calling thread: waits up to timeout_ms for a listed descriptor, then
+// dispatches the ready ones; select's result.
+int serve_ready(int timeout_ms = 0);
+
 }  // namespace testsupport

@@ -7,6 +7,8 @@
 #include <sstream>
 #include <thread>
 
+#include "common/multi_config.h"
+
 namespace testsupport {
 
 ScratchRoot::ScratchRoot()
@@ -24,6 +26,16 @@ ScratchRoot::~ScratchRoot()
     unsetenv("TACTORD_ROOT");
     std::error_code ec;
     std::filesystem::remove_all(path_, ec);
+}
+
+int ScratchRoot::count_in(const std::string& rel, const std::string& what) const
+{
+    return count_text(read_file(at(rel)), what);
+}
+
+int ScratchRoot::load_port_conf(const std::string& text, const std::string& rel) const
+{
+    return config_init(write_port_conf(at(rel), text).c_str());
 }
 
 std::string read_file(const std::string& path)
@@ -68,6 +80,18 @@ std::string write_port_conf(const std::string& dir, const std::string& text)
     std::filesystem::create_directories(dir);
     write_file(dir + "/port.conf", text);
     return dir + "/port.conf";
+}
+
+std::string printed(const std::function<void(std::FILE*)>& fill)
+{
+    char* text = nullptr;
+    std::size_t len = 0;
+    std::FILE* out = open_memstream(&text, &len);
+    fill(out);
+    std::fclose(out);
+    std::string s(text);
+    std::free(text);
+    return s;
 }
 
 }  // namespace testsupport

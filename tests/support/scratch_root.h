@@ -3,9 +3,15 @@
 #pragma once
 
 #include <chrono>
+#include <cstdio>
+#include <functional>
 #include <string>
 
 namespace testsupport {
+
+// The reference seat file: screen 0 has the main touchscreen port (seat 5) and seat 1, screen 1
+// has seat 2.
+extern const char* const kExamplePortConf;
 
 class ScratchRoot {
 public:
@@ -16,6 +22,9 @@ public:
 
     const std::string& path() const { return path_; }
     std::string at(const std::string& rel) const { return path_ + rel; }  // rel starts with '/'
+    int count_in(const std::string& rel, const std::string& what) const;     // in the file at rel
+    // Writes text as port.conf in the directory at rel and loads it; config_init's result.
+    int load_port_conf(const std::string& text = kExamplePortConf, const std::string& rel = "") const;
 
 private:
     std::string path_;
@@ -28,10 +37,9 @@ int count_text(const std::string& text, const std::string& what);
 bool wait_for_file_text(const std::string& path, const std::string& what, int n = 1,
                         std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
-// The reference seat file: screen 0 has the main touchscreen port (seat 5) and seat 1, screen 1
-// has seat 2.
-extern const char* const kExamplePortConf;
 // Writes text as dir/port.conf, making dir; returns the file's path.
 std::string write_port_conf(const std::string& dir, const std::string& text = kExamplePortConf);
+// What fill wrote to a stream.
+std::string printed(const std::function<void(std::FILE*)>& fill);
 
 }  // namespace testsupport

@@ -34,7 +34,8 @@ struct Ev {
     int type, code, value;
     bool operator==(const Ev&) const = default;
 };
-std::vector<Ev> brief(const std::vector<tactord::input_event>& events);
+using Evs = std::vector<Ev>;
+Evs brief(const std::vector<tactord::input_event>& events);
 inline std::vector<Ev> operator+(std::vector<Ev> a, const std::vector<Ev>& b)
 {
     a.insert(a.end(), b.begin(), b.end());

@@ -2,7 +2,6 @@
 // race with writers.
 #include "msg_handle.h"
 
-#include "msg_handle_internal.h"
 #include "support/unit_common.h"
 
 namespace {
@@ -16,7 +15,6 @@ int record_call(void* para)
 int other_handler(void*) { return 1; }
 int self_fd;
 
-// Daemon ends of socket pairs are the watched descriptors; a byte from the peer makes one ready.
 class MonitorList : public testing::Test {
 protected:
     int make_fd(bool readable = true)
@@ -34,13 +32,8 @@ protected:
     }
     std::vector<int> dispatch_ready()
     {
-        fd_set set;
-        int max_fd = 0;
-        fill_monitor_set(&set, &max_fd);
-        timeval tv{0, 0};
-        EXPECT_GE(select(max_fd + 1, &set, nullptr, nullptr, &tv), 0);
         calls.clear();
-        dispatch_monitor_handles(&set);
+        EXPECT_GE(testsupport::serve_ready(), 0);
         return calls;
     }
     testsupport::LogCapture log;
@@ -48,8 +41,6 @@ protected:
     int one = 1, two = 2, three = 3, four = 4;
 };
 
-// Added descriptors become non-blocking; a re-add replaces in place, but a full list refuses
-// even that.
 TEST_F(MonitorList, AddRefusesBadArgumentsAndAFullListAndReplacesInPlace)
 {
     std::vector<int> added = {make_fd(false), make_fd(false)};
@@ -75,7 +66,8 @@ TEST_F(MonitorList, AddRefusesBadArgumentsAndAFullListAndReplacesInPlace)
     EXPECT_EQ(monitor_entry(3).handle, &record_call);
 }
 
-TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescriptor)
+// Dispatch calls ready entries in order; one moved into a removed one's place waits for the next pass.
+TEST_F(MonitorList, RemovingKeepsOrderAndTheHighestDescriptorAndAMovedEntryWaitsForTheNextPass)
 {
     const int a = make_fd(), b = make_fd(), c = make_fd();
     for (int fd : {a, b, c})
@@ -95,11 +87,7 @@ TEST_F(MonitorList, RemovingKeepsOrderClearsTheFreedSlotAndKeepsTheHighestDescri
     EXPECT_EQ(event_num, 0);
     fill_monitor_set(&set, &max_fd);
     EXPECT_TRUE(max_fd == c && !FD_ISSET(c, &set));  // the highest never shrinks
-}
 
-// Ready entries are called in order; one moved into a removed one's place waits for the next pass.
-TEST_F(MonitorList, DispatchCallsReadyEntriesInOrderAndAnEntryMovedIntoARemovedOnesPlaceWaits)
-{
     self_fd = make_fd();
     add_monitor_handle(self_fd, [](void* p) { return record_call(p), remove_monitor_handle(self_fd); }, &one);
     add_monitor_handle(make_fd(), record_call, &two);
@@ -132,7 +120,7 @@ TEST_F(MonitorList, RemoverWaitsForTheRunningPassButAHandlerNeverWaitsForItself)
     EXPECT_TRUE(done.load());
 }
 
-// Handlers that check their own kind of argument, churned while another thread walks the list.
+// Handlers that check their own kind of argument.
 struct Tagged {
     char tag;
 };

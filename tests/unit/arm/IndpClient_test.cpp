@@ -1,33 +1,17 @@
 // The INDP client against a fake screen, its exclusion with the agent link, a second disconnect run.
 #include "arm/IndpClient.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include "common/OrvelClient.h"
-#include "common/OrvelClient_internal.h"
-#include "common/inputdevice_manager.h"
-#include "common/send_event.h"
 #include "common/system_msg_internal.h"
-#include "msg_handle.h"
-#include "msg_handle_internal.h"
-#include "support/remote_link.h"
+#include "support/unit_common.h"
 
-namespace {
-
-using testsupport::eventually;
-using testsupport::FakePeer;
 using IndpLink = testsupport::RemoteLinkTest;
 
 // Real time: the thread checks its link every 5 s, so the screen is seen free before a reconnect.
 TEST_F(IndpLink, ThePeerGetsScreenOnesRecordsUnlessTakenAndFreesTheScreenOnClose)
 {
     FakePeer indp(INDP_PEER_ADDR, INDP_PORT);
-    int pair[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
-    for (const int display : {0, pair[0]}) {  // a display client on screen 1, or none
+    testsupport::UnitPeer client;
+    for (const int display : {0, client.daemon}) {  // a display client on screen 1, or none
         gs_clients[SUB_SCREEN].store(display);
         ASSERT_EQ(InitArmIndpScreenClient(), 0);
         ASSERT_TRUE(indp.accept());
@@ -44,8 +28,6 @@ TEST_F(IndpLink, ThePeerGetsScreenOnesRecordsUnlessTakenAndFreesTheScreenOnClose
         EXPECT_EQ(gs_clients[SUB_SCREEN].load(), display);
         link_threads_stop();
     }
-    close(pair[0]);
-    close(pair[1]);
 }
 
 TEST_F(IndpLink, TheAgentLinkAndTheIndpLinkExcludeEachOther)
@@ -65,7 +47,6 @@ TEST_F(IndpLink, TheAgentLinkAndTheIndpLinkExcludeEachOther)
     }
 }
 
-// The second run leaves the descriptor number alone when a display client got it meanwhile.
 TEST(RemoteClients, ASecondDisconnectRunLeavesAReusedDescriptorAlone)
 {
     using handler = void (*)(int);
@@ -91,5 +72,3 @@ TEST(RemoteClients, ASecondDisconnectRunLeavesAReusedDescriptorAlone)
             close(fd);
     }
 }
-
-}  // namespace

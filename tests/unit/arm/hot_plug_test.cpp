@@ -1,21 +1,9 @@
 // Classification of event nodes by their capability bits, and a scan pass's record of a node lent away.
 #include "arm/hot_plug.h"
 
-#include <gtest/gtest.h>
-#include <linux/input.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <functional>
-
 #include "arm/hot_plug_internal.h"
-#include "common/inputdevice_manager.h"
-#include "common/log.h"
-#include "common/multi_config.h"
-#include "common/usb_gun/usblog.h"
 #include "sim/devices.h"
-#include "support/log_capture.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 
@@ -79,7 +67,7 @@ TEST(Classification, EveryKindOfDeviceAndThePrecedenceOfItsBits)
 TEST(ScanPass, ANodeUnpluggedWhileLentIsForgottenAndComesBackAsNew)
 {
     testsupport::ScratchRoot root;
-    ASSERT_EQ(config_init(testsupport::write_port_conf(root.path()).c_str()), 0);
+    ASSERT_EQ(root.load_port_conf(), 0);
     ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
     hotplug_fill_paths();
     EvtCtrl_t& slot = TactordCtrl.evtctrl[3];
@@ -89,9 +77,6 @@ TEST(ScanPass, ANodeUnpluggedWhileLentIsForgottenAndComesBackAsNew)
     testsupport::write_file(root.at("/phys3"), "usb-musb-hdrc.1-1.2/input0\n");
     testsupport::write_file(root.at("/name3"), "Scanner\n");
     const auto plug = [&] { testsupport::write_file(root.at("/event3"), ""); };
-    const auto scan_log_count = [&](const std::string& what) {
-        return testsupport::count_text(testsupport::read_file(root.at("/tmp/scan-server.txt")), what);
-    };
     plug();
     hotplug_scan_pass();
     EXPECT_TRUE(slot.dev_flag == 1 && slot.evt_index == 3);
@@ -105,11 +90,11 @@ TEST(ScanPass, ANodeUnpluggedWhileLentIsForgottenAndComesBackAsNew)
     hotplug_scan_pass();
     EXPECT_TRUE(get_input_info(2) == nullptr && slot.bScanCtrl == 1);
     hotplug_scan_pass();
-    EXPECT_EQ(scan_log_count("Insert Scan event3...\r\n"), 1);
+    EXPECT_EQ(root.count_in("/tmp/scan-server.txt", "Insert Scan event3...\r\n"), 1);
     unlink(root.at("/event3").c_str());
     hotplug_scan_pass();
     EXPECT_TRUE(slot.dev_flag == 0 && slot.bScanCtrl == 0);
-    EXPECT_EQ(scan_log_count("Remove Scan event3...\r\n"), 1);
+    EXPECT_EQ(root.count_in("/tmp/scan-server.txt", "Remove Scan event3...\r\n"), 1);
     plug();
     hotplug_scan_pass();
     EXPECT_NE(get_input_info(2), nullptr);

@@ -1,35 +1,18 @@
 // The daemon's entry: command-line options, caught signals (and none on worker threads), a loop pass.
 #include "arm/input_manager.h"
 
-#include <gtest/gtest.h>
-#include <pthread.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <cstring>
-#include <future>
-
-#include "common/OrvelClient.h"
-#include "common/log.h"
-#include "common/log_internal.h"
 #include "common/worker_thread.h"
-#include "msg_handle.h"
-#include "support/log_capture.h"
+#include "support/unit_common.h"
 
 namespace {
 
-// Parses args; the warnings it printed land in warned.
 tactord_options parse(std::vector<const char*> args, std::string& warned)
 {
     args.insert(args.begin(), "tactord");
     args.push_back(nullptr);
-    char* text = nullptr;
-    std::size_t size = 0;
-    FILE* out = open_memstream(&text, &size);
-    const tactord_options opts = parse_options(int(args.size()) - 1, const_cast<char**>(args.data()), out);
-    std::fclose(out);
-    warned = text;
-    std::free(text);
+    tactord_options opts;
+    warned = testsupport::printed(
+        [&](std::FILE* out) { opts = parse_options(int(args.size()) - 1, const_cast<char**>(args.data()), out); });
     return opts;
 }
 
@@ -67,7 +50,8 @@ TEST(Options, EachTakesTheNextArgumentAsADecimalNumberAndWhatItCannotUseIsNamedO
 char handler_line[512];
 volatile sig_atomic_t handler_lines = 0;
 
-TEST(Signals, CaughtSignalsAreLoggedAndOthersKeepTheirDefault)
+// A signal inside the logger drops its line instead of taking the logger's lock again (a hang).
+TEST(Signals, CaughtAreLoggedOthersKeepTheirDefaultNoneInsideTheLoggerOrOnWorkerThreads)
 {
     testsupport::LogCapture log;
     log_syslog_sink = [](int, const char* line) {
@@ -82,13 +66,7 @@ TEST(Signals, CaughtSignalsAreLoggedAndOthersKeepTheirDefault)
         EXPECT_TRUE(std::string(handler_line).ends_with("catch a signal: " + std::to_string(sig))) << sig;
     }
     EXPECT_TRUE(signal(SIGINT, SIG_DFL) == SIG_DFL && signal(SIGABRT, SIG_DFL) == SIG_DFL);
-}
 
-// A signal inside the logger drops its line instead of taking the logger's lock again (a hang).
-TEST(Signals, ASignalInsideTheLoggerDropsItsLineAndWorkerThreadsNeverTakeOne)
-{
-    testsupport::LogCapture log;
-    signal_initcapture();
     log_syslog_sink = [](int, const char*) { raise(SIGWINCH); };
     EXPECT_EQ(TLOG(LEVEL_ERROR, "line\n"), 0);
     EXPECT_EQ(TLOG(LEVEL_ERROR, "and the logger is free again\n"), 0);

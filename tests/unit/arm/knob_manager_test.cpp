@@ -1,56 +1,32 @@
 // The knob receiver over a socketpair served by the monitor list, a client on the focused screen.
 #include "arm/knob_manager.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include "arm/knob_manager_internal.h"
-#include "common/screen_manager_internal.h"
-#include "msg_handle.h"
-#include "msg_handle_internal.h"
-#include "support/log_capture.h"
-#include "support/screen_clients.h"
+#include "support/unit_common.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
-using testsupport::Ev;
 
 class Knob : public testing::Test {
 protected:
     void SetUp() override
     {
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, link_), 0);
-        g_knob_fd.store(link_[0]);
+        g_knob_fd.store(link_.daemon);
         knob_is_exist.store(1);
-        ASSERT_EQ(add_monitor_handle(link_[0], handle_knob_data, nullptr), 0);
+        ASSERT_EQ(add_monitor_handle(link_.daemon, handle_knob_data, nullptr), 0);
         screen_info.client[0].focus = 1;
     }
-    void TearDown() override
-    {
-        close(link_[1]);
-        if (g_knob_fd.load() != 0)
-            close(g_knob_fd.load());
-    }
-    // The peer writes bytes; one pass of the main loop serves them.
     void feed(const Bytes& bytes)
     {
-        ASSERT_TRUE(bytes.empty() || write(link_[1], bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
-        fd_set set;
-        int max_fd = 0;
-        fill_monitor_set(&set, &max_fd);
-        timeval tv{1, 0};
-        ASSERT_EQ(select(max_fd + 1, &set, nullptr, nullptr, &tv), 1);
-        dispatch_monitor_handles(&set);
+        ASSERT_TRUE(bytes.empty() || link_.put(bytes.data(), bytes.size()));
+        ASSERT_EQ(testsupport::serve_ready(1000), 1);
     }
 
-    int link_[2] = {-1, -1};
+    testsupport::UnitPeer link_;  // the daemon closes its end when the peer goes
     testsupport::ScreenClients clients_{{MAIN_SCREEN}};
     testsupport::LogCapture log_;
 };
 
-TEST_F(Knob, PackagesBecomeKeysForTheFocusedScreen)
+TEST_F(Knob, PackagesBecomeKeysForTheFocusedScreenAPeerCloseDropsAHeldOneAndCopiesStayInBounds)
 {
     const struct {
         const char* what;
@@ -75,30 +51,23 @@ TEST_F(Knob, PackagesBecomeKeysForTheFocusedScreen)
         EXPECT_EQ(testsupport::brief(clients_.events(MAIN_SCREEN)), c.keys);
         EXPECT_TRUE((c.line == nullptr || log_.has(c.line)) && !knob_partial.held);
     }
-    screen_info.client[0].focus = 0;  // no focused screen: the event output refuses the key
+    screen_info.client[0].focus = 0;  // no focus: the event output refuses the key
     const int lefts = log_.count("Knob Recv To Left Info 81!\n");
     feed({0x9E, 0x51, 0xEF, 0x00});
     EXPECT_TRUE(clients_.events(MAIN_SCREEN).empty() && log_.count("Knob Recv To Left Info 81!\n") == lefts + 1);
-}
 
-TEST_F(Knob, PeerCloseUnregistersClearsTheLinkAndDropsAHeldPackage)
-{
     feed({0x9E, 0x50});
     ASSERT_TRUE(knob_partial.held);
-    close(link_[1]);
-    link_[1] = -1;
+    link_.close_peer();
     feed({});
+    link_.daemon = -1;
     EXPECT_TRUE(g_knob_fd.load() == 0 && knob_is_exist.load() == 0 && monitor_entry(0).fd == 0 && !knob_partial.held);
-}
 
-TEST(KnobPackage, CopyBounds)
-{
-    testsupport::LogCapture log;
     KnobRecvData pkg{};
     const uint8_t bytes[5] = {1, 2, 3, 4, 5};
     recv_data_to_knob(&pkg, bytes, 0, 5);
     recv_data_to_knob(&pkg, bytes, 2, 3);
-    EXPECT_TRUE(log.has("copySize too Large!\n") && log.has("index Error!\n"));
+    EXPECT_TRUE(log_.has("copySize too Large!\n") && log_.has("index Error!\n"));
     EXPECT_TRUE(pkg.head == 0 && pkg.info == 0 && pkg.check == 1 && pkg.tail == 2);
 }
 

@@ -2,11 +2,9 @@
 // adapter is given coordinates scaled to twelve bits.
 #include "arm/touchscreen_manager.h"
 
-#include <gtest/gtest.h>
-
 #include "arm/touchscreen_manager_internal.h"
-#include "common/inputevent_handle.h"
 #include "func/touchscreen/touchscreen_lock_ctl.h"
+#include "support/unit_common.h"
 
 TEST(TouchWrappers, TouchesGoOutAndCoordinatesReachTheAdapterScaledToTwelveBits)
 {

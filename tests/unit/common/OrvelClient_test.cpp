@@ -1,23 +1,9 @@
 // Remote-screen frames, the receive parser, and the link to a fake agent.
 #include "common/OrvelClient.h"
 
-#include "common/OrvelClient_internal.h"
-#include "common/inputdevice_manager.h"
-#include "common/screen_manager.h"
-#include "common/screen_manager_internal.h"
-#include "common/send_event.h"
-#include "support/remote_link.h"
-#include "support/scanner.h"
 #include "support/unit_common.h"
 
 namespace {
-
-using testsupport::agent_frame;
-using testsupport::agent_text_frame;
-using testsupport::FakePeer;
-using testsupport::operator+;
-using Bytes = std::vector<uint8_t>;
-using namespace std::chrono_literals;
 
 std::vector<uint32_t> words(const Bytes& frame)
 {
@@ -29,38 +15,7 @@ std::vector<uint32_t> words(const Bytes& frame)
 
 constexpr uint32_t F = IPC_PKG_FLAG;
 
-TEST(IpcFrames, EventsBecomeTheAgentsRecords)
-{
-    testsupport::ScreenClients clients({2});
-    set_ipc_window_size(1920, 1080);
-    struct Case {
-        tactord::input_event ev;
-        std::vector<uint32_t> frame;
-    } cases[] = {
-        {{0, 0, 1, 273, 1}, {F, 28, 0, 1, 0, 0, 0, 0x0008, 0, 0}},
-        {{0, 0, 1, 273, 0}, {F, 28, 0, 1, 0, 0, 0, 0x0010, 0, 0}},
-        {{0, 0, 1, 274, 0}, {F, 28, 0, 1, 0, 0, 0, 0x0040, 0, 0}},
-        {{0, 0, 1, 330, 1}, {F, 28, 0, 16, 0, 0, 0, 0x0002, 0, 0}},
-        {{0, 0, 2, 8, -1}, {F, 28, 0, 1, 0, 0, static_cast<uint32_t>(-120), 0x0800, 0, 0}},
-        {{0, 0, 1, 30, 2}, {F, 20, 0, 2, 30u << 16, 0x08, 0, 0}}, {{0, 0, 1, 30, 0}, {F, 20, 0, 2, 30u << 16, 0x0A, 0, 0}},
-        {{0, 0, 3, 53, 960}, {F, 28, 0, 16, 32767, 0, 0, 0x8001, 0, 0}},
-        {{0, 0, 3, 1, 1080}, {F, 28, 0, 16, 32767, 65535, 0, 0x8001, 0, 0}},  // x kept
-        {{0, 0, 2, 0, 1920}, {F, 28, 0, 1, 65535, 65535, 0, 0x8001, 0, 0}},
-        {{0, 0, 26, 1, 0}, {F, 4, 0, 12}}, {{0, 0, 27, 1, 0}, {F, 4, 0, 5}},
-        {{0, 0, 28, 0, 1}, {F, 8, 0, 6, 1}}, {{0, 0, 28, 2, 7}, {F, 8, 0, 8, 0}},
-    };
-    const int fd = clients.daemon_fd(2);
-    for (Case& c : cases) {
-        EXPECT_EQ(sendToIPC(fd, &c.ev), static_cast<int>(c.frame.size() * 4));
-        EXPECT_EQ(words(clients.bytes(2)), c.frame) << c.ev.type << "/" << c.ev.code;
-    }
-    for (tactord::input_event e : {tactord::input_event{0, 0, 28, 3, 1}, tactord::input_event{0, 0, 33, 0, 0}})
-        EXPECT_EQ(sendToIPC(fd, &e), -1);
-    EXPECT_EQ(sendToIPC(0, &cases[0].ev), -1);
-    EXPECT_TRUE(clients.bytes(2).empty());
-}
-
-TEST(IpcLink, CommandsRefusedUnconnectedAndFramedWhenConnected)
+TEST(IpcLink, CommandsRefusedUnconnectedFramedWhenConnectedAndEventsBecomeTheAgentsRecords)
 {
     testsupport::LogCapture log;
     ipc_client_reset();
@@ -83,7 +38,6 @@ TEST(IpcLink, CommandsRefusedUnconnectedAndFramedWhenConnected)
     getIpcIpAddr(addr, sizeof addr);
     EXPECT_STREQ(addr, "192.168.100.200");
 
-    // Connected.
     testsupport::ScreenClients clients({2});
     gs_ipcfd.store(clients.daemon_fd(2));
     struct Case {
@@ -102,6 +56,31 @@ TEST(IpcLink, CommandsRefusedUnconnectedAndFramedWhenConnected)
     EXPECT_EQ(setIpcScanGunDataCodeType(7), 0);
     const uint32_t scan = USB_SCAN_FLAG;
     EXPECT_EQ(words(clients.bytes(2)), (std::vector<uint32_t>{F, 16, 0, 3, scan, 1, 0x33323130, F, 16, 0, 3, scan, 0, 7}));
+    set_ipc_window_size(1920, 1080);
+    struct Frame {
+        tactord::input_event ev;
+        std::vector<uint32_t> frame;
+    } frames[] = {
+        {{0, 0, 1, 273, 1}, {F, 28, 0, 1, 0, 0, 0, 0x0008, 0, 0}},
+        {{0, 0, 1, 273, 0}, {F, 28, 0, 1, 0, 0, 0, 0x0010, 0, 0}},
+        {{0, 0, 1, 274, 0}, {F, 28, 0, 1, 0, 0, 0, 0x0040, 0, 0}},
+        {{0, 0, 1, 330, 1}, {F, 28, 0, 16, 0, 0, 0, 0x0002, 0, 0}},
+        {{0, 0, 2, 8, -1}, {F, 28, 0, 1, 0, 0, static_cast<uint32_t>(-120), 0x0800, 0, 0}},
+        {{0, 0, 1, 30, 2}, {F, 20, 0, 2, 30u << 16, 0x08, 0, 0}}, {{0, 0, 1, 30, 0}, {F, 20, 0, 2, 30u << 16, 0x0A, 0, 0}},
+        {{0, 0, 3, 53, 960}, {F, 28, 0, 16, 32767, 0, 0, 0x8001, 0, 0}},
+        {{0, 0, 3, 1, 1080}, {F, 28, 0, 16, 32767, 65535, 0, 0x8001, 0, 0}},  // x kept
+        {{0, 0, 2, 0, 1920}, {F, 28, 0, 1, 65535, 65535, 0, 0x8001, 0, 0}},
+        {{0, 0, 26, 1, 0}, {F, 4, 0, 12}}, {{0, 0, 27, 1, 0}, {F, 4, 0, 5}},
+        {{0, 0, 28, 0, 1}, {F, 8, 0, 6, 1}}, {{0, 0, 28, 2, 7}, {F, 8, 0, 8, 0}},
+    };
+    for (Frame& c : frames) {
+        EXPECT_EQ(sendToIPC(clients.daemon_fd(2), &c.ev), static_cast<int>(c.frame.size() * 4));
+        EXPECT_EQ(words(clients.bytes(2)), c.frame) << c.ev.type << "/" << c.ev.code;
+    }
+    for (tactord::input_event e : {tactord::input_event{0, 0, 28, 3, 1}, tactord::input_event{0, 0, 33, 0, 0}})
+        EXPECT_EQ(sendToIPC(clients.daemon_fd(2), &e), -1);
+    EXPECT_EQ(sendToIPC(0, &frames[0].ev), -1);
+    EXPECT_TRUE(clients.bytes(2).empty());
     ipc_client_reset();
 }
 
@@ -177,8 +156,7 @@ TEST_F(RemoteLink, ConnectsAreRetriedAndAnAnsweredLinkFollowsTheAddress)
     EXPECT_EQ(log_->count(refused), 20);
     link_time_divisor.store(50);
     FakePeer agent("173.0.0.2", IPC_PORT), moved("173.0.0.5", IPC_PORT);
-    // An agent that answers keeps the link, until a new address is set (a dropped link: the
-    // link fault drill).
+    // An agent that answers keeps the link until a new address is set.
     ASSERT_TRUE(agent.accept());
     agent.answer_ticks = true;
     EXPECT_EQ(agent.frame().size() + agent.frame().size(), 8u);

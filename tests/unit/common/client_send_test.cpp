@@ -22,7 +22,7 @@ std::vector<int> dropped;
 void note_drop(int fd) { dropped.push_back(fd); }
 const char kRecord[16] = "record";
 
-TEST(ClientSend, AFullSocketIsRememberedItsRecordsDroppedAndTheEpisodeEndsWhenItDrains)
+TEST(ClientSend, AFullSocketIsRememberedDroppedUntilItDrainsAndTheLoopLockIsFirstComeFirstServed)
 {
     testsupport::LogCapture log;
     FullPair p;
@@ -38,10 +38,7 @@ TEST(ClientSend, AFullSocketIsRememberedItsRecordsDroppedAndTheEpisodeEndsWhenIt
     EXPECT_FALSE(client_send_stalled(p.daemon));
     EXPECT_TRUE(log.has("client " + std::to_string(p.daemon) + " reads again, 4 records were dropped\n"));
     EXPECT_EQ(client_send(p.daemon, kRecord, 16), 16);
-}
 
-TEST(FifoRecursiveMutex, AThreadThatRetakesTheLockQueuesBehindTheOneWaiting)
-{
     FifoRecursiveMutex m;
     std::atomic<bool> waiter_had_it{false};
     m.lock();

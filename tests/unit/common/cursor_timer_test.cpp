@@ -2,17 +2,7 @@
 // the cursor hide timer.
 #include "common/cursor_timer.h"
 
-#include <csignal>
-
-#include "common/cursor_timer_internal.h"
-#include "common/inputdevice_manager.h"
-#include "common/screen_manager.h"
 #include "support/unit_common.h"
-
-namespace {
-
-using testsupport::brief;
-using testsupport::Ev;
 
 TEST(WatchdogDeathTest, AMovingCounterAndADisabledWatchStayQuietAndAStalledCounterAborts)
 {
@@ -30,7 +20,9 @@ TEST(WatchdogDeathTest, AMovingCounterAndADisabledWatchStayQuietAndAStalledCount
         testing::KilledBySignal(SIGABRT), "passes kept it quiet");
 }
 
-TEST(CursorDecision, ShownHiddenAndUnknownStates)
+// The decision: shown with a mouse until the time-out, hidden otherwise, unknown states kept. The
+// timer hides at the first tick without a mouse (a failed announcement retried), shows after motion.
+TEST(CursorTimer, DecidesByMouseAndTimeOutHidesWithoutAMouseRetriesAndShowsAfterMotion)
 {
     struct Case {
         int usb, counter, state, expected;
@@ -43,11 +35,7 @@ TEST(CursorDecision, ShownHiddenAndUnknownStates)
     set_cursor_hide_timer_seconds(5);
     EXPECT_EQ(handle_cursor_state(1, 5, 1), 0);
     set_cursor_hide_timer_seconds(30);
-}
 
-// Hidden at the first tick without a mouse (a failed announcement retried), shown after motion.
-TEST(CursorTimer, HidesWithoutAMouseRetriesAndShowsAfterMotion)
-{
     testsupport::ScreenClients clients(std::vector<int>{});
     output_info_init();
     cursor_timer_start_state();
@@ -74,5 +62,3 @@ TEST(CursorTimer, HidesWithoutAMouseRetriesAndShowsAfterMotion)
     EXPECT_EQ(gs_cursor[0].state.load(), 0);
     usb_input_decrease(0);
 }
-
-}  // namespace

@@ -2,11 +2,7 @@
 // real read errors logged (a torn read: the input-device system test).
 #include "common/evdev_msg.h"
 
-#include <cerrno>
-
 #include "common/evdev_msg_internal.h"
-#include "common/inputdevice_manager.h"
-#include "common/inputevent_handle_internal.h"
 #include "support/unit_common.h"
 
 namespace {
@@ -24,12 +20,8 @@ TEST(EvdevRead, FortyRecordsArriveInOneCallInOrderConvertedAndOnlyRealErrorsAreL
             seen.push_back(*ev);
     };
     std::vector<::input_event> evs(40);
-    for (int i = 0; i < 40; ++i) {
-        evs[i].input_event_sec = 1000 + i;
-        evs[i].input_event_usec = 500;
-        evs[i].type = EV_ABS;
-        evs[i].value = i - 3;
-    }
+    for (int i = 0; i < 40; ++i)
+        std::tie(evs[i].input_event_sec, evs[i].input_event_usec, evs[i].type, evs[i].value) = std::tuple(1000 + i, 500, EV_ABS, i - 3);
     ASSERT_TRUE(node.put(evs.data(), evs.size() * sizeof evs[0]));
     EXPECT_EQ(EvdevReadInput(&dev), 0);
     ASSERT_EQ(seen.size(), 40u);  // more than one batch of 16

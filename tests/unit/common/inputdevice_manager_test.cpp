@@ -2,19 +2,14 @@
 // the screen clients' registration; device nodes are files of a scratch directory.
 #include "common/inputdevice_manager.h"
 
-#include "common/cursor_timer_internal.h"
-#include "common/inputdevice_manager_internal.h"
-#include "common/inputevent_handle.h"
-#include "common/multi_config.h"
 #include "common/ts_cali.h"
-#include "msg_handle_internal.h"
 #include "support/unit_common.h"
 
 namespace {
 
 class Registry : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(config_init(testsupport::write_port_conf(root_.path()).c_str()), 0); }
+    void SetUp() override { ASSERT_EQ(root_.load_port_conf(), 0); }
     std::string node(int n)
     {
         const std::string path = root_.at("/event" + std::to_string(n));
@@ -37,8 +32,11 @@ protected:
     testsupport::LogCapture log{LEVEL_DEBUG};
 };
 
-// The same node again is refused; another node of the device is chained; all go together.
-TEST_F(Registry, MainTouchscreenIsHeldOnceAndItsRecordGoesWithIt)
+std::pair<int, int> published{0, 0};  // seat and calibration flag as handed to the main loop
+
+// The same node again is refused; another node of the device is chained; all go together. A record
+// is complete before the main loop can reach it.
+TEST_F(Registry, MainTouchscreenIsHeldOnceCompleteBeforeTheLoopSeesItAndGoesWithItsRecord)
 {
     const std::string port = "usb-musb-hdrc.0-1/input0\n";
     ASSERT_EQ(add(port, 3, INPUT_TYPE_TOUCHSCREEN, 1), 0);
@@ -54,6 +52,17 @@ TEST_F(Registry, MainTouchscreenIsHeldOnceAndItsRecordGoesWithIt)
     for (const DownSendInfo& info : downSendInfoArray)
         EXPECT_EQ(info.dev.load(), nullptr);  // the chained one's too
     EXPECT_TRUE(get_input_info(5) == nullptr && ts_get_private_data(5) == nullptr && event_num.load() == 0);
+
+    monitor_add_observer = [](const EventHandleRec& rec) {
+        const auto* d = static_cast<_InputDev*>(rec.para);
+        published = {d->seat, d->need_cali};
+    };
+    for (auto [phys, seat] : {std::pair{"usb-musb-hdrc.0-1/input0", 5}, {"board-tsc/input0", -1}}) {
+        ASSERT_EQ(add(phys, seat + 2, INPUT_TYPE_TOUCHSCREEN, 1), 0);
+        EXPECT_EQ(published, std::make_pair(seat, 1)) << phys;
+        published = {0, 0};
+    }
+    monitor_add_observer = nullptr;
 }
 
 TEST_F(Registry, DevicesBehindAHubAreExternDevicesRemovedAloneAndHeldUpToFifteen)
@@ -111,10 +120,9 @@ TEST_F(Registry, BadArgumentsAreRefusedAndAnUnopenableNodeIsKeptWithoutADescript
 // the first prefix, longer than the path, is not read past the path's end.
 TEST_F(Registry, SeatsOutsideTheTableAndLongerPrefixesIndexAndReadNothingBeyond)
 {
-    const std::string conf = testsupport::write_port_conf(
-        root_.at("/bad"), "StartSection \"Input\"\n usb-x 20\n usb-y 0\n usb-z -3\n usb-w 16\n"
-                          " usb-a.1-1.1.7.7.7.7 3\n usb-a.1-1 3\nEndSection\n");
-    ASSERT_EQ(config_init(conf.c_str()), 0);
+    ASSERT_EQ(root_.load_port_conf("StartSection \"Input\"\n usb-x 20\n usb-y 0\n usb-z -3\n usb-w 16\n"
+                                   " usb-a.1-1.1.7.7.7.7 3\n usb-a.1-1 3\nEndSection\n"),
+              0);
     int n = 10;
     for (const char* port : {"usb-x/input0", "usb-y/input0", "usb-z/input0", "usb-w/input0", "usb-x.2/input0"}) {
         const int before = count_nonusb_input.load();
@@ -131,7 +139,6 @@ TEST_F(Registry, SeatsOutsideTheTableAndLongerPrefixesIndexAndReadNothingBeyond)
         EXPECT_EQ(get_input_info(seat), nullptr);
 }
 
-// Removed by the hot-plug thread during its handler: record and descriptor outlive the pass.
 TEST_F(Registry, ADeviceRemovedWhileItsHandlerRunsLivesUntilThePassEnds)
 {
     const std::string fifo = root_.at("/event9");
@@ -150,22 +157,6 @@ TEST_F(Registry, ADeviceRemovedWhileItsHandlerRunsLivesUntilThePassEnds)
         EXPECT_TRUE(pass.finished() && fd.load() > 0);
     }
     close(writer);
-}
-
-std::pair<int, int> published{0, 0};  // seat and calibration flag as handed to the main loop
-
-TEST_F(Registry, ARecordIsCompleteBeforeTheMainLoopCanReachIt)
-{
-    monitor_add_observer = [](const EventHandleRec& rec) {
-        const auto* d = static_cast<_InputDev*>(rec.para);
-        published = {d->seat, d->need_cali};
-    };
-    for (auto [phys, seat] : {std::pair{"usb-musb-hdrc.0-1/input0", 5}, {"board-tsc/input0", -1}}) {
-        ASSERT_EQ(add(phys, seat + 2, INPUT_TYPE_TOUCHSCREEN, 1), 0);
-        EXPECT_EQ(published, std::make_pair(seat, 1)) << phys;
-        published = {0, 0};
-    }
-    monitor_add_observer = nullptr;
 }
 
 // A screen is registered once, by a descriptor above 0; the main screen's close answers -1.

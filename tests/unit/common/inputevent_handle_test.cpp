@@ -1,18 +1,9 @@
 // The pipeline where the IPC window matters; the rest is the system tests'.
 #include "common/inputevent_handle.h"
 
-#include "common/OrvelClient.h"
-#include "common/OrvelClient_internal.h"
-#include "common/inputdevice_manager.h"
-#include "common/inputevent_handle_internal.h"
-#include "common/screen_manager.h"
-#include "common/screen_manager_internal.h"
 #include "support/unit_common.h"
 
 namespace {
-
-using testsupport::Ev;
-using Evs = std::vector<Ev>;
 
 struct Device : _InputDev {
     Device(const char* role, int kind, int at_seat)
@@ -61,12 +52,22 @@ const Evs kTouchAt1024 = {{EV_ABS, ABS_X, 1024}, {EV_ABS, ABS_Y, 1024}, {EV_KEY,
 const Evs kRelease = {{EV_KEY, BTN_TOUCH, 0}, {EV_SYN, SYN_REPORT, 0}};
 const Evs kFocusIn = {{27, 0, 0}, {26, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0}}, kOut = {{27, 1, 0}, {26, 1, 0}};
 
-TEST_F(IpcWindow, MouseEntersItWindowRelativeAndLeavesItOntoTheHost)
+// Leaving, the IPC screen keeps one slot and a frozen position.
+TEST_F(IpcWindow, MouseEntersItWindowRelativeAndLeavesItOntoTheHostWithTheContactFrozen)
 {
     play(mouse_, {{EV_REL, REL_X, 200}, {EV_REL, REL_X, 1000}, {EV_REL, REL_X, 5000}});
     EXPECT_EQ(got(IPC_SCREEN), (Evs{{27, 0, 0}, {EV_REL, REL_X, 200}, {27, 1, 0}}));
     // Out of the window at x 1300, then clamped to the host output.
     EXPECT_EQ(got(MAIN_SCREEN), (Evs{{27, 1, 0}, {27, 0, 0}, {EV_ABS, ABS_X, 1300}, {EV_ABS, ABS_X, 1919}}));
+
+    play(panel_, {{EV_ABS, ABS_MT_TRACKING_ID, 7}});  // the contact is slot 0's
+    play(panel_, kTouchAt1024);
+    got(IPC_SCREEN);
+    play(panel_, {{EV_ABS, ABS_MT_SLOT, 1}, {EV_ABS, ABS_MT_POSITION_X, 2000}, {EV_ABS, ABS_MT_SLOT, 0},
+                  {EV_SYN, SYN_REPORT, 0}});
+    play(mouse_, {{EV_REL, REL_X, 1000}});  // the cursor leaves the window
+    play(panel_, {{EV_ABS, ABS_X, 1500}});
+    EXPECT_EQ(got(IPC_SCREEN), (Evs{{EV_ABS, ABS_MT_SLOT, 0}, {EV_SYN, 0, 0}, {27, 1, 0}, {EV_ABS, ABS_X, 379}}));
 }
 
 TEST_F(IpcWindow, ATouchInItIsTheIpcScreensOnlyOutsideItsCutOuts)
@@ -84,18 +85,6 @@ TEST_F(IpcWindow, ATouchInItIsTheIpcScreensOnlyOutsideItsCutOuts)
     EXPECT_EQ(got(IPC_SCREEN), kOut);
     EXPECT_EQ(got(MAIN_SCREEN), (kFocusIn + Evs{{EV_ABS, ABS_X, 479}, {EV_ABS, ABS_X, 479}, {EV_ABS, ABS_Y, 269},
                                                {EV_KEY, BTN_MOUSE, 1}, {0, 0, 0}, {EV_KEY, BTN_MOUSE, 0}, {0, 0, 0}}));
-}
-
-TEST_F(IpcWindow, TheIpcScreenGetsOneSlotAndAFrozenPositionOnceTheCursorLeaves)
-{
-    play(panel_, {{EV_ABS, ABS_MT_TRACKING_ID, 7}});  // the contact is slot 0's
-    play(panel_, kTouchAt1024);
-    got(IPC_SCREEN);
-    play(panel_, {{EV_ABS, ABS_MT_SLOT, 1}, {EV_ABS, ABS_MT_POSITION_X, 2000}, {EV_ABS, ABS_MT_SLOT, 0},
-                  {EV_SYN, SYN_REPORT, 0}});
-    play(mouse_, {{EV_REL, REL_X, 1000}});  // the cursor leaves the window
-    play(panel_, {{EV_ABS, ABS_X, 1500}});
-    EXPECT_EQ(got(IPC_SCREEN), (Evs{{EV_ABS, ABS_MT_SLOT, 0}, {EV_SYN, 0, 0}, {27, 1, 0}, {EV_ABS, ABS_X, 379}}));
 }
 
 // Switched off: nothing changes, but a second touch-up within 0.8 s sends the wake-up key.

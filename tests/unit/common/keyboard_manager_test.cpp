@@ -1,16 +1,9 @@
 // Lock keys and keyboard LEDs, and the lines logged for every event sent.
 #include "common/keyboard_manager.h"
 
-#include "common/inputdevice_manager.h"
-#include "common/inputdevice_manager_internal.h"
-#include "common/screen_manager_internal.h"
-#include "common/send_event.h"
 #include "support/unit_common.h"
 
 namespace {
-
-using testsupport::brief;
-using Evs = std::vector<testsupport::Ev>;
 
 // A keyboard record whose node is a socket, so the LED writes can be read back.
 struct Keyboard : testsupport::UnitPeer {

@@ -2,16 +2,12 @@
 // formatting pass and the log file's rotation.
 #include "common/log.h"
 
-#include <filesystem>
-#include <syslog.h>
-
-#include "common/log_internal.h"
 #include "support/unit_common.h"
 
-using testsupport::LogCapture;
-
-// By default errors only, to syslog; info ranks below debug; bad levels keep the threshold.
-TEST(Log, LevelsMapToSyslogPrioritiesBehindTheThresholdWithTheCallersPrefix)
+// By default errors only, to syslog; info ranks below debug; bad levels keep the threshold. In the
+// second formatting pass conversions from a configuration line, a sysfs path or a peer address stand
+// as they are and "%%" becomes "%"; standard output has no prefix.
+TEST(Log, LevelsPlacesAndPrefixAndLinesCutAt510AndFormattedASecondTime)
 {
     EXPECT_TRUE(gs_log_level == LEVEL_ERROR && gs_log_place == LOG_PLACE_SYSLOG);
     {
@@ -39,21 +35,15 @@ TEST(Log, LevelsMapToSyslogPrioritiesBehindTheThresholdWithTheCallersPrefix)
         set_log_to_stdout(given);  // two and above and negatives select syslog
         EXPECT_EQ(gs_log_place, expected) << "-p " << given;
     }
-}
-
-// Conversions from a configuration line, a sysfs path or a peer address stand as they are in the
-// second pass, "%%" becomes "%"; standard output has no prefix.
-TEST(Log, LinesAreCutAt510CharactersAndFormattedASecondTime)
-{
     const std::string text(600, 'x');
     {
-        LogCapture log;
+        LogCapture cut;
         log_write(LEVEL_ERROR, "func", 12, "%s", text.c_str());
         log_write(LEVEL_ERROR, "f", 1, "%s\n", "StartSection %n%n%s%d %% %5.2f %");
         const std::string prefix = "[TACTORD] func:12 ";
-        ASSERT_EQ(log.lines().size(), 2u);
-        EXPECT_EQ(log.lines()[0].text, prefix + text.substr(0, 510 - prefix.size()));
-        EXPECT_EQ(log.lines()[1].text, "[TACTORD] f:1 StartSection %n%n%s%d % %5.2f %\n");
+        ASSERT_EQ(cut.lines().size(), 2u);
+        EXPECT_EQ(cut.lines()[0].text, prefix + text.substr(0, 510 - prefix.size()));
+        EXPECT_EQ(cut.lines()[1].text, "[TACTORD] f:1 StartSection %n%n%s%d % %5.2f %\n");
     }
     set_log_to_stdout(LOG_PLACE_STDOUT);
     testing::internal::CaptureStdout();

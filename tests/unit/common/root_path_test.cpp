@@ -2,8 +2,6 @@
 
 #include "support/unit_common.h"
 
-namespace {
-
 TEST(RootPath, PrefixedWithTheRootWhenSetAndCutNotOverrun)
 {
     root_path_buf buf;
@@ -22,5 +20,3 @@ TEST(RootPath, PrefixedWithTheRootWhenSetAndCutNotOverrun)
     EXPECT_EQ(small[sizeof small - 1], 'x');
     unsetenv("TACTORD_ROOT");
 }
-
-}  // namespace

@@ -2,15 +2,9 @@
 #include "common/screen_manager.h"
 
 #include "arm/screen_device_manager.h"
-#include "common/inputdevice_manager.h"
-#include "common/screen_manager_internal.h"
 #include "support/unit_common.h"
 
 namespace {
-
-using testsupport::brief;
-using testsupport::Ev;
-using Evs = std::vector<Ev>;
 
 // A grid written as nine digits, row by row.
 std::array<int32_t, GRID_CELLS> grid(const char* cells)
@@ -24,7 +18,7 @@ MultiModeInfo mode(int bits) { return {bits, grid("000120000"), {}}; }
 std::pair<int, int> ipc_size() { return {get_output_info(2)->width, get_output_info(2)->height}; }
 
 // Cells 3 -> 2 and 2 -> 3 wrap to the next row (kept); a cell outside 0..3 is empty.
-TEST(ScreenGrid, NeighboursFollowTheWholeGridNotTheRowAndParsePositionPlacesMainBySub)
+TEST(ScreenGrid, NeighboursFollowTheWholeGridParsePositionPlacesMainBySubAndOriginsFollow)
 {
     screen_info.postion = grid("102302990");
     const std::tuple<unsigned, int, int> moves[] = {
@@ -39,10 +33,6 @@ TEST(ScreenGrid, NeighboursFollowTheWholeGridNotTheRowAndParsePositionPlacesMain
         {"100100000", LEFT_OF}};  // the last main cell counts
     for (auto [cells, expected] : positions)
         EXPECT_EQ(parse_position(grid(cells).data()), expected) << cells;
-}
-
-TEST(ScreenLayout, OutputOriginsByCloneAndPosition)
-{
     screen_width = 1280;
     screen_height = 800;
     const std::array<int, 6> cases[] = {  // clone, position, main x, y, sub x, y
@@ -57,30 +47,10 @@ TEST(ScreenLayout, OutputOriginsByCloneAndPosition)
     EXPECT_EQ(get_output_info(3), nullptr);
 }
 
-TEST(ScreenModes, CloneOrALeavingSubTakesTheCursorBackToMain)
-{
-    testsupport::ScreenClients clients;
-    output_info_init();
-    MultiModeInfo ext = mode(MODE_EXTERN), clone = mode(MODE_CLONE);
-    const auto cursor_to_sub = [&] {
-        ASSERT_TRUE(handle_multimode_set(0, &ext) == 0 && screen_change_cursor(&screen_info, 0, 1) == 1);
-        clients.events(0);
-        clients.events(1);
-    };
-    cursor_to_sub();
-    ASSERT_EQ(handle_multimode_set(0, &clone), 0);
-    EXPECT_EQ(get_current_multimode(), MODE_CLONE);
-    EXPECT_EQ(brief(clients.events(1)), (Evs{{27, 1, 0}}));
-    EXPECT_EQ(brief(clients.events(0)), (Evs{{27, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0}}));
-    EXPECT_TRUE(get_cursor_client(&screen_info) == 0 && screen_info.client[1].output != nullptr);  // kept in clone
-    cursor_to_sub();
-    EXPECT_TRUE(handle_inputsys_close(clients.daemon_fd(1)) == 0 && get_cursor_client(&screen_info) == 0);
-    EXPECT_EQ(brief(clients.events(0)), (Evs{{27, 0, 0}}));
-}
-
 // Any client's scr_index returns 0 and indexes no table (screen 9 closes no IPC-extern bit); a
-// second double-player set leaves the players alone.
-TEST(ScreenModes, AModeSetTakesAnyScreenIndexAndDoublePlayerTwiceLeavesThePlayersAlone)
+// second double-player set leaves the players alone; IPC-extern closes only as the only IPC bit;
+// clone, or a sub screen's client leaving, takes the cursor back to main.
+TEST(ScreenModes, AnyScreenIndexDoublePlayerTwiceIpcExternClosingAndTheCursorBackToMain)
 {
     testsupport::ScreenClients clients({0, 1, 2});
     testsupport::LogCapture log(2);
@@ -98,11 +68,8 @@ TEST(ScreenModes, AModeSetTakesAnyScreenIndexAndDoublePlayerTwiceLeavesThePlayer
     ASSERT_EQ(handle_multimode_set(1, &info), 0);
     EXPECT_TRUE(log.has("Current mode is already MODE_DOUBLE_PLAYER\n"));
     EXPECT_EQ(double_screen[1].x, 555);
-}
 
-TEST(ScreenModes, IpcExternClosesOnlyWhenItIsTheOnlyIpcBit)
-{
-    testsupport::ScreenClients clients({0, 1, 2});
+    screen_model_reset();
     output_info_init();
     MultiModeInfo ext = mode(MODE_CLONE | MODE_IPC_EXTERN), clone = mode(MODE_CLONE);
     ASSERT_EQ(handle_multimode_set(0, &ext), 0);
@@ -118,6 +85,24 @@ TEST(ScreenModes, IpcExternClosesOnlyWhenItIsTheOnlyIpcBit)
     handle_multimode_set(0, &clone);
     EXPECT_EQ(get_current_multimode(), MODE_CLONE);
     EXPECT_TRUE((screen_info.mode & MODE_IPC_EXTERN) == 0 && get_cursor_client(&screen_info) == 0);
+
+    screen_model_reset();
+    output_info_init();
+    MultiModeInfo extended = mode(MODE_EXTERN);
+    const auto cursor_to_sub = [&] {
+        ASSERT_TRUE(handle_multimode_set(0, &extended) == 0 && screen_change_cursor(&screen_info, 0, 1) == 1);
+        clients.events(0);
+        clients.events(1);
+    };
+    cursor_to_sub();
+    ASSERT_EQ(handle_multimode_set(0, &clone), 0);
+    EXPECT_EQ(get_current_multimode(), MODE_CLONE);
+    EXPECT_EQ(brief(clients.events(1)), (Evs{{27, 1, 0}}));
+    EXPECT_EQ(brief(clients.events(0)), (Evs{{27, 0, 0}, {28, 0, 0}, {28, 1, 0}, {28, 2, 0}}));
+    EXPECT_TRUE(get_cursor_client(&screen_info) == 0 && screen_info.client[1].output != nullptr);  // kept in clone
+    cursor_to_sub();
+    EXPECT_TRUE(handle_inputsys_close(clients.daemon_fd(1)) == 0 && get_cursor_client(&screen_info) == 0);
+    EXPECT_EQ(brief(clients.events(0)), (Evs{{27, 0, 0}}));
 }
 
 // Cut-outs: two copies added and one deleted still cut out, cleared none; the list has a cap.

@@ -2,17 +2,12 @@
 // watchdog's keep-alives, which follow the loop's passes.
 #include "common/service_notify.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
-
 #include "common/cursor_timer.h"
 #include "support/unit_common.h"
 
-namespace {
-
-using namespace std::chrono_literals;
-
-TEST(ServiceNotify, KeepAlivesAreAskedForByAWholePeriodAddressedToThisProcess)
+// Keep-alives stop a few seconds after the counter stands still (the abort is far off here) and
+// come again when it moves.
+TEST(ServiceNotify, KeepAlivesAreAskedForByAWholePeriodAndFollowTheLoopsPasses)
 {
     const std::string self = std::to_string(getpid());
     const struct {
@@ -25,12 +20,6 @@ TEST(ServiceNotify, KeepAlivesAreAskedForByAWholePeriodAddressedToThisProcess)
         setenv("WATCHDOG_PID", c.pid, 1);
         EXPECT_EQ(service_watchdog_interval_us(), c.interval) << c.usec << " " << c.pid;
     }
-}
-
-// They stop a few seconds after the counter stands still (the abort is far off here) and come
-// again when it moves.
-TEST(ServiceNotify, TheWatchdogKeepsAliveOnlyWhileTheLoopPasses)
-{
     EXPECT_EQ(service_notify("READY=1"), 0);  // no manager asked
     setenv("NOTIFY_SOCKET", "relative", 1);
     EXPECT_EQ(service_notify("READY=1"), -1);
@@ -60,5 +49,3 @@ TEST(ServiceNotify, TheWatchdogKeepsAliveOnlyWhileTheLoopPasses)
     EXPECT_GE(keepalives(1500ms, true), 5);
     close(fd);
 }
-
-}  // namespace

@@ -2,9 +2,6 @@
 #include "common/ts_cali.h"
 
 #include "common/evdev_msg.h"
-#include "common/inputdevice_manager.h"
-#include "common/inputevent_handle.h"
-#include "msg_handle.h"
 #include "support/unit_common.h"
 
 namespace {
@@ -57,14 +54,11 @@ struct CaliSeat {
 
 const cali_point_s kTargets = {{100, 1820, 1820, 100, 960}, {100, 100, 980, 980, 540}};
 
-void expect_near(const std::array<int, 7>& got, const std::array<int, 7>& want, int tol)
-{
-    for (int i = 0; i < 7; ++i)
-        EXPECT_NEAR(got[i], want[i], tol) << "p" << i;
-}
+MATCHER_P(Within, tol, "") { return std::abs(std::get<0>(arg) - std::get<1>(arg)) <= tol; }
 using XY = std::pair<int, int>;
 
-TEST(Calibration, IdentityAndAffineTransformsAreRecovered)
+// Conversion takes the given parameters, then the seat's row, then the default.
+TEST(Calibration, TransformsAreRecoveredConversionFallsBackToTheDefaultAndRefusalsKeepThePreviousOne)
 {
     struct Case {
         const char* name;
@@ -79,23 +73,38 @@ TEST(Calibration, IdentityAndAffineTransformsAreRecovered)
         CaliSeat seat(c.raw);
         seat.capture();
         ASSERT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), 0);
-        expect_near(seat.rec->cali_param, c.want, 65536 / 4);  // single-precision sums
-        expect_near(cal_param_dat[0], seat.rec->cali_param, 0);
+        EXPECT_THAT(seat.rec->cali_param, testing::Pointwise(Within(65536 / 4), c.want));  // single-precision sums
+        EXPECT_EQ(cal_param_dat[0], seat.rec->cali_param);
         int x = 0, y = 0;
         ASSERT_EQ(coordinate_convert(0, c.raw.x[4], c.raw.y[4], seat.rec->cali_param.data(), &x, &y), 0);
         EXPECT_TRUE(std::abs(x - 960) <= 1 && std::abs(y - 540) <= 1) << x << "," << y;
         EXPECT_TRUE(ts_quit_calibrate_mode(0) == 0 && seat.rec->mode.load() == 0);
     }
-}
-
-TEST(Calibration, RefusalsKeepThePreviousTransform)
-{
     testsupport::LogCapture log;
+    const std::array<int, 7> own = {65536 * 10, 65536, 0, 0, 0, 65536, 65536};
+    const std::array<int, 7> none{};
+    const std::array<int, 7> wide = {0, 1 << 30, 0, INT32_MAX, INT32_MIN, INT32_MIN, 1};
+    std::array<int, 7> wide_neg = wide;
+    wide_neg[6] = -1;
+    cal_param_dat[3] = {0, 2 * 65536, 0, 0, 0, 3 * 65536, 65536};
+    // Overflowing the int range (X) or 64 bits (Y) saturates instead of wrapping; all-zero
+    // parameters and a seat without a row take the default.
+    const std::tuple<int, XY, const std::array<int, 7>*, XY> converts[] = {
+        {3, {5, 6}, &own, {15, 6}}, {3, {5, 6}, &none, {10, 18}}, {4, {2048, 2048}, &none, {412, 309}},
+        {-1, {2048, 2048}, &none, {412, 309}}, {3, {INT32_MIN, INT32_MIN}, &wide, {INT32_MIN, INT32_MAX}},
+        {3, {INT32_MIN, INT32_MIN}, &wide_neg, {INT32_MAX, INT32_MIN}}};
+    for (auto [seat, raw, param, want] : converts) {
+        XY got;
+        coordinate_convert(seat, raw.first, raw.second, param->data(), &got.first, &got.second);
+        EXPECT_EQ(got, want) << seat << " " << raw.first;
+    }
+    EXPECT_TRUE(log.has("error cali param, please calibrate again! \n"));
+    cal_param_dat = {};
+
     const cali_point_s same = {{500, 500, 500, 500, 500}, {700, 700, 700, 700, 700}};
     CaliSeat seat(same);
     seat.rec->cali_param = {1, 2, 3, 4, 5, 6, 7};
     EXPECT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), -2);  // not calibrating
-    EXPECT_TRUE(log.has("Error, ts calibration is not ready\n"));
     ASSERT_EQ(ts_enter_calibrate_mode(0), 0);
     EXPECT_EQ(ts_calibrate(0, &kTargets, 1920, 1080), -2);  // fifth point not captured
     seat.capture();
@@ -117,7 +126,6 @@ TEST(Calibration, RefusalsKeepThePreviousTransform)
     EXPECT_TRUE(ts_get_cali_point(0, 0) == -1 && ts_get_cali_point(0, 6) == -1);
     seat.rec->ts_type = 1;
     EXPECT_TRUE(ts_enter_calibrate_mode(0) == -2 && ts_get_cali_ts_private_data(0) == nullptr);
-    // Seat 15 is refused by every accessor.
     ts_priv_data_s unowned;
     EXPECT_EQ(ts_set_private_data(15, &unowned), -1);
     ts_free_private_data(15);
@@ -125,30 +133,6 @@ TEST(Calibration, RefusalsKeepThePreviousTransform)
     EXPECT_EQ(ts_get_cali_ts_private_data(15), nullptr);
     EXPECT_TRUE(log.has("Error, invalid param (scr 15)\n"));
     EXPECT_EQ(log.count("Error, invalid param (usb seat 15)\n"), 5);
-}
-
-TEST(Calibration, ConvertTakesParametersThenTheSeatRowThenTheDefault)
-{
-    testsupport::LogCapture log;
-    const std::array<int, 7> own = {65536 * 10, 65536, 0, 0, 0, 65536, 65536};
-    const std::array<int, 7> none{};
-    const std::array<int, 7> wide = {0, 1 << 30, 0, INT32_MAX, INT32_MIN, INT32_MIN, 1};
-    std::array<int, 7> wide_neg = wide;
-    wide_neg[6] = -1;
-    cal_param_dat[3] = {0, 2 * 65536, 0, 0, 0, 3 * 65536, 65536};
-    // Overflowing the int range (X) or 64 bits (Y) saturates instead of wrapping; all-zero
-    // parameters and a seat without a row take the default.
-    const std::tuple<int, XY, const std::array<int, 7>*, XY> cases[] = {
-        {3, {5, 6}, &own, {15, 6}}, {3, {5, 6}, &none, {10, 18}}, {4, {2048, 2048}, &none, {412, 309}},
-        {-1, {2048, 2048}, &none, {412, 309}}, {3, {INT32_MIN, INT32_MIN}, &wide, {INT32_MIN, INT32_MAX}},
-        {3, {INT32_MIN, INT32_MIN}, &wide_neg, {INT32_MAX, INT32_MIN}}};
-    for (auto [seat, raw, param, want] : cases) {
-        XY got;
-        coordinate_convert(seat, raw.first, raw.second, param->data(), &got.first, &got.second);
-        EXPECT_EQ(got, want) << seat << " " << raw.first;
-    }
-    EXPECT_TRUE(log.has("error cali param, please calibrate again! \n"));
-    cal_param_dat = {};
 }
 
 }  // namespace

@@ -1,26 +1,12 @@
 // Every worked hex example of docs/protocol.md is the bytes the code's encoders produce, and each one
 // named here is in the document (a failure prints the encoder's bytes in the document's layout).
-#include <gtest/gtest.h>
-#include <linux/input.h>
-
-#include <cstring>
-#include <functional>
-#include <map>
-#include <regex>
-#include <set>
-
 #include "client/control_client.h"
-#include "common/OrvelClient.h"
-#include "common/OrvelClient_internal.h"
 #include "common/keyboard_manager.h"
-#include "common/screen_manager.h"
 #include "common/usb_gun/usbgun_records.h"
-#include "support/scratch_root.h"
-#include "support/screen_clients.h"
+#include "support/unit_common.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using tactord::input_event;
 
 template <typename T>
@@ -89,12 +75,7 @@ TEST(ProtocolDocument, WorkedExamplesAreTheEncodersBytes)
         {"agent-key-a", [] { return ipc_frame({0, 0, EV_KEY, KEY_A, 1}); }},
         {"agent-move", [] { return ipc_frame({0, 0, EV_ABS, ABS_Y, 540}), ipc_frame({0, 0, EV_ABS, ABS_X, 960}); }},
         {"agent-caps-on", [] { return ipc_frame({0, 0, EV_PRIV_LOCK_KEY_STATE, 0, 1}); }},
-        {"agent-window-size-answer", [] {
-             Bytes b = bytes_of(IPCMsg_t{IPC_PKG_FLAG, 4 + sizeof(IPCWINSIZE), 0, MessageType_WindowsSize});
-             const Bytes s = bytes_of(IPCWINSIZE{1, 1920, 1080});
-             b.insert(b.end(), s.begin(), s.end());
-             return b;
-         }},
+        {"agent-window-size-answer", [] { return testsupport::agent_frame(MessageType_WindowsSize, {1, 1920, 1080}); }},
     };
     // "<!-- example: NAME -->" followed by a fenced block of hex bytes.
     const std::string doc = testsupport::read_file(TACTORD_SOURCE_DIR "/docs/protocol.md");

@@ -2,12 +2,9 @@
 // the line a malformed file is refused at. The recording is the fuzz target's touchscreen seed.
 #include "sim/evemu.h"
 
-#include <gtest/gtest.h>
-#include <linux/input.h>
+#include "support/unit_common.h"
 
-#include "support/scratch_root.h"
-
-TEST(Recording, HeaderDescribesTheDeviceAndEventsFallIntoFrames)
+TEST(Recording, HeaderDescribesTheDeviceEventsFallIntoFramesAndMalformedLinesAreRefused)
 {
     // A last frame without its SYN_REPORT, a time with leading zeros and a comment after the values.
     const std::string text = testsupport::read_file(TACTORD_SOURCE_DIR "/fuzz/corpus/evemu_fuzz/touchscreen.events") +
@@ -30,10 +27,7 @@ TEST(Recording, HeaderDescribesTheDeviceAndEventsFallIntoFrames)
     const auto frames = emul::recording_frames(rec.events);
     ASSERT_EQ(frames.size(), 3U);  // the last frame has no SYN_REPORT and is kept
     EXPECT_TRUE(frames[0].size() == 8U && frames[1].size() == 3U && frames[2].size() == 1U);
-}
 
-TEST(Recording, MalformedLinesAreRefusedWithTheirNumber)
-{
     const struct {
         std::string text;
         const char* error;
@@ -50,14 +44,12 @@ TEST(Recording, MalformedLinesAreRefusedWithTheirNumber)
         {"B: 01 " + [] { std::string s; for (int i = 0; i < 97; ++i) s += "ff "; return s; }(), "line 1: malformed \"B:\""},
     };
     for (const auto& c : cases) {
-        emul::Recording rec;
-        std::string error;
+        rec = {};
         EXPECT_FALSE(emul::parse_recording(c.text, rec, error)) << c.text;
         EXPECT_EQ(error.rfind(c.error, 0), 0U) << error;
     }
     // Unknown header lines are no error (they describe what is not emulated), nor is a short "A:" line.
-    emul::Recording rec;
-    std::string error;
+    rec = {};
     EXPECT_TRUE(emul::parse_recording("P: 00 00\nL: 00 1\nS: 00 0\nX: new\nA: 35 0 4095\n", rec, error)) << error;
     EXPECT_FALSE(rec.describes_device());
 }

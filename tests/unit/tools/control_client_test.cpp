@@ -1,34 +1,12 @@
 // The control connection against a stand-in daemon: replies told from events, the fence, the monitor loop.
 #include "client/control_client.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <functional>
-#include <thread>
-
 #include "client/monitor.h"
-#include "common/usb_gun/unixsocket.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using tactord::input_event;
-
-// What fill wrote to a stream.
-std::string printed(const std::function<void(std::FILE*)>& fill)
-{
-    char* text = nullptr;
-    std::size_t len = 0;
-    std::FILE* out = open_memstream(&text, &len);
-    fill(out);
-    std::fclose(out);
-    std::string s(text);
-    std::free(text);
-    return s;
-}
 
 class ControlClient : public ::testing::Test {
 protected:

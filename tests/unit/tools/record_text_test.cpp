@@ -1,19 +1,15 @@
 // What the tools print for each record, event names both ways, and command-line words.
 #include "client/record_text.h"
 
-#include <gtest/gtest.h>
-#include <linux/input.h>
-
-#include <cstring>
-
 #include "client/args.h"
 #include "client/input_names.h"
+#include "support/unit_common.h"
 
 namespace {
 
 using tactord::input_event;
 
-TEST(RecordText, EventsInWords)
+TEST(ToolText, RecordsInWordsAndEventNamesNumbersListsAndSecondsParsed)
 {
     const struct {
         input_event ev;
@@ -42,10 +38,7 @@ TEST(RecordText, EventsInWords)
               R"("code_name":"KEY_A","text":"EV_KEY KEY_A press"})");
     EXPECT_EQ(tools::event_json({0, 0, 28, 0, 1}),
               R"({"record":"lock","sec":0,"usec":0,"type":28,"code":0,"value":1,"text":"lock Caps on"})");
-}
 
-TEST(RecordText, RepliesAndModes)
-{
     SystemMsg m{};
     m.type = TYPE_GET_VERSION;  // text fields read no further than their 16 characters
     std::memset(m.data.version.tactordVer.data(), 'v', 16);
@@ -63,10 +56,7 @@ TEST(RecordText, RepliesAndModes)
     EXPECT_EQ(tools::mode_name(MODE_CLONE | 0x40), "clone 0x40");
     EXPECT_EQ(tools::parse_mode_word("double-player"), MODE_DOUBLE_PLAYER);
     EXPECT_FALSE(tools::parse_mode_word("ipc-window"));  // the window has requests of its own
-}
 
-TEST(InputNames, BothWays)
-{
     EXPECT_STREQ(tools::event_type_name(EV_REL), "EV_REL");
     EXPECT_EQ(tools::event_type_name(0x1f), nullptr);
     EXPECT_TRUE(tools::parse_event_type("EV_ABS") == EV_ABS && tools::parse_event_type("0x11") == EV_LED);
@@ -74,10 +64,6 @@ TEST(InputNames, BothWays)
     EXPECT_TRUE(!tools::parse_event_code(EV_REL, "KEY_A") && !tools::parse_event_code(EV_KEY, "65536"));
     EXPECT_EQ(tools::parse_code_name("ABS_MT_SLOT"), std::make_pair(uint16_t{EV_ABS}, uint16_t{ABS_MT_SLOT}));
     EXPECT_EQ(tools::parse_code_name("EV_KEY"), std::nullopt);
-}
-
-TEST(Args, NumbersListsAndSeconds)
-{
     EXPECT_TRUE(tools::parse_integer("-5", -10, 10) == -5 && tools::parse_integer("0x10", 0, 100) == 16);
     for (const char* bad : {"", "-", "5x", "11", "99999999999999999999"})
         EXPECT_EQ(tools::parse_integer(bad, -10, 10), std::nullopt) << bad;

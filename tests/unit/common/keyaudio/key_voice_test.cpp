@@ -1,13 +1,7 @@
 #include "common/keyaudio/key_voice.h"
 
-#include <filesystem>
-
 #include "common/keyaudio/voicelog.h"
 #include "support/unit_common.h"
-
-namespace {
-
-using namespace testsupport;
 
 TEST(KeyAudio, LogThatCannotBeOpenedIsSkippedQuietly)
 {
@@ -22,7 +16,5 @@ TEST(KeyAudio, LogThatCannotBeOpenedIsSkippedQuietly)
     std::filesystem::create_directories(root.at("/tmp"));
     ASSERT_EQ(audiolog_log_init(KEY_AUDIO_LOG_PATH), 0);  // tried again
     audiolog_log_dumpdata(&byte, 1);                        // the last byte is never shown
-    EXPECT_EQ(count_text(read_file(root.at("/tmp/audio-server.txt")), "[001]Data:\r\n"), 1);
+    EXPECT_EQ(root.count_in("/tmp/audio-server.txt", "[001]Data:\r\n"), 1);
 }
-
-}  // namespace

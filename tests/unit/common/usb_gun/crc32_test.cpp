@@ -1,6 +1,6 @@
 #include "common/usb_gun/crc32.h"
 
-#include <gtest/gtest.h>
+#include "support/unit_common.h"
 
 TEST(Crc32, StandardCheckValueEmptyInputAndCheck)
 {

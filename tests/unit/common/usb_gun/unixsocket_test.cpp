@@ -1,18 +1,15 @@
 #include "common/usb_gun/unixsocket.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "support/unit_common.h"
 
-#include <cerrno>
-
-#include "support/scratch_root.h"
-
-TEST(UnixSocket, ServerUnderTheRootAcceptsAClientAndReadsWithATimeout)
+TEST(UnixSocket, ServedUnderTheRootWithATimeoutAcceptFailuresReportedOnceASecondAFailedBindClosed)
 {
+    AcceptFailures failures;
+    const auto t0 = std::chrono::steady_clock::now();
+    const std::pair<int, unsigned> at_ms_reported[] = {{0, 1}, {10, 0}, {900, 0}, {1000, 3}, {1500, 0}, {2100, 2}};
+    for (const auto& [at, reported] : at_ms_reported)
+        EXPECT_EQ(failures.note(ECONNABORTED, t0 + std::chrono::milliseconds(at)), reported) << at;
+
     testsupport::ScratchRoot root;
     const int server = unix_server_open("/tmp/UNIX2.domain.test");
     struct stat st{};
@@ -28,38 +25,25 @@ TEST(UnixSocket, ServerUnderTheRootAcceptsAClientAndReadsWithATimeout)
     EXPECT_TRUE(unix_client_open("/tmp/nobody.listens") == -2 && unix_socket_close(0) == 0);
     for (int fd : {conn, client, server})
         EXPECT_EQ(unix_socket_close(fd), 0);
-}
 
-TEST(UnixSocket, FailedBindClosesItsSocketAndHighDescriptorsAreServedWithoutSigpipe)
-{
-    testsupport::ScratchRoot root;
+    unlink(root.at("/tmp/UNIX2.domain.test").c_str());
     ASSERT_EQ(mkdir(root.at("/tmp/UNIX2.domain.test").c_str(), 0755), 0);  // a directory where the socket goes
     const int lowest = open("/dev/null", O_RDONLY);  // the number a leaked socket would take
     close(lowest);
     EXPECT_EQ(unix_server_open("/tmp/UNIX2.domain.test"), -2);
     EXPECT_EQ(open("/dev/null", O_RDONLY), lowest);
 
-    int sv[2];  // beyond select's FD_SETSIZE
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
+    testsupport::UnitPeer pair;  // the daemon's end moved beyond select's FD_SETSIZE
     rlimit lim{};
     getrlimit(RLIMIT_NOFILE, &lim);
     lim.rlim_cur = std::max<rlim_t>(lim.rlim_cur, std::min<rlim_t>(lim.rlim_max, 2048));
     setrlimit(RLIMIT_NOFILE, &lim);
-    const int high = fcntl(sv[0], F_DUPFD, 1500);
+    const int high = fcntl(pair.daemon, F_DUPFD, 1500);
     if (high < 0)
         GTEST_SKIP() << "no descriptor above 1500";
-    char buf[4];
-    ASSERT_EQ(unix_socket_write(sv[1], "x", 1), 1);
+    ASSERT_EQ(unix_socket_write(pair.peer, "x", 1), 1);
     EXPECT_EQ(unix_socket_read(high, buf, sizeof buf, 100), 1);
-    close(sv[1]);
+    pair.close_peer();
     EXPECT_TRUE(unix_socket_send(high, "x", 1) == -1 && errno == EPIPE);  // a peer gone: EPIPE, no SIGPIPE
 }
 
-TEST(UnixSocket, AcceptFailuresAreLoggedOnceASecondWithTheCountHeldBack)
-{
-    AcceptFailures failures;
-    const auto t0 = std::chrono::steady_clock::now();
-    const std::pair<int, unsigned> at_ms_reported[] = {{0, 1}, {10, 0}, {900, 0}, {1000, 3}, {1500, 0}, {2100, 2}};
-    for (const auto& [at, reported] : at_ms_reported)
-        EXPECT_EQ(failures.note(ECONNABORTED, t0 + std::chrono::milliseconds(at)), reported) << at;
-}

@@ -2,18 +2,10 @@
 // configuration records it writes, and one connection per process.
 #include "common/usb_gun/usbgun_c.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-
-#include "common/usb_gun/unixsocket.h"
 #include "common/usb_gun/usbgun_c_internal.h"
-#include "common/usb_gun/usblog.h"
-#include "support/scanner.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
-
-using namespace testsupport;
 
 int lists_seen = 0;
 int on_list(uint8_t* data, int len)
@@ -35,8 +27,7 @@ protected:
         ASSERT_EQ(usblog_init_log("/tmp/scan-client.txt"), 0);
         usbgun_client.cb = {on_list, nullptr};
     }
-    int logged(const std::string& line) const { return count_text(read_file(root_.at("/tmp/scan-client.txt")), line); }
-    // A read of the receiver that brought these bytes.
+    int logged(const std::string& line) const { return root_.count_in("/tmp/scan-client.txt", line); }
     static void receive(const Bytes& bytes)
     {
         std::copy(bytes.begin(), bytes.end(), usbgun_client.buf + usbgun_client.held);
@@ -94,26 +85,20 @@ TEST_F(ScannerClient, RingWrapsOverwritesUnreadBytesUnlessFullAndReadsAreChecked
 }
 
 // Their arrival at the service is pinned with the C client; here the bytes, the cut name and the lines.
-TEST_F(ScannerClient, SendersWriteTheThreeConfigurationRecords)
+TEST_F(ScannerClient, SendersWriteTheThreeConfigurationRecordsAndASecondInitKeepsTheFirstConnection)
 {
     EXPECT_TRUE(UsbGunConfigSet("Scanner", 1) == 0 && UsbGunDataTypeSet(1) == 0 && UsbGunSetRouteInfo(1, 2) == 0);
     EXPECT_TRUE(logged("] Unx socket handle not init.\r\n") == 2 && logged("] unx socket handle not init.\r\n") == 1);
-    int sv[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
-    usbgun_client.unx_fd = sv[0];
+    UnitPeer service;
+    usbgun_client.unx_fd = service.daemon;
     const std::string long_name(300, 'n');
     EXPECT_TRUE(UsbGunConfigSet(long_name.c_str(), 1) == 0 && UsbGunDataTypeSet(1) == 0 && UsbGunSetRouteInfo(1, 2) == 0);
-    Bytes got(1024);
-    got.resize(static_cast<std::size_t>(unix_socket_read(sv[1], got.data(), got.size(), 1000)));
-    EXPECT_EQ(got, unx_record(2, name_payload(1, long_name)) + unx_record(3, words({1})) + unx_record(4, words({1, 2})));
+    EXPECT_EQ(service.drain(), unx_record(2, name_payload(1, long_name)) + unx_record(3, words({1})) + unx_record(4, words({1, 2})));
     for (const std::string& line : {"Name:" + std::string(255, 'n') + ",bOn:1 success...\r\n",
                                     std::string("Data type 1 success...\r\n"),
                                     std::string("nRouteMode:1 nFixedScreen:2 success...\r\n")})
         EXPECT_EQ(logged(line), 1) << line;
-}
 
-TEST_F(ScannerClient, SecondInitKeepsTheFirstConnection)
-{
     ASSERT_GT(unix_server_open(SCANNER_SOCKET_PATH), 0);
     ASSERT_EQ(UsbGunInit({on_list, nullptr}), 0);
     const int fd = usbgun_client.unx_fd.load();

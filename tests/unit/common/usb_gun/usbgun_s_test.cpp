@@ -2,23 +2,9 @@
 // reads, and only the newest client served.
 #include "common/usb_gun/usbgun_s.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <mutex>
-#include <thread>
-
-#include "common/usb_gun/unixsocket.h"
-#include "common/usb_gun/usbgun_s_internal.h"
-#include "common/usb_gun/usblog.h"
-#include "support/remote_link.h"
-#include "support/scanner.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
-
-using namespace testsupport;
 
 std::mutex calls_mutex;  // guards calls: the service's own thread reports too
 std::vector<int> calls;
@@ -35,7 +21,7 @@ protected:
         ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
         usbgun_srv.cb = {on_config, nullptr};
     }
-    int logged(const std::string& line) const { return count_text(read_file(root_.at("/tmp/scan-server.txt")), line); }
+    int logged(const std::string& line) const { return root_.count_in("/tmp/scan-server.txt", line); }
     static Bytes receive(int fd)
     {
         Bytes out(65536);
@@ -47,18 +33,17 @@ protected:
 
 // The head's CRCs are the encoder's (the protocol document's example); the inventory record's bytes are
 // pinned end to end (fault drills, the C client).
-TEST_F(ScannerServer, ScanRecordsAreByteExactAndNeedAClient)
+TEST_F(ScannerServer, ScanRecordsAreByteExactAndNeedAClientConfigurationRecordsAreReassembled)
 {
     const uint8_t three[] = {1, 2, 3};
     EXPECT_TRUE(UsbScanGunWriteData(0, eKbdData, three, 3) == 0 && UsbDevInfoWriteData(three, 3) == 0);
     EXPECT_EQ(logged("unx socket handle not init.\r\n"), 2);
-    int sv[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
-    usbgun_srv.unx_fd = sv[0];
+    UnitPeer client;
+    usbgun_srv.unx_fd = client.daemon;
     for (const std::string& scan : {std::string(), std::string("0123456789\r"), std::string(300, 'x')}) {
         const auto n = static_cast<unsigned>(scan.size());
         ASSERT_EQ(UsbScanGunWriteData(1, eCdcData, reinterpret_cast<const uint8_t*>(scan.data()), n), int(n + 36));
-        const Bytes rec = receive(sv[1]);
+        const Bytes rec = client.drain();
         ASSERT_EQ(rec.size(), n + 36);
         EXPECT_EQ(Bytes(rec.begin(), rec.begin() + 28), unx_record(1, words({0x55AA55AA, 1, 1, n}), n + 24));
         EXPECT_EQ(std::string(rec.begin() + 36, rec.end()), scan);
@@ -67,13 +52,10 @@ TEST_F(ScannerServer, ScanRecordsAreByteExactAndNeedAClient)
     const Bytes list(sizeof(UsbDevInfo_t), 0x5A);
     EXPECT_TRUE(UsbDevInfoWriteData(list.data(), int(list.size())) == 0 && UsbScanGunWriteData(0, eKbdData, nullptr, 3) == -1);
     EXPECT_EQ(logged("DevInfo write data len:16772, real len:16784...\r\n"), 1);
-}
 
-// Per case: the indexes reported, the bytes kept, and whether the thread keeps its lock.
-TEST_F(ScannerServer, ConfigurationRecordsAreReassembledAcrossReads)
-{
     const Bytes type = unx_record(3, words({1})), route = unx_record(4, words({1, 2}));
     const Bytes name = unx_record(2, name_payload(1, "Scanner")), junk(20, 7);
+    // Per case: the indexes reported, the bytes kept, and whether the thread keeps its lock.
     const struct {
         const char* what;
         std::vector<Bytes> reads;
@@ -115,7 +97,6 @@ TEST_F(ScannerServer, ConfigurationRecordsAreReassembledAcrossReads)
     EXPECT_EQ(logged("[020]Data:aabb77aa040000000800000001000000020000\r\n"), 2);  // a dump leaves out the last byte
 }
 
-// The service's own threads over a real socket.
 TEST_F(ScannerServer, OnlyTheNewestClientIsServedAndNoneStallsTheWriters)
 {
     int first = -1, second = -1;

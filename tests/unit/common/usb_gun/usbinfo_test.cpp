@@ -1,20 +1,10 @@
 // The USB inventory: the kernel's listing parsed into a bounded list, looked up, copied and shown.
 #include "common/usb_gun/usbinfo.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <tuple>
-
 #include "common/usb_gun/usbinfo_internal.h"
-#include "common/usb_gun/usblog.h"
-#include "support/scanner.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 namespace {
-
-using testsupport::listed_device;
 
 const std::string kListing =
     listed_device(0x046d, 0xc31c, "USB Keyboard", "usb-musb-hdrc.1-1.1/input0", "sysrq kbd leds event1") +
@@ -39,7 +29,7 @@ std::vector<int> lookup(const char* name, int rc)
     return std::vector<int>(out.h_evt, out.h_evt + out.count);
 }
 
-TEST(UsbInventory, OnlyUsbDevicesAreListedAndFoundByNamePrefix)
+TEST(UsbInventory, OnlyUsbDevicesAreListedBoundedFoundByNamePrefixCopiedUnderTheRootAndShown)
 {
     usbdev_ctrl.usbinfo = parse(kListing);
     const UsbDevInfo_t& list = usbdev_ctrl.usbinfo;
@@ -51,35 +41,29 @@ TEST(UsbInventory, OnlyUsbDevicesAreListedAndFoundByNamePrefix)
     EXPECT_EQ(lookup("Scanner", 0), (std::vector<int>{3, 12}));
     EXPECT_EQ(lookup("ScannerX", 0), (std::vector<int>{12}));
     EXPECT_EQ(lookup("Printer", -2), (std::vector<int>{}));
-}
 
-TEST(UsbInventory, ListAndAnswerAreBounded)
-{
     std::string text, many;
     for (int i = 0; i < 40; ++i)
         text += listed_device(1, 2, std::string(300, 'n'), "usb-1/" + std::string(300, 'p'), "event" + std::to_string(i));
-    const UsbDevInfo_t list = parse(text);
-    ASSERT_EQ(list.usbdev_total_count, 32);
-    EXPECT_EQ(std::string(list.usb_desc[31].devname), std::string(255, 'n'));
-    EXPECT_EQ(std::string(list.usb_desc[31].physname).size(), 255U);
+    const UsbDevInfo_t full = parse(text);
+    ASSERT_EQ(full.usbdev_total_count, 32);
+    EXPECT_EQ(std::string(full.usb_desc[31].devname), std::string(255, 'n'));
+    EXPECT_EQ(std::string(full.usb_desc[31].physname).size(), 255U);
     // A listing cut inside an entry ends the parse there.
     EXPECT_EQ(parse(kListing.substr(0, kListing.find("Scanner Device") + 3)).usbdev_total_count, 1);
     for (int i = 0; i < 6; ++i)  // more matches than the answer holds
         many += listed_device(1, 1, "Scanner " + std::to_string(i), "usb-1/input0", "event" + std::to_string(i));
     usbdev_ctrl.usbinfo = parse(many);
     EXPECT_EQ(lookup("Scanner", 0), (std::vector<int>{0, 1, 2, 3}));
-}
 
-TEST(UsbInventory, KernelListingIsCopiedUnderTheRootAndShown)
-{
     testsupport::ScratchRoot root;
     ASSERT_EQ(usblog_init_log("/tmp/scan-server.txt"), 0);
     std::filesystem::create_directories(root.at("/proc/bus/input"));
     testsupport::write_file(root.at("/proc/bus/input/devices"), kListing);
-    UsbDevInfo_t list;
-    ASSERT_TRUE(UsbDevGetInfo(&list) == 0 && list.usbdev_total_count == 4);
+    UsbDevInfo_t got;
+    ASSERT_TRUE(UsbDevGetInfo(&got) == 0 && got.usbdev_total_count == 4);
     EXPECT_EQ(testsupport::read_file(root.at("/tmp/usbinfo")), kListing);  // the copy stays
-    UsbDevShowInfo(list);
+    UsbDevShowInfo(got);
     const std::string log = testsupport::read_file(root.at("/tmp/scan-server.txt"));
     for (const char* line : {"Show All 4 Usb devices Info.\r\n", "] [0] Vendor=46d Product=c31c event1 [",
                              "] Name:USB Keyboard\r\n"})
@@ -95,7 +79,7 @@ TEST(UsbInventory, KernelListingIsCopiedUnderTheRootAndShown)
     EXPECT_EQ(AddupEventTotal(dev.c_str()), 1);
 
     std::filesystem::remove_all(root.at("/tmp"));
-    EXPECT_TRUE(UsbDevGetInfo(&list) == -1 && list.usbdev_total_count == 0);
+    EXPECT_TRUE(UsbDevGetInfo(&got) == -1 && got.usbdev_total_count == 0);
 }
 
 }  // namespace

@@ -1,10 +1,7 @@
 #include "common/usb_gun/usbkbd_scanner.h"
 
-#include <gtest/gtest.h>
-
 #include "common/usb_gun/usbkbd_scanner_internal.h"
-#include "common/usb_gun/usblog.h"
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 // Per step: the event declared or withdrawn, then the declared event of each slot (0: free).
 TEST(WedgeScannerSlots, DeclarationsFillFourSlotsAndAreLoggedEvenWhenNothingChanges)
@@ -29,7 +26,6 @@ TEST(WedgeScannerSlots, DeclarationsFillFourSlotsAndAreLoggedEvenWhenNothingChan
             slots.push_back(slot.bOn != 0 ? slot.index : 0);
         EXPECT_EQ(slots, s.slots) << s.event << (s.on ? " on" : " off");
     }
-    const std::string log = testsupport::read_file(root.at("/tmp/scan-server.txt"));
-    EXPECT_EQ(testsupport::count_text(log, "Set event7 as  ScanGun device success...\r\n"), 2);
-    EXPECT_EQ(testsupport::count_text(log, "Set event9 as NOT ScanGun device success...\r\n"), 1);
+    EXPECT_EQ(root.count_in("/tmp/scan-server.txt", "Set event7 as  ScanGun device success...\r\n"), 2);
+    EXPECT_EQ(root.count_in("/tmp/scan-server.txt", "Set event9 as NOT ScanGun device success...\r\n"), 1);
 }

@@ -1,10 +1,6 @@
 #include "common/usb_gun/usblog.h"
 
-#include <gtest/gtest.h>
-
-#include <regex>
-
-#include "support/scratch_root.h"
+#include "support/unit_common.h"
 
 TEST(ScannerLog, LinesCarryTimeFunctionAndLineAndDumpsLeaveOutTheLastByte)
 {

@@ -1,23 +1,11 @@
 // Scans routed by the client's route to the scanner client or over the agent link (socket pairs).
 #include "common/usb_gun/usbscangun_manger.h"
 
-#include <gtest/gtest.h>
-
-#include "common/OrvelClient.h"
-#include "common/OrvelClient_internal.h"
-#include "common/screen_manager.h"
-#include "common/usb_gun/usbgun_s_internal.h"
-#include "common/usb_gun/usblog.h"
 #include "common/usb_gun/usbscangun_manger_internal.h"
-#include "support/scanner.h"
-#include "support/scratch_root.h"
-#include "support/screen_clients.h"
+#include "support/unit_common.h"
 
 namespace {
 
-using namespace testsupport;
-
-// A record from the client, taken by the configuration thread and applied.
 void client_sends(uint32_t func, const Bytes& payload)
 {
     const Bytes record = unx_record(func, payload);
