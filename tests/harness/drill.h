@@ -1,4 +1,4 @@
-// What the fault drills share: a daemon under a scratch root with its devices
+// What the system tests share: a daemon under a scratch root with its devices
 // emulated, its descriptors and memory read from /proc, its end by a signal,
 // and probes that show it still serving within a bound.
 #pragma once
@@ -6,19 +6,37 @@
 #include <gtest/gtest.h>
 #include <linux/input.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <memory>
 #include <optional>
+#include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
+#include "common/OrvelClient.h"
+#include "common/keyaudio/key_voice.h"
+#include "common/usb_gun/unixsocket.h"
+#include "common/usb_gun/usbgun_c.h"
+#include "common/usb_gun/usbgun_records.h"
+#include "common/usb_gun/usbscangun_manger.h"
 #include "harness/display_client.h"
 #include "sim/daemon_process.h"
 #include "sim/dev_mod_cfg_emul.h"
 #include "sim/devices.h"
 #include "sim/evdev_testbed.h"
+#include "sim/fb_emul.h"
 #include "support/remote_link.h"
+#include "support/scanner.h"
 #include "support/scratch_root.h"
+#include "support/shell.h"
+
+using namespace std::chrono_literals;
 
 namespace testharness {
 
@@ -44,10 +62,6 @@ int connect_unix(const char* path, std::chrono::milliseconds wait = 10s);
 bool round_trip(DisplayClient& c, int32_t tag, std::chrono::milliseconds bound = kServeBound);
 // A contact on a 0..4095 panel at (100, 200) and its release, played into node.
 bool play_tap(emul::EvdevTestbed& bed, int node);
-// The next n events of c (focus, cursor and lock-key records aside) as (type,
-// code, value); fewer when they do not come within bound.
-std::vector<std::tuple<int, int, int>> receive(DisplayClient& c, std::size_t n,
-                                               std::chrono::milliseconds bound = kServeBound);
 // That tap reaches c, the client of a 1920 x 1080 screen, whole within
 // kServeBound (focus, cursor and lock-key records aside).
 ::testing::AssertionResult tap_served(emul::EvdevTestbed& bed, int node, DisplayClient& c);

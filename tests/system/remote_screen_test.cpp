@@ -1,17 +1,11 @@
 // The real daemon with its remote-screen clients on (-i 1), in a private
 // network namespace, against a fake agent: its answers through the control
 // socket, the liveness path, and input routed to the IPC screen.
-
-#include <cstring>
-#include <tuple>
-
-#include "common/OrvelClient.h"
 #include "common/screen_manager.h"
 #include "harness/drill.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using testharness::make_msg;
 using testsupport::agent_frame;
 using Words = std::vector<uint32_t>;
