@@ -91,18 +91,6 @@ struct FaultDrills : DaemonTest {
         reader.join();
         return answered;
     }
-    // While misbehave() runs, a probe and the main screen's client are served.
-    void drill(const std::function<void()>& misbehave)
-    {
-        start();
-        register_main(7);
-        const int fds_before = settled_fds();
-        ServingProbe probe(root_.path());
-        misbehave();
-        EXPECT_EQ(probe.stop(), 0) << "round trips beyond " << kServeBound.count() << " ms, of " << probe.rounds();
-        recovered(fds_before);
-    }
-
     bool scan_logged(const std::string& line, int n = 1)
     {
         return testsupport::wait_for_file_text(root_.at(SCANNER_LOG_PATH), line, n);
@@ -120,62 +108,13 @@ struct FaultDrills : DaemonTest {
     std::unique_ptr<DisplayClient> ctl_, main_;
 };
 
-// A flood is answered one record per pass, in order, the others served between them; a
-// byte a ms is 64 ms a record, within the 100 ms its rest may take (one held up longer is dropped).
-TEST_F(FaultDrills, AClientFloodingRecordsAndOneWritingOneBytePerMillisecond)
-{
-    drill([&] {
-        EXPECT_EQ(write_records(3000, 0), 3000);
-        EXPECT_TRUE(write_records(16, 1) == 16 || daemon_->wait_for("recv_need_len_data failed needlen =64"));
-    });
-}
-
-// The listener, two panels and three connections hold 6 of the monitor list's 32 entries.
-TEST_F(FaultDrills, FortyClientsAtOnce)
-{
-    drill([&] {
-        std::vector<std::unique_ptr<DisplayClient>> crowd;
-        for (int i = 0; i < 40; ++i)
-            crowd.push_back(std::make_unique<DisplayClient>(root_.path()));
-        int served = 0, closed = 0;
-        for (auto& c : crowd)
-            round_trip(*c, 5) ? ++served : closed += c->closed_by_peer(kServeBound);
-        EXPECT_EQ(served, 26);
-        EXPECT_EQ(closed, 14);
-        main_is_served();
-    });
-}
-
-// Its records are dropped once its socket is full; 2 s on it is disconnected, its screen released.
-TEST_F(FaultDrills, AClientThatRegistersAndNeverReads)
-{
-    drill([&] {
-        DisplayClient deaf(root_.path());
-        ASSERT_TRUE(deaf.register_for(SUB_SCREEN) && round_trip(deaf, 6));
-        const std::size_t mark = daemon_->mark();
-        const auto filling = std::chrono::steady_clock::now();  // before its socket can be full
-        for (int tap = 0; tap < 2000 && daemon_->output().find("does not read", mark) == std::string::npos; ++tap)
-            ASSERT_TRUE(play_tap(bed_, SUB_PANEL));
-        ASSERT_TRUE(daemon_->wait_for("does not read: its records are dropped", mark));
-        while (daemon_->output().find("has not read for", mark) == std::string::npos &&
-               std::chrono::steady_clock::now() - filling < 4 * kServeBound) {
-            ASSERT_TRUE(play_tap(bed_, SUB_PANEL));
-            main_is_served();
-        }
-        ASSERT_TRUE(daemon_->wait_for("has not read for", mark));
-        EXPECT_GE(std::chrono::steady_clock::now() - filling, 1990ms);  // 2 s in the daemon's whole milliseconds
-        const std::string out = daemon_->output();
-        EXPECT_GE(std::atol(out.c_str() + out.find("has not read for ", mark) + 17), 2000);
-        EXPECT_TRUE(deaf.closed_by_peer(kServeBound));
-    });
-}
-
-// The next connection (its descriptor number) inherits no half record and no screen.
-TEST_F(FaultDrills, AConnectionHoldingTwoScreensReleasesBothWhenItCloses)
+// Control clients misbehave one after the other; after each a new client takes the sub screen
+// and the daemon holds no more descriptors than before.
+TEST_F(FaultDrills, MisbehavingControlClientsLeaveTheOthersServedAndNothingBehind)
 {
     start();
     const int fds_before = settled_fds();
-    {
+    {  // closes holding both screens and half a record: the next connection (its descriptor number) inherits neither
         DisplayClient both(root_.path());
         ASSERT_TRUE(both.register_for(MAIN_SCREEN) && both.register_for(SUB_SCREEN) && round_trip(both, 8));
         const SystemMsg half = make_msg(TYPE_MODE_GET, 4);
@@ -185,10 +124,53 @@ TEST_F(FaultDrills, AConnectionHoldingTwoScreensReleasesBothWhenItCloses)
     ASSERT_TRUE(round_trip(next, 9));
     ASSERT_TRUE(play_tap(bed_, SUB_PANEL));
     EXPECT_EQ(next.pending(500ms), 0U);
-    register_main(10);
-    main_is_served();
     next.close_now();
-    recovered(fds_before + 1);  // + the main client
+    recovered(fds_before);
+
+    register_main(7);
+    ServingProbe probe(root_.path());
+    const int serving = fds_before + 2;  // the main client and the probe
+    ASSERT_TRUE(eventually([&] { return open_fds(pid()) == serving; }, kServeBound));
+    {  // the listener, two panels and three connections hold 6 of the monitor list's 32 entries
+        std::vector<std::unique_ptr<DisplayClient>> crowd;
+        for (int i = 0; i < 40; ++i)
+            crowd.push_back(std::make_unique<DisplayClient>(root_.path()));
+        int served = 0, closed = 0;
+        for (auto& c : crowd)
+            round_trip(*c, 5) ? ++served : closed += c->closed_by_peer(kServeBound);
+        EXPECT_EQ(served, 26);
+        EXPECT_EQ(closed, 14);
+        main_is_served();
+    }
+    recovered(serving);
+
+    // A flood is answered one record per pass, in order, the others served between them; a byte a ms
+    // is 64 ms a record, within the 100 ms its rest may take (one held up longer is dropped).
+    EXPECT_EQ(write_records(3000, 0), 3000);
+    EXPECT_TRUE(write_records(16, 1) == 16 || daemon_->wait_for("recv_need_len_data failed needlen =64"));
+    recovered(serving);
+
+    // A client that never reads: its records are dropped once its socket is full; 2 s on it is
+    // disconnected, its screen released.
+    DisplayClient deaf(root_.path());
+    ASSERT_TRUE(deaf.register_for(SUB_SCREEN) && round_trip(deaf, 6));
+    const std::size_t mark = daemon_->mark();
+    const auto filling = std::chrono::steady_clock::now();  // before its socket can be full
+    for (int tap = 0; tap < 2000 && daemon_->output().find("does not read", mark) == std::string::npos; ++tap)
+        ASSERT_TRUE(play_tap(bed_, SUB_PANEL));
+    ASSERT_TRUE(daemon_->wait_for("does not read: its records are dropped", mark));
+    while (daemon_->output().find("has not read for", mark) == std::string::npos &&
+           std::chrono::steady_clock::now() - filling < 4 * kServeBound) {
+        ASSERT_TRUE(play_tap(bed_, SUB_PANEL));
+        main_is_served();
+    }
+    ASSERT_TRUE(daemon_->wait_for("has not read for", mark));
+    EXPECT_GE(std::chrono::steady_clock::now() - filling, 1990ms);  // 2 s in the daemon's whole milliseconds
+    const std::string out = daemon_->output();
+    EXPECT_GE(std::atol(out.c_str() + out.find("has not read for ", mark) + 17), 2000);
+    EXPECT_TRUE(deaf.closed_by_peer(kServeBound));
+    EXPECT_EQ(probe.stop(), 0) << "round trips beyond " << kServeBound.count() << " ms, of " << probe.rounds();
+    recovered(serving - 1);
 }
 
 // Keyboards behind a hub unplugged while read go with their records, monitor entries and
@@ -302,40 +284,62 @@ TEST_F(FaultDrills, ScannerAndKeySoundClientsThatGoAreReplacedByTheNextWithoutLe
     EXPECT_TRUE(daemon_->alive());
 }
 
-// A flood of ticks (one read per pass; the frame after them handled), then a reset mid-frame:
-// dropped at once with the half frame; the next link after the pause is read whole.
-TEST_F(FaultDrills, FloodAndResetOfTheAgentLinkLeaveLocalClientsServed)
+// The agent's answers reach the control socket. A flood of ticks (one read per pass; the frame
+// after them handled), then a reset mid-frame: dropped at once with the half frame; the next link
+// after the pause is read whole. An agent that answers no tick is dropped at the 20-s check after
+// three more, and a new link follows the pause (its size request sent before it counts as up).
+TEST_F(FaultDrills, FloodResetAndSilenceOfTheAgentLinkLeaveLocalClientsServed)
 {
     if (const std::string why = testsupport::enter_private_net(); !why.empty())
         GTEST_SKIP() << "no private network namespace (" << why << "): never on the real network";
+    using testsupport::agent_frame;
     testsupport::FakePeer agent("173.0.0.2", IPC_PORT);
-    const testsupport::Words size_request = {IPC_PKG_FLAG, 4, 0, MessageType_WindowsSize};
+    const auto request = [](uint32_t type) { return testsupport::Words{IPC_PKG_FLAG, 4, 0, type}; };
+    const auto ask = [&](int32_t type) {
+        ctl_->send(make_msg(type));
+        return ctl_->read_reply().value_or(SystemMsg{});
+    };
     start({"-p", "0", "-d", "0", "-i", "1"});
     register_main(3);
     ServingProbe probe(root_.path());
     ASSERT_TRUE(agent.accept(10s));
-    EXPECT_EQ(agent.frame(), size_request);
-    const Bytes tick = testsupport::agent_frame(MessageType_Tick);
+    EXPECT_EQ(agent.frame(), request(MessageType_WindowsSize));
+    ASSERT_TRUE(agent.send(testsupport::agent_text_frame(MessageType_Version, "agent 3.1")));
+    ASSERT_TRUE(agent.send(agent_frame(MessageType_OrvelExtentScreen, {1})));
+    const Bytes tick = agent_frame(MessageType_Tick);
     Bytes flood;
     for (int i = 0; i < 20000; ++i)
         flood.insert(flood.end(), tick.begin(), tick.end());
     std::thread sender([&] { EXPECT_TRUE(agent.send(flood)); });
     main_is_served();
     sender.join();
-    ASSERT_TRUE(agent.send(testsupport::agent_frame(MessageType_WindowsSize, {1, 1111, 2222})));
+    ASSERT_TRUE(agent.send(agent_frame(MessageType_WindowsSize, {0, 1920, 1080, 1, 1111, 2222})));
     EXPECT_TRUE(daemon_->wait_for("==IPC win size:n:1 width 1111, height:2222\n"));
+    EXPECT_EQ(ask(TYPE_IPC_CONNECTED).data.ipc_connected, 1);
+    EXPECT_EQ(ask(TYPE_ORVEL_EXT_SCR_EXIST).data.ipc_ext_scr_exist, 1);
+    EXPECT_STREQ(ask(TYPE_GET_VERSION).data.version.orvelVer.data(), "agent 3.1");
     main_is_served();
 
-    const std::size_t mark = daemon_->mark();
-    const Bytes two_sizes = testsupport::agent_frame(MessageType_WindowsSize, {0, 640, 480, 1, 800, 600});
+    std::size_t mark = daemon_->mark();
+    const Bytes two_sizes = agent_frame(MessageType_WindowsSize, {0, 640, 480, 1, 800, 600});
     ASSERT_TRUE(agent.send(Bytes(two_sizes.begin(), two_sizes.begin() + 10)));
     agent.reset();
     EXPECT_TRUE(daemon_->wait_for("==IPC disconnected==\n", mark));
     main_is_served();
     ASSERT_TRUE(agent.accept(15s));
-    EXPECT_EQ(agent.frame(), size_request);
-    ASSERT_TRUE(agent.send(testsupport::agent_frame(MessageType_WindowsSize, {1, 1280, 720})));
+    const auto connected = std::chrono::steady_clock::now();
+    mark = daemon_->mark();
+    for (uint32_t type : {MessageType_WindowsSize, MessageType_Version, MessageType_Tick})
+        EXPECT_EQ(agent.frame(3s, true), request(type));
+    ASSERT_TRUE(agent.send(agent_frame(MessageType_WindowsSize, {1, 1280, 720})));
     EXPECT_TRUE(daemon_->wait_for("==IPC win size:n:1 width 1280, height:720\n", mark));
+
+    EXPECT_EQ(agent.bytes_until_closed(30s), 3 * 16);
+    EXPECT_GE(std::chrono::steady_clock::now() - connected, 19s);
+    EXPECT_TRUE(daemon_->wait_for("==IPC disconnected==\n", mark));
+    ASSERT_TRUE(agent.accept(10s));
+    EXPECT_EQ(agent.frame(), request(MessageType_WindowsSize));
+    EXPECT_EQ(ask(TYPE_IPC_CONNECTED).data.ipc_connected, 1);
     EXPECT_EQ(probe.stop(), 0) << "of " << probe.rounds() << " round trips";
     EXPECT_TRUE(daemon_->alive());
 }
