@@ -64,8 +64,8 @@ struct FaultDrills : DaemonTest {
         EXPECT_TRUE(tap_served(bed_, SUB_PANEL, sub));
         EXPECT_EQ(daemon_->output().find("has been init", mark), std::string::npos);
     }
-    // Replies in order to n TYPE_MODE_GET records written at per_ms bytes a ms on average (0: at once).
-    int write_records(int n, std::size_t per_ms)
+    // Replies in order to n TYPE_MODE_GET records written at once or a byte a ms.
+    int write_records(int n, bool byte_a_ms)
     {
         DisplayClient c(root_.path());
         std::vector<SystemMsg> records;
@@ -78,19 +78,16 @@ struct FaultDrills : DaemonTest {
         });
         std::thread writer([&] {
             const auto* p = reinterpret_cast<const uint8_t*>(records.data());
-            const std::size_t total = records.size() * sizeof(SystemMsg);
-            const auto start = std::chrono::steady_clock::now();
-            for (std::size_t sent = 0, len = 0; sent < total && c.send_raw(p + sent, len); std::this_thread::sleep_for(1ms)) {
-                sent += len;
-                const auto ms = static_cast<std::size_t>((std::chrono::steady_clock::now() - start) / 1ms);
-                len = std::min(per_ms == 0 ? total : std::max(per_ms * ms, sent + 1), total) - sent;
-            }
+            const std::size_t total = records.size() * sizeof(SystemMsg), step = byte_a_ms ? 1 : total;
+            for (std::size_t sent = 0; sent < total && c.send_raw(p + sent, step); sent += step)
+                std::this_thread::sleep_for(1ms);
         });
         main_is_served();
         writer.join();
         reader.join();
         return answered;
     }
+
     bool scan_logged(const std::string& line, int n = 1)
     {
         return testsupport::wait_for_file_text(root_.at(SCANNER_LOG_PATH), line, n);
@@ -146,8 +143,8 @@ TEST_F(FaultDrills, MisbehavingControlClientsLeaveTheOthersServedAndNothingBehin
 
     // A flood is answered one record per pass, in order, the others served between them; a byte a ms
     // is 64 ms a record, within the 100 ms its rest may take (one held up longer is dropped).
-    EXPECT_EQ(write_records(3000, 0), 3000);
-    EXPECT_TRUE(write_records(16, 1) == 16 || daemon_->wait_for("recv_need_len_data failed needlen =64"));
+    EXPECT_EQ(write_records(3000, false), 3000);
+    EXPECT_TRUE(write_records(16, true) == 16 || daemon_->wait_for("recv_need_len_data failed needlen =64"));
     recovered(serving);
 
     // A client that never reads: its records are dropped once its socket is full; 2 s on it is
