@@ -70,18 +70,23 @@ bool play_tap(emul::EvdevTestbed& bed, int node)
            bed.play(node, {ev(EV_KEY, BTN_TOUCH, 0), ev(EV_SYN, SYN_REPORT, 0)});
 }
 
+std::vector<std::tuple<int, int, int>> receive(DisplayClient& c, std::size_t n, std::chrono::milliseconds bound)
+{
+    std::vector<std::tuple<int, int, int>> out;
+    const auto deadline = std::chrono::steady_clock::now() + bound;
+    for (std::optional<tactord::input_event> e; out.size() < n && (e = c.read_event(left_until(deadline)));)
+        if (e->type < 26 || e->type > EV_PRIV_CURSOR_SHOW)  // the screen model's records, not the device's
+            out.emplace_back(e->type, e->code, e->value);
+    return out;
+}
+
 ::testing::AssertionResult tap_served(emul::EvdevTestbed& bed, int node, DisplayClient& c)
 {
     const std::vector<std::tuple<int, int, int>> want = {{1, 272, 1}, {3, 0, 46}, {3, 1, 52},
                                                          {0, 0, 0},   {1, 272, 0}, {0, 0, 0}};
     if (!play_tap(bed, node))
         return ::testing::AssertionFailure() << "the tap could not be played into node " << node;
-    std::vector<std::tuple<int, int, int>> got;
-    const auto deadline = std::chrono::steady_clock::now() + kServeBound;
-    for (std::optional<tactord::input_event> e; got.size() < want.size() && (e = c.read_event(left_until(deadline)));)
-        if (e->type < 26 || e->type > EV_PRIV_CURSOR_SHOW)  // the screen model's records, not the device's
-            got.emplace_back(e->type, e->code, e->value);
-    auto result = got == want ? ::testing::AssertionSuccess() : ::testing::AssertionFailure();
+    auto result = receive(c, want.size()) == want ? ::testing::AssertionSuccess() : ::testing::AssertionFailure();
     return result << "node " << node << " tap " << (result ? "received whole" : "not received whole");
 }
 

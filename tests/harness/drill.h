@@ -58,6 +58,10 @@ int connect_unix(const char* path, std::chrono::milliseconds wait = 10s);
 bool round_trip(DisplayClient& c, int32_t tag, std::chrono::milliseconds bound = kServeBound);
 // A contact on a 0..4095 panel at (100, 200) and its release, played into node.
 bool play_tap(emul::EvdevTestbed& bed, int node);
+// The next n events of c (focus, cursor and lock-key records aside) as (type, code, value); fewer
+// when they do not come within bound.
+std::vector<std::tuple<int, int, int>> receive(DisplayClient& c, std::size_t n,
+                                               std::chrono::milliseconds bound = kServeBound);
 // That tap reaches c, the client of a 1920 x 1080 screen, whole within kServeBound (focus, cursor and
 // lock-key records aside).
 ::testing::AssertionResult tap_served(emul::EvdevTestbed& bed, int node, DisplayClient& c);
