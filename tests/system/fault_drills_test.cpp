@@ -271,7 +271,6 @@ TEST_F(FaultDrills, VanishingNodesAndClientsThatGoLeaveNoDescriptorOrMemoryBehin
     }
     ASSERT_TRUE(scan_logged("Usb scan unix client connected...\r\n", 203));
     EXPECT_TRUE(eventually([&] { return open_fds(pid()) == before; }, kServeBound)) << before << " before:\n" << fd_targets(pid());
-    EXPECT_TRUE(daemon_->alive());
 }
 
 // The agent's answers reach the control socket. A flood of ticks (one read per pass; the frame
@@ -331,7 +330,6 @@ TEST_F(FaultDrills, FloodResetAndSilenceOfTheAgentLinkLeaveLocalClientsServed)
     EXPECT_EQ(agent.frame(), request(MessageType_WindowsSize));
     EXPECT_EQ(ask(TYPE_IPC_CONNECTED).data.ipc_connected, 1);
     EXPECT_EQ(probe.stop(), 0) << "of " << probe.rounds() << " round trips";
-    EXPECT_TRUE(daemon_->alive());
 }
 
 // Log writes on a full file system (a small tmpfs in a private mount namespace) fail, ignored.
