@@ -2,6 +2,9 @@
 // pieces) and reads the 16-byte events and 64-byte replies of its connection.
 #pragma once
 
+#include <poll.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <chrono>
 #include <optional>
@@ -36,9 +39,11 @@ public:
         conn_ = tools::ControlConnection::open(root + SYSTEM_MSG_SOCKET, wait, error);
     }
     bool connected() const { return conn_.has_value(); }
-    bool send_raw(const void* data, std::size_t len);
+    bool send_raw(const void* data, std::size_t len)
+    {
+        return conn_ && ::send(conn_->fd(), data, len, MSG_NOSIGNAL) == static_cast<ssize_t>(len);
+    }
     bool send(const SystemMsg& msg) { return send_raw(&msg, sizeof msg); }
-    // TYPE_INPUT_INIT for screen.
     bool register_for(int screen) { return send(make_msg(TYPE_INPUT_INIT, screen)); }
     std::optional<SystemMsg> read_reply(std::chrono::milliseconds timeout = 3s) { return read<SystemMsg>(timeout); }
     std::optional<tactord::input_event> read_event(std::chrono::milliseconds timeout = 3s)
@@ -46,9 +51,24 @@ public:
         return read<tactord::input_event>(timeout);
     }
     // Bytes that arrive within timeout (none expected).
-    std::size_t pending(std::chrono::milliseconds timeout);
-    // True once the daemon has closed the connection.
-    bool closed_by_peer(std::chrono::milliseconds timeout = 3s);
+    std::size_t pending(std::chrono::milliseconds timeout)
+    {
+        pollfd p{conn_ ? conn_->fd() : -1, POLLIN, 0};
+        char buf[256];
+        const ssize_t n = poll(&p, 1, static_cast<int>(timeout.count())) > 0 ? recv(p.fd, buf, sizeof buf, MSG_DONTWAIT | MSG_PEEK) : 0;
+        return n > 0 ? static_cast<std::size_t>(n) : 0;
+    }
+    // True once the daemon has closed the connection (what comes before is read and dropped).
+    bool closed_by_peer(std::chrono::milliseconds timeout = 3s)
+    {
+        char buf[256];
+        for (const auto deadline = std::chrono::steady_clock::now() + timeout; std::chrono::steady_clock::now() < deadline;) {
+            pollfd p{conn_ ? conn_->fd() : -1, POLLIN, 0};
+            if (poll(&p, 1, 50) > 0 && recv(p.fd, buf, sizeof buf, MSG_DONTWAIT) == 0)
+                return true;
+        }
+        return false;
+    }
     void close_now() { conn_.reset(); }
 
 private:

@@ -1,13 +1,8 @@
 #include "harness/drill.h"
 
-#include <linux/input.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
-
-#include "common/usb_gun/unixsocket.h"
 
 namespace testharness {
 

@@ -3,17 +3,13 @@
 // instance per root.
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <regex>
 
 #include "harness/drill.h"
-#include "support/shell.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using DaemonStart = testharness::DaemonTest;
 
 // Voluntary context switches of the daemon's main thread: each select that waits adds one.

@@ -1,80 +1,34 @@
 // The real daemon with its remote-screen clients on (-i 1), in a private
-// network namespace, against a fake agent: its answers through the control
-// socket, the liveness path, and input routed to the IPC screen.
-
-#include <cstring>
-#include <tuple>
-
-#include "common/OrvelClient.h"
+// network namespace, against a fake agent: input routed to the IPC screen.
 #include "common/screen_manager.h"
 #include "harness/drill.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using testharness::make_msg;
 using testsupport::agent_frame;
 using Words = std::vector<uint32_t>;
 
 Words request(uint32_t type) { return {IPC_PKG_FLAG, 4, 0, type}; }
 
-struct RemoteScreen : testharness::DaemonTest {
-    void SetUp() override
-    {
-        if (const std::string why = testsupport::enter_private_net(); !why.empty())
-            GTEST_SKIP() << "no private network namespace (" << why << "): never on the real network";
-        agent_ = std::make_unique<testsupport::FakePeer>("173.0.0.2", IPC_PORT);
-    }
-    void start(const char* ipc_type = "0")
-    {
-        launch({"-p", "0", "-d", "0", "-i", "1", "-t", ipc_type});
-        ASSERT_TRUE(agent_->accept(10s));
-    }
-    std::unique_ptr<testsupport::FakePeer> agent_;
-};
-
-// No tick ever comes back: three more ticks, the close at the 20-s check, and
-// a new link after the pause (its size request sent before it counts as up).
-TEST_F(RemoteScreen, TheAgentsAnswersReachTheControlSocketAndASilentAgentIsDroppedAfterFourTicks)
-{
-    start();
-    const auto connected = std::chrono::steady_clock::now();
-    for (uint32_t type : {MessageType_WindowsSize, MessageType_Version, MessageType_Tick})
-        EXPECT_EQ(agent_->frame(3s, true), request(type));
-    ASSERT_TRUE(agent_->send(testsupport::agent_text_frame(MessageType_Version, "agent 3.1")));
-    ASSERT_TRUE(agent_->send(agent_frame(MessageType_OrvelExtentScreen, {1})));
-    ASSERT_TRUE(agent_->send(agent_frame(MessageType_WindowsSize, {0, 1920, 1080, 1, 1024, 768})));
-    EXPECT_TRUE(daemon_->wait_for("==IPC win size:n:1 width 1024, height:768\n"));
-    testharness::DisplayClient client(root_.path());
-    const auto ask = [&](int32_t type) {
-        client.send(make_msg(type));
-        return client.read_reply().value_or(SystemMsg{});
-    };
-    EXPECT_EQ(ask(TYPE_IPC_CONNECTED).data.ipc_connected, 1);
-    EXPECT_EQ(ask(TYPE_ORVEL_EXT_SCR_EXIST).data.ipc_ext_scr_exist, 1);
-    EXPECT_STREQ(ask(TYPE_GET_VERSION).data.version.orvelVer.data(), "agent 3.1");
-
-    EXPECT_EQ(agent_->bytes_until_closed(30s), 3 * 16);
-    EXPECT_GE(std::chrono::steady_clock::now() - connected, 19s);
-    EXPECT_TRUE(daemon_->wait_for("==IPC disconnected==\n"));
-    ASSERT_TRUE(agent_->accept(10s));
-    EXPECT_EQ(agent_->frame(), request(MessageType_WindowsSize));
-    EXPECT_EQ(ask(TYPE_IPC_CONNECTED).data.ipc_connected, 1);
-}
-
 // A mouse (seat 2) and a keyboard (seat 1), the IPC screen right of the main
 // screen: the pointer crosses into it, a click takes the focus, a key
 // follows. With -t 0 the daemon converts them, else it sends raw records.
-struct IpcScreenInput : RemoteScreen, ::testing::WithParamInterface<const char*> {};
+// (The agent's answers and a silent agent: the fault drills.)
+struct IpcScreenInput : testharness::DaemonTest, ::testing::WithParamInterface<const char*> {};
 
 TEST_P(IpcScreenInput, ThePointerKeysAndFocusRoutedToTheIpcScreenReachTheAgent)
 {
     using emul::ev;
-    agent_->answer_ticks = true;
-    start(GetParam());
-    ASSERT_EQ(agent_->frame(), request(MessageType_WindowsSize));
-    ASSERT_EQ(agent_->frame(), request(MessageType_Version));
-    ASSERT_TRUE(agent_->send(agent_frame(MessageType_WindowsSize, {1, 1024, 768})));
+    if (const std::string why = testsupport::enter_private_net(); !why.empty())
+        GTEST_SKIP() << "no private network namespace (" << why << "): never on the real network";
+    testsupport::FakePeer agent("173.0.0.2", IPC_PORT);
+    agent.answer_ticks = true;
+    launch({"-p", "0", "-d", "0", "-i", "1", "-t", GetParam()});
+    ASSERT_TRUE(agent.accept(10s));
+    ASSERT_EQ(agent.frame(), request(MessageType_WindowsSize));
+    ASSERT_EQ(agent.frame(), request(MessageType_Version));
+    ASSERT_TRUE(agent.send(agent_frame(MessageType_WindowsSize, {1, 1024, 768})));
     ASSERT_TRUE(daemon_->wait_for("==IPC win size:n:1 width 1024, height:768\n"));
     testharness::DisplayClient main(root_.path());
     ASSERT_TRUE(main.register_for(MAIN_SCREEN));
@@ -84,7 +38,7 @@ TEST_P(IpcScreenInput, ThePointerKeysAndFocusRoutedToTheIpcScreenReachTheAgent)
     SystemMsg mode = make_msg(TYPE_MODE_SET, MAIN_SCREEN);
     mode.data.mode_info = {MODE_EXTERN | MODE_IPC_EXTERN, {0, 0, 0, 1, 3, 0, 0, 0, 0}, {}};
     ASSERT_TRUE(main.send(mode) && daemon_->wait_for("==MODE_IPC_EXTERN set==\n"));
-    ASSERT_EQ(agent_->frame(), request(MessageType_WindowsSize));  // asked again
+    ASSERT_EQ(agent.frame(), request(MessageType_WindowsSize));  // asked again
 
     // Right of the 1920-wide main screen: x = 100 + 2000 - 1920 = 180 on the 1024 x 768 IPC screen.
     bed_.play(1, {ev(EV_REL, REL_X, 2000), ev(EV_SYN, SYN_REPORT, 0)});
@@ -99,11 +53,11 @@ TEST_P(IpcScreenInput, ThePointerKeysAndFocusRoutedToTheIpcScreenReachTheAgent)
                                   Words{IPC_PKG_FLAG, 8, 0, MessageType_ScrollLock, 0},
                                   Words{IPC_PKG_FLAG, 28, 0, MessageType_Mouse, 0, 0, 0, 0x0002, 0, 0},
                                   Words{IPC_PKG_FLAG, 20, 0, MessageType_Keyboard, KEY_A << 16, 0x08, 0, 0}})
-            EXPECT_EQ(agent_->frame(), want);  // a key as wVk 0, wScan its code
+            EXPECT_EQ(agent.frame(), want);  // a key as wVk 0, wScan its code
         return;
     }
     std::vector<std::tuple<int, int, int>> got;  // frames (ticks) and cursor show/hide records skipped
-    for (testsupport::Bytes b; got.size() < 10 && (b = agent_->bytes(16)).size() == 16;) {
+    for (testsupport::Bytes b; got.size() < 10 && (b = agent.bytes(16)).size() == 16;) {
         tactord::input_event e{};
         std::memcpy(&e, b.data(), sizeof e);
         if (static_cast<uint32_t>(e.tv_sec) != IPC_PKG_FLAG && e.type != EV_PRIV_CURSOR_SHOW)

@@ -2,49 +2,23 @@
 // and hot plug reach the clients and the device listing; the screen is saved as a PNG; its own
 // clients are chosen and the end of one reported; a sandbox serves one panel at a time.
 // Scenarios of the daemon's behaviour: tests/scenarios/*.sim, each a ctest test of its own.
-#include <gtest/gtest.h>
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <future>
 
-#include <string>
-#include <vector>
-
-#include "support/scratch_root.h"
+#include "harness/drill.h"
 
 namespace {
 
-// Starts tactord-sim --script root/out.sim --root root/sandbox [args] in root (the script written
-// there), its output into root/out.
-pid_t start_sim(const testsupport::ScratchRoot& root, const std::string& script, const std::vector<std::string>& args = {},
-                const std::string& out = "/sim.out")
+// tactord-sim --script root/NAME.sim --root root/sandbox ARGS run in root, the script written there:
+// its exit status and everything it printed (in root/NAME.out as it goes).
+std::pair<int, std::string> run_sim(const testsupport::ScratchRoot& root, const std::string& script,
+                                    const std::string& args = "", const std::string& name = "/sim")
 {
-    testsupport::write_file(root.at(out + ".sim"), script);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        const int fd = open(root.at(out).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(fd, STDOUT_FILENO);
-        dup2(fd, STDERR_FILENO);
-        std::vector<std::string> words = {TACTORD_SIM_BINARY, "--script", root.at(out + ".sim"), "--root", root.at("/sandbox")};
-        words.insert(words.end(), args.begin(), args.end());
-        std::vector<char*> argv;
-        for (std::string& w : words)
-            argv.push_back(w.data());
-        argv.push_back(nullptr);
-        if (chdir(root.path().c_str()) == 0)
-            execv(argv[0], argv.data());
-        _exit(127);
-    }
-    return pid;
-}
-
-// Its exit status and everything it printed.
-std::pair<int, std::string> finish_sim(const testsupport::ScratchRoot& root, pid_t pid, const std::string& out = "/sim.out")
-{
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, testsupport::read_file(root.at(out))};
+    testsupport::write_file(root.at(name + ".sim"), script);
+    const int status = testsupport::run_command("cd " + root.path() + " && " TACTORD_SIM_BINARY " --script " +
+                                                root.at(name + ".sim") + " --root " + root.at("/sandbox") + " " + args +
+                                                " >" + root.at(name + ".out") + " 2>&1")
+                           .second;
+    return {status, testsupport::read_file(root.at(name + ".out"))};
 }
 
 TEST(SimulatedPanel, RecordingsTypingAndHotPlugReachTheClientsAndFailuresFailTheScript)
@@ -55,21 +29,21 @@ TEST(SimulatedPanel, RecordingsTypingAndHotPlugReachTheClientsAndFailuresFailThe
                             "E: 0.000000 0002 0000 25\nE: 0.000000 0000 0000 0\n"
                             "E: 0.050000 0002 0008 -1\nE: 0.050000 0000 0000 0\n");
     const std::string events = root.at("/wheel.events");
-    const auto [status, out] = finish_sim(root, start_sim(root, "mode extern\n"
-                                                                "type Hi\n"
-                                                                "expect screen 0 EV_KEY KEY_LEFTSHIFT press\n"
-                                                                "expect screen 0 EV_KEY KEY_I release\n"
-                                                                "replay " + events + " fast\n"
-                                                                "expect mouse REL_WHEEL -1\n"
-                                                                "plug " + events + " as recorded\n"
-                                                                "replay " + events + " on recorded fast\n"
-                                                                "expect screen 0 EV_ABS ABS_X\n"
-                                                                "unplug keyboard\n"
-                                                                "key a\n"
-                                                                "plug keyboard\n"
-                                                                "key KEY_B\n"
-                                                                "expect screen 0 EV_KEY KEY_B press\n"
-                                                                "expect screen 9 nothing\n"));
+    const auto [status, out] = run_sim(root, "mode extern\n"
+                                             "type Hi\n"
+                                             "expect screen 0 EV_KEY KEY_LEFTSHIFT press\n"
+                                             "expect screen 0 EV_KEY KEY_I release\n"
+                                             "replay " + events + " fast\n"
+                                             "expect mouse REL_WHEEL -1\n"
+                                             "plug " + events + " as recorded\n"
+                                             "replay " + events + " on recorded fast\n"
+                                             "expect screen 0 EV_ABS ABS_X\n"
+                                             "unplug keyboard\n"
+                                             "key a\n"
+                                             "plug keyboard\n"
+                                             "key KEY_B\n"
+                                             "expect screen 0 EV_KEY KEY_B press\n"
+                                             "expect screen 9 nothing\n");
     // Only the last expectation and the key of the unplugged keyboard fail.
     EXPECT_EQ(status, 1) << out;
     EXPECT_NE(out.find("sim          !! keyboard is not plugged in\n"), std::string::npos) << out;
@@ -83,31 +57,28 @@ TEST(SimulatedPanel, RecordingsTypingAndHotPlugReachTheClientsAndFailuresFailThe
     EXPECT_EQ(listing.find("event2 "), std::string::npos) << listing;  // the keyboard's first node is gone
 }
 
-TEST(SimulatedPanel, OwnClientsAsChosenAndTheEndOfOneIsReported)
+// While a panel whose own client holds the sub screen only saves the screen, a second panel on its
+// sandbox is refused; the end of the client, ended from outside, is reported.
+TEST(SimulatedPanel, TheScreenIsSavedAsAPngOwnClientsAreAsChosenAndASandboxInUseIsRefused)
 {
     testsupport::ScratchRoot root;
-    // The sub screen's client only; ended from outside once it has registered.
-    const pid_t sim = start_sim(root, "expect screen 1 reply TYPE_MODE_GET\nexpect sim the display client of screen 1 ended\n",
-                                {"--clients", "1"});
-    const std::string started = "display client of screen 1 (tactord-events, pid ";
-    ASSERT_TRUE(testsupport::wait_for_file_text(root.at("/sim.out"), started));
-    const std::string so_far = testsupport::read_file(root.at("/sim.out"));
-    EXPECT_EQ(kill(std::stoi(so_far.substr(so_far.find(started) + started.size())), SIGTERM), 0);
-    const auto [status, out] = finish_sim(root, sim);
-    EXPECT_EQ(status, 0) << out;
-    EXPECT_EQ(out.find("screen 0     <<"), std::string::npos) << out;
-}
-
-TEST(SimulatedPanel, TheScreenIsSavedAsAPngAndASandboxInUseIsRefused)
-{
-    testsupport::ScratchRoot root;
-    const pid_t first = start_sim(root, "snapshot screen.png\nwait 5\n");
+    auto first = std::async(std::launch::async, run_sim, std::cref(root),
+                            "expect screen 1 reply TYPE_MODE_GET\nsnapshot screen.png\n"
+                            "expect sim the display client of screen 1 ended\n",
+                            "--clients 1", "/sim");
     ASSERT_TRUE(testsupport::wait_for_file_text(root.at("/sim.out"), "written to screen.png"));
-    const auto [status, out] = finish_sim(root, start_sim(root, "wait 1\n", {}, "/second.out"), "/second.out");
+    const auto [status, out] = run_sim(root, "wait 1\n", "", "/second");
     EXPECT_EQ(status, 1);
-    EXPECT_EQ(out, "tactord-sim: sandbox " + root.at("/sandbox") + " is in use: tactord-sim is already running (pid " +
-                       std::to_string(first) + ")\n");
-    EXPECT_EQ(finish_sim(root, first).first, 0);
+    const std::string refusal = "tactord-sim: sandbox " + root.at("/sandbox") + " is in use: tactord-sim is already running (pid ";
+    ASSERT_EQ(out.substr(0, refusal.size()), refusal) << out;
+    EXPECT_NE(testsupport::read_file("/proc/" + std::to_string(std::atoi(out.c_str() + refusal.size())) + "/cmdline")
+                  .find(root.at("/sim.sim")), std::string::npos) << "not the first one: " << out;
+    const std::string so_far = testsupport::read_file(root.at("/sim.out")), client = "(tactord-events, pid ";
+    ASSERT_NE(so_far.find(client), std::string::npos) << so_far;
+    EXPECT_EQ(kill(std::stoi(so_far.substr(so_far.find(client) + client.size())), SIGTERM), 0);
+    const auto [first_status, first_out] = first.get();
+    EXPECT_EQ(first_status, 0) << first_out;
+    EXPECT_EQ(first_out.find("screen 0     <<"), std::string::npos) << first_out;
     // A PNG of the board's 1280x800 screen.
     const std::string png = testsupport::read_file(root.at("/screen.png"));
     ASSERT_GT(png.size(), 24u);
