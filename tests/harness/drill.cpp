@@ -2,7 +2,11 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
+
+#include "common/usb_gun/unixsocket.h"
 
 namespace testharness {
 

@@ -9,9 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
-#include <cstring>
-#include <filesystem>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,24 +17,14 @@
 #include <tuple>
 #include <vector>
 
-#include "common/OrvelClient.h"
-#include "common/keyaudio/key_voice.h"
-#include "common/usb_gun/unixsocket.h"
-#include "common/usb_gun/usbgun_c.h"
-#include "common/usb_gun/usbgun_records.h"
-#include "common/usb_gun/usbscangun_manger.h"
 #include "harness/display_client.h"
 #include "sim/daemon_process.h"
 #include "sim/dev_mod_cfg_emul.h"
 #include "sim/devices.h"
 #include "sim/evdev_testbed.h"
-#include "sim/fb_emul.h"
-#include "support/remote_link.h"
-#include "support/scanner.h"
 #include "support/scratch_root.h"
-#include "support/shell.h"
 
-using namespace std::chrono_literals;
+using namespace std::chrono_literals;  // kServeBound and the default waits below
 
 namespace testharness {
 

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -18,11 +19,18 @@
 #include <thread>
 #include <vector>
 
+#include "common/OrvelClient.h"
+#include "common/keyaudio/key_voice.h"
+#include "common/usb_gun/unixsocket.h"
+#include "common/usb_gun/usbgun_c.h"
+#include "common/usb_gun/usbgun_records.h"
+#include "common/usb_gun/usbscangun_manger.h"
 #include "harness/display_client.h"
 #include "harness/drill.h"
 #include "sim/daemon_process.h"
 #include "sim/devices.h"
 #include "sim/evdev_testbed.h"
+#include "sim/fb_emul.h"
 #include "support/remote_link.h"
 #include "support/scanner.h"
 #include "support/scratch_root.h"

@@ -3,7 +3,7 @@
 // and replies: tests/scenarios/control_requests.sim.
 #include <sys/stat.h>
 
-#include "harness/drill.h"
+#include "support/system_common.h"
 
 namespace {
 

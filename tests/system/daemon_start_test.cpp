@@ -6,7 +6,7 @@
 
 #include <regex>
 
-#include "harness/drill.h"
+#include "support/system_common.h"
 
 namespace {
 

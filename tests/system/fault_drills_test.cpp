@@ -6,7 +6,7 @@
 
 #include <ctime>
 
-#include "harness/drill.h"
+#include "support/system_common.h"
 
 namespace {
 

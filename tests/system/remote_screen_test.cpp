@@ -1,7 +1,7 @@
 // The real daemon with its remote-screen clients on (-i 1), in a private
 // network namespace, against a fake agent: input routed to the IPC screen.
 #include "common/screen_manager.h"
-#include "harness/drill.h"
+#include "support/system_common.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 // Scenarios of the daemon's behaviour: tests/scenarios/*.sim, each a ctest test of its own.
 #include <future>
 
-#include "harness/drill.h"
+#include "support/system_common.h"
 
 namespace {
 
