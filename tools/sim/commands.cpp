@@ -337,7 +337,9 @@ bool Interpreter::run(const std::string& line)
     } else {
         return fail("unknown command '" + cmd + "' (help lists them)");
     }
-    transcript_.settle(300ms, 3s);
+    // What an action causes comes within milliseconds; a pause of 150 ms
+    // ends it (and a scenario's steps cost no more than that each).
+    transcript_.settle(150ms, 3s);
     return true;
 }
 
@@ -394,8 +396,9 @@ bool Interpreter::expectation(const std::string& cmd, const std::vector<std::str
     if (source.empty() || log || wanted.empty())
         return fail("expect-records takes a source other than log and lines separated by |");
     transcript_.lines_of(source, mark_, a_record, wanted.size(), kBound);
-    // Lines that come after the last expected one would be caught too.
-    transcript_.settle(300ms, 3s);
+    // Lines that come after the last expected one would be caught too: the
+    // action settled already, so quiet since the last line is enough.
+    transcript_.settle(300ms, 3s, false);
     const auto got = transcript_.lines_of(source, mark_, a_record, 0, 0ms);
     if (got == wanted)
         return true;

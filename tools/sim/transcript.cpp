@@ -83,16 +83,16 @@ std::string Transcript::take_held()
     return std::exchange(held_, {});
 }
 
-void Transcript::settle(std::chrono::milliseconds quiet, std::chrono::milliseconds max)
+void Transcript::settle(std::chrono::milliseconds quiet, std::chrono::milliseconds max, bool since_call)
 {
     const auto start = std::chrono::steady_clock::now();
     const auto deadline = start + max;
     std::unique_lock<std::mutex> lock(mutex_);
     for (;;) {
         const auto now = std::chrono::steady_clock::now();
-        // Quiet since the call or since the last line, whichever is later:
-        // what an action causes arrives after it.
-        const auto quiet_until = std::max(last_, start) + quiet;
+        // After an action, quiet since the call or since the last line,
+        // whichever is later: what an action causes arrives after it.
+        const auto quiet_until = (since_call ? std::max(last_, start) : last_) + quiet;
         if (now >= quiet_until || now >= deadline)
             return;
         changed_.wait_until(lock, std::min(quiet_until, deadline));

@@ -31,8 +31,10 @@ public:
     std::vector<std::string> lines_of(const std::string& source, std::size_t since,
                                       const std::function<bool(const std::string&)>& keep, std::size_t n,
                                       std::chrono::milliseconds timeout);
-    // Waits until no line has come for quiet since the call (at most max).
-    void settle(std::chrono::milliseconds quiet, std::chrono::milliseconds max);
+    // Waits until no line has come for quiet (at most max): counted from the
+    // call, or with since_call false from the last line, when what is awaited
+    // has come already.
+    void settle(std::chrono::milliseconds quiet, std::chrono::milliseconds max, bool since_call = true);
 
     // While the prompt is shown, a line printed from another thread would
     // break the one being typed: held, lines are kept back and a byte is
