@@ -14,8 +14,9 @@ int main(int argc, char** argv)
     // reports a testbed, which exists only once a test makes one.
     const char* old = std::getenv("LD_PRELOAD");
     if (old == nullptr || std::string(old).find("libumockdev-preload") == std::string::npos) {
-        const std::string preload =
-            std::string("libumockdev-preload.so.0") + (old != nullptr && *old != '\0' ? ":" + std::string(old) : "");
+        std::string preload = "libumockdev-preload.so.0";
+        if (old != nullptr && *old != '\0')
+            preload.append(":").append(old);
         setenv("LD_PRELOAD", preload.c_str(), 1);
         execv("/proc/self/exe", argv);
         std::perror("re-exec under umockdev preload");

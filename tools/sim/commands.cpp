@@ -361,11 +361,14 @@ bool Interpreter::expectation(const std::string& cmd, const std::vector<std::str
         return true;
     }
     if (cmd == "expect-none") {
-        const auto ms = at < w.size() ? tools::parse_integer(w[at], 1, 60000) : std::nullopt;
+        // A plain count, not the optional: GCC 12 at -O2 warns falsely that its value may be unset.
+        long long ms = 0;
+        if (const auto n = at < w.size() ? tools::parse_integer(w[at], 1, 60000) : std::nullopt)
+            ms = *n;
         const std::string what = rest_of(w, at + 1);
-        if (source.empty() || !ms || (log && what.empty()))
+        if (source.empty() || ms == 0 || (log && what.empty()))
             return fail("expect-none takes a source, milliseconds and (for log: not optional) a text");
-        const std::chrono::milliseconds quiet(*ms);
+        const std::chrono::milliseconds quiet(ms);
         if (log) {
             std::this_thread::sleep_for(quiet);
             if (panel_.log_since(log_mark_).find(what) != std::string::npos)
