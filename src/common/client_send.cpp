@@ -73,7 +73,7 @@ void begin(int fd, bool spoilt, unsigned dropped)
     Stall* s = find(0);
     if (s == nullptr)
         return;  // cannot happen (see stalls); the next record simply waits again
-    *s = {fd, client_clock_ms(), dropped, 0, queued(fd), spoilt};
+    *s = {fd, monotonic_ms(), dropped, 0, queued(fd), spoilt};
     ++stalls_in_use;
     TLOG(LEVEL_ERROR, "client %d does not read: its records are dropped until its socket has room\n", fd);
 }
@@ -85,13 +85,6 @@ void end(Stall* s)
 }
 
 }  // namespace
-
-int64_t client_clock_ms()
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
 
 int client_send(int fd, const void* buf, int len)
 {
@@ -147,7 +140,7 @@ int client_send_housekeeping(void (*drop)(int fd))
 {
     if (stalls_in_use == 0)
         return -1;
-    const int64_t now = client_clock_ms();
+    const int64_t now = monotonic_ms();
     int64_t next = -1;
     for (Stall& s : stalls) {
         if (s.fd == 0)

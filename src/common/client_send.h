@@ -41,6 +41,3 @@ int client_send_housekeeping(void (*drop)(int fd));
 
 // fd is being closed: forget whatever is remembered about it.
 void client_send_forget(int fd);
-
-// Monotonic milliseconds, the clock of the deadlines above.
-int64_t client_clock_ms();

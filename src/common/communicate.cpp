@@ -28,18 +28,22 @@ constexpr int64_t ACCEPT_LOG_GAP_MS = 1000;
 // monotonic milliseconds; 0 = none (see IoWaitLimit).
 thread_local int64_t wait_deadline_ms = 0;
 
-int64_t now_ms()
+}  // namespace
+
+int64_t monotonic_ms()
 {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
 
+namespace {
+
 // True when a wait of us microseconds still ends before this thread's
 // deadline (always, without one).
 bool may_wait(int us)
 {
-    return wait_deadline_ms == 0 || now_ms() + us / 1000 <= wait_deadline_ms;
+    return wait_deadline_ms == 0 || monotonic_ms() + us / 1000 <= wait_deadline_ms;
 }
 
 // Fills a local address for path. The address length is the path's length
@@ -104,7 +108,7 @@ int get_new_comming_client(int fd)
         // Out of descriptors, the same failure repeats for as long as the
         // shortage lasts: one line a second at most.
         static std::atomic<int64_t> last_shortage_ms{INT64_MIN / 2};
-        const int64_t now = now_ms();
+        const int64_t now = monotonic_ms();
         const bool shortage = err == EMFILE || err == ENFILE;
         if (!shortage || now - last_shortage_ms.load(std::memory_order_relaxed) >= ACCEPT_LOG_GAP_MS) {
             if (shortage)
@@ -266,7 +270,7 @@ int send_data_counted(int fd, const void* buf, int len, int* sent_out)
 
 IoWaitLimit::IoWaitLimit(int ms) : saved_(wait_deadline_ms)
 {
-    const int64_t mine = now_ms() + ms;
+    const int64_t mine = monotonic_ms() + ms;
     if (wait_deadline_ms == 0 || mine < wait_deadline_ms)
         wait_deadline_ms = mine;
 }

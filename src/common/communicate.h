@@ -38,6 +38,9 @@ int send_data(int fd, const void* buf, int len);
 // (*sent_out, when given): a record cut short leaves a stream unreadable.
 int send_data_counted(int fd, const void* buf, int len, int* sent_out);
 
+// Monotonic milliseconds: the clock of every deadline of the sockets' waits.
+int64_t monotonic_ms();
+
 // A deadline, ms from now, for every wait of recv_data and send_data on the
 // calling thread while the object lives: a wait that would end after it is
 // not made (the call fails as if its retries had run out). Nested limits take

@@ -41,10 +41,6 @@ constexpr uint16_t EV_VNC = 32;        // absolute pointer of a virtual desktop
 constexpr int WAKE_UP_KEY = 199;       // double tap on a switched-off panel
 constexpr int PANEL_MAX = 4095;        // 12-bit controller
 constexpr int PANEL_MAX_10BIT = 1023;  // 10-bit controller
-// Spans of a touchscreen that needs calibration (its raw values while the
-// seat is calibrating are scaled to 1920 x 1080).
-constexpr int CALI_SPAN_X = 1919;
-constexpr int CALI_SPAN_Y = 1079;
 constexpr int RAW_REPORT_MAX = 10;  // raw events held before their EV_SYN
 
 // Raw-report assembler of the touchscreens that need calibration; the events

@@ -41,6 +41,11 @@ void ProcessSwitchTouchScreen(int index, int open);
 int get_focus_client(_ScrInfo* scr);
 int GetFocusScreen();
 
+// Spans of a touchscreen that needs calibration (its raw values while the
+// seat is calibrating are scaled to 1920 x 1080).
+inline constexpr int CALI_SPAN_X = 1919;
+inline constexpr int CALI_SPAN_Y = 1079;
+
 // The 7-parameter calibration transform of a raw point: param when its p6 is
 // set, else the seat's last computed row, else the default transform
 // (logged). -1 for a null argument, else 0.

@@ -192,7 +192,7 @@ int handle_new_coming(void* arg)
             // so the loop would call again at once for as long as the
             // shortage lasts. The listener rests a little instead.
             remove_monitor_handle(listen_fd);
-            accept_paused_until_ms = client_clock_ms() + ACCEPT_PAUSE_MS;
+            accept_paused_until_ms = monotonic_ms() + ACCEPT_PAUSE_MS;
         }
         return -1;
     }
@@ -234,7 +234,7 @@ int handle_new_client_data(void* arg)
             }
             *part = rec;
             part->fd = fd;
-            part->deadline_ms = client_clock_ms() + RECORD_WAIT_MS;
+            part->deadline_ms = monotonic_ms() + RECORD_WAIT_MS;
         }
         return 0;
     }
@@ -247,7 +247,7 @@ int handle_new_client_data(void* arg)
 
 int system_service_housekeeping()
 {
-    const int64_t now = client_clock_ms();
+    const int64_t now = monotonic_ms();
     int64_t next = -1;
     auto sooner = [&](int64_t due) {
         if (next < 0 || due - now < next)

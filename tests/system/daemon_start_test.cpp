@@ -82,9 +82,14 @@ TEST_F(DaemonStart, ReportsReadyKeepsAliveAndLeavesTheFirstInstanceAndItsLogAlon
     EXPECT_TRUE(daemon_->wait_for("tactord: ignoring unknown option '--frobnicate' (tactord --help lists the options)\n"));
     const std::string log = root_.at("/var/log/tactord.log");
     ASSERT_TRUE(std::filesystem::exists(log));  // opened at the banner
-    const auto [out, status] = testsupport::run_command("cd " + root_.at("/work") + " && " TACTORD_BINARY " -p 1 -i 0");
-    EXPECT_EQ(status, 1);
-    EXPECT_EQ(out, "tactord is already running (pid " + std::to_string(pid()) + ")\n");
+    // The second instance is the binary under test too (the target's under qemu-arm).
+    emul::DaemonProcess second(root_.at("/work"), {"-p", "1", "-i", "0"});
+    int status = 0;
+    ASSERT_EQ(waitpid(second.pid(), &status, 0), second.pid());
+    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 1);
+    const std::string refusal = "tactord is already running (pid " + std::to_string(pid()) + ")\n";
+    EXPECT_TRUE(second.wait_for(refusal));
+    EXPECT_EQ(second.output(), refusal);
     EXPECT_FALSE(std::filesystem::exists(log + ".old")) << "the first's log was rotated";
     EXPECT_TRUE(testharness::round_trip(client, 2));
     close(manager);

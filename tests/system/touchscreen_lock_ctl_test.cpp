@@ -45,6 +45,7 @@ class TouchscreenLock : public testing::Test {
 protected:
     void SetUp() override
     {
+        g_log.clear();
         send_log_set_sink([](int, const char* text) { g_log.emplace_back(text); });
         touchscreen_set_clock([] { return g_now; });
         touchscreen_set_task_starter(no_task);

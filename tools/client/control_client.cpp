@@ -113,7 +113,8 @@ ControlConnection::Read ControlConnection::read_exact(void* out, std::size_t len
 {
     auto* p = static_cast<uint8_t*>(out);
     std::size_t got = 0;
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    bool late = false;
     while (got < len) {
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
@@ -123,8 +124,15 @@ ControlConnection::Read ControlConnection::read_exact(void* out, std::size_t len
             continue;
         if (r < 0)
             return Read::closed;
+        if (r == 0 && got > 0 && !late) {
+            // A record begun is read whole (or the stream is lost): dropping
+            // its first bytes would put every later record out of step.
+            deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+            late = true;
+            continue;
+        }
         if (r == 0)
-            return Read::timeout;
+            return got > 0 ? Read::closed : Read::timeout;
         const ssize_t n = recv(fd_, p + got, len - got, 0);
         if (n < 0 && (errno == EINTR || errno == EAGAIN))
             continue;

@@ -29,24 +29,34 @@ long holder_of(int fd)
     if (fstat(fd, &st) != 0)
         return 0;
     // "1: FLOCK  ADVISORY  WRITE 1234 08:01:5678 0 EOF": pid, then the
-    // device and inode of the file.
+    // device and inode of the file (POSIX for the daemon's fcntl lock).
     std::ifstream locks("/proc/locks");
     const std::string inode = ":" + std::to_string(st.st_ino);
     for (std::string line; std::getline(locks, line);) {
         std::istringstream in(line);
         std::string number, kind, advisory, mode, file;
         long pid = 0;
-        if (in >> number >> kind >> advisory >> mode >> pid >> file && kind == "FLOCK" &&
+        if (in >> number >> kind >> advisory >> mode >> pid >> file && (kind == "FLOCK" || kind == "POSIX") &&
             file.size() > inode.size() && file.compare(file.size() - inode.size(), inode.size(), inode) == 0)
             return pid;
     }
     return 0;
 }
 
-// True when another process holds an exclusive lock on path.
+// True when another panel holds the panel's lock (flock) on fd.
 bool held_elsewhere(int fd)
 {
     return flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+// True when a daemon holds its instance lock (fcntl, which flock does not
+// see) on fd; only asked, so that the panel's own daemon can take it.
+bool daemon_holds(int fd)
+{
+    struct flock want{};
+    want.l_type = F_WRLCK;
+    want.l_whence = SEEK_SET;
+    return fcntl(fd, F_GETLK, &want) == 0 && want.l_type != F_UNLCK;
 }
 
 std::string in_use(const std::string& root, const char* who, int fd)
@@ -76,14 +86,13 @@ bool SandboxLock::acquire(const std::string& root, std::string& error)
         error = in_use(root, "tactord-sim", fd_);
         return false;
     }
-    // A daemon started on this sandbox by hand holds its own lock; only
-    // looked at here, so that the panel's daemon can take it.
+    // A daemon started on this sandbox by hand holds its own lock.
     const int daemon = open((root + "/var/run/tactord.lock").c_str(), O_RDONLY | O_CLOEXEC);
     if (daemon >= 0) {
-        const bool busy = held_elsewhere(daemon);
+        const bool busy = daemon_holds(daemon);
         if (busy)
             error = in_use(root, "tactord", daemon);
-        close(daemon);  // also lets go of the lock if it was free
+        close(daemon);
         if (busy)
             return false;
     }

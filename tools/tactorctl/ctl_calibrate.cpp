@@ -12,6 +12,7 @@
 
 #include "client/args.h"
 #include "client/monitor.h"
+#include "common/inputevent_handle.h"
 #include "common/ts_cali.h"
 #include "tactorctl/ctl.h"
 #include "tactorctl/devices.h"
@@ -21,10 +22,6 @@ namespace tools {
 
 namespace {
 
-// Raw values of a touchscreen being calibrated reach its client scaled to
-// 1920 x 1080 (the minimum is not subtracted, as in the daemon).
-constexpr int kCaliSpanX = 1919;
-constexpr int kCaliSpanY = 1079;
 // A 12-bit controller, assumed when the node's ranges cannot be read.
 constexpr int kPanelMax = 4095;
 
@@ -216,10 +213,13 @@ bool set_params(CtlContext& ctx, int seat, const CaliParams& p)
     return ctx.exchange(msg).has_value();
 }
 
-// Where the transform puts a raw point, as the daemon computes it.
-Point convert(const CaliParams& p, long long x, long long y)
+// Where the transform puts a raw point: the daemon's own computation (p6 is
+// set, so the seat's table is not looked at).
+Point convert(int seat, const CaliParams& p, int x, int y)
 {
-    return {static_cast<int>((p[0] + p[1] * x + p[2] * y) / p[6]), static_cast<int>((p[3] + p[4] * x + p[5] * y) / p[6])};
+    Point out{};
+    coordinate_convert(seat, x, y, p.data(), &out.x, &out.y);
+    return out;
 }
 
 std::string xy(Point p)
@@ -363,7 +363,8 @@ int calibrate(CtlContext& ctx, const std::vector<std::string>& args)
     ctx.say("residual error after the fit, in pixels:");
     for (int i = 0; i < CALI_POINT_NUM; ++i) {
         const Point& s = touched[static_cast<std::size_t>(i)];
-        const Point at = convert(*after, (s.x * max_x + kCaliSpanX / 2) / kCaliSpanX, (s.y * max_y + kCaliSpanY / 2) / kCaliSpanY);
+        const Point at = convert(seat, *after, static_cast<int>((s.x * max_x + CALI_SPAN_X / 2) / CALI_SPAN_X),
+                                 static_cast<int>((s.y * max_y + CALI_SPAN_Y / 2) / CALI_SPAN_Y));
         const double off = std::hypot(at.x - display[i].x, at.y - display[i].y);
         ctx.say("  target " + std::to_string(i + 1) + " at " + xy(display[i]) + ": lands at " + xy(at) + ", " +
                 tenths(off));
