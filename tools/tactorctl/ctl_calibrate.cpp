@@ -374,11 +374,13 @@ int calibrate(CtlContext& ctx, const std::vector<std::string>& args)
         }
     }
     if (worst > limit) {
-        set_params(ctx, seat, *before);
+        const bool restored = set_params(ctx, seat, *before);
         return finish(ctx.fail(kExitFailed, "refused: target " + std::to_string(worst_at) + " lands " + tenths(worst) +
                                                 " pixels from where it was touched (more than " + tenths(limit) +
-                                                "): a touch missed its crosshair. The previous calibration is back in "
-                                                "force; calibrate again, touching each crosshair's centre."));
+                                                "): a touch missed its crosshair. " +
+                                                (restored ? "The previous calibration is back in force"
+                                                          : "Putting the previous calibration back failed") +
+                                                "; calibrate again, touching each crosshair's centre."));
     }
     std::string params;
     for (const int32_t v : *after)
